@@ -1,0 +1,90 @@
+#include "app/self_test.h"
+
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <string>
+
+#include "platform/app_paths.h"
+#include "platform/string_catalogue.h"
+#include "platform/version.h"
+
+namespace ombrik {
+
+namespace {
+
+std::string processorBrand() {
+  std::ifstream cpuinfo("/proc/cpuinfo");
+  std::string line;
+  while (std::getline(cpuinfo, line))
+    if (line.rfind("model name", 0) == 0)
+      if (auto colon = line.find(':'); colon != std::string::npos) return line.substr(line.find_first_not_of(' ', colon + 1));
+  return {};
+}
+
+// The worker's scripts that the AI tools need.
+constexpr const char* kWorkerScripts[] = {"om_track.py", "om_klt.py", "om_points.py", "om_assist.py"};
+
+// What the AI engine pack must import, then the worker's own modules.
+constexpr const char* kImportProbe =
+    "import torch, torchvision, cv2, av, mediapipe, transformers, diffusers, numpy\n"
+    "import om_track, om_klt, om_points, om_assist\n"
+    "print('torch', torch.__version__, 'gpu', torch.cuda.is_available())\n";
+
+}  // namespace
+
+int SelfTest::run(std::ostream& out) {
+  const AppPaths& paths = AppPaths::shared();
+  const AppLanguage lang = interfaceLanguage();
+  int failures = 0;
+  auto line = [&](const std::string& text) { out << text << std::endl; };  // flushed per line
+  auto check = [&](bool ok, const std::string& label) {
+    line((ok ? tr("OK    ") : tr("ÉCHEC ")) + tr(label));
+    if (!ok) ++failures;
+  };
+
+  std::string header = std::string("Ombrik ") + ombrikVersion();
+  if (const auto cpu = processorBrand(); !cpu.empty()) header += " (" + cpu + ")";
+  line(header + tr(" · app distribuée : ") + (paths.isBundled ? "true" : "false"));
+  line(tr("  ressources : ") + paths.resources.string());
+  line(tr("  données    : ") + paths.data.string());
+  line(tr("  support    : ") + paths.support.string());
+  line(tr("  modèles    : ") + paths.models.string());
+  line(tr("  journaux   : ") + paths.logs.string());
+  line(tr("  langue     : ") + lang.code() + " · « Masque de forme » → « " + tr("Masque de forme") + " »");
+
+  bool scriptsThere = true;
+  for (const char* name : kWorkerScripts) scriptsThere = scriptsThere && std::filesystem::exists(paths.script(name));
+  check(scriptsThere, "scripts IA (om_track, om_klt, om_points, om_assist)");
+
+  const auto python = paths.python / "bin" / "python3";
+  if (!std::filesystem::exists(python)) {
+    line(tr("INFO  Packs IA non installés (normal pour une app neuve)"));
+  } else {
+    line(tr("  python     : ") + python.string());
+    QProcess proc;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    for (const auto& [k, v] : paths.pythonEnvironment(lang)) env.insert(QString::fromStdString(k), QString::fromStdString(v));
+    env.insert("PYTHONPATH", QString::fromStdString(paths.scripts.string()));
+    proc.setProcessEnvironment(env);
+    proc.setProcessChannelMode(QProcess::MergedChannels);
+    proc.start(QString::fromStdString(python.string()), {"-c", kImportProbe});
+    if (!proc.waitForStarted()) {
+      line(tr("ÉCHEC ") + tr("lancement de Python"));
+      ++failures;
+    } else {
+      proc.waitForFinished(120000);
+      out << proc.readAll().toStdString();
+      check(proc.exitStatus() == QProcess::NormalExit && proc.exitCode() == 0, "outils IA chargés par Python");
+    }
+  }
+
+  line(failures == 0 ? tr("Installation correcte.") : tr("Installation incomplète."));
+  return failures == 0 ? 0 : 1;
+}
+
+int SelfTest::run() { return run(std::cout); }
+
+}  // namespace ombrik

@@ -1,0 +1,53 @@
+#include "document/app_model.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/app_paths.h"
+
+namespace ombrik {
+
+AppModel::Options AppModel::processOptions() {
+  Options o;
+  o.installed = AppPaths::shared().isBundled;
+  const char* blank = std::getenv("OMBRIK_BLANK_START");
+  o.blankStart = blank && std::strcmp(blank, "1") == 0;
+  return o;
+}
+
+AppModel::AppModel(const Options& options) {
+  // The example world of a development tree needs graph editing and the sample picture;
+  // until they exist every start is the blank world, marked placeholder when installed.
+  startBlankWorld(options.installed);
+}
+
+void AppModel::startBlankWorld(bool placeholder) {
+  Batch world;
+  world.id = Uuid::generate();
+  world.name = "Batch_01";
+  world.placeholder = placeholder;
+  _batches.push_back(world);
+  _currentBatchID = world.id;
+
+  Node out(NodeKind::output());
+  layout.set(out.id, Point{600, 140});
+  _nodes.push_back(std::move(out));
+  saveCurrentBatch();
+}
+
+const Batch* AppModel::currentBatch() const {
+  for (const auto& b : _batches)
+    if (_currentBatchID && b.id == *_currentBatchID) return &b;
+  return nullptr;
+}
+
+void AppModel::saveCurrentBatch() {
+  for (auto& b : _batches)
+    if (_currentBatchID && b.id == *_currentBatchID) {
+      b.nodes = _nodes;
+      b.edges = _edges;
+      b.positions = layout.positions();
+    }
+}
+
+}  // namespace ombrik

@@ -1,0 +1,22 @@
+#pragma once
+// Texts of the tables and messages are French source texts, which are also the catalogue keys.
+#include <string>
+#include <vector>
+
+namespace ombrik {
+
+struct Localized {
+  std::string raw;
+  std::string value() const;  // the translation in the running language, else raw
+  bool operator==(const Localized&) const = default;
+};
+
+struct LocalizedList {
+  std::vector<std::string> raw;
+  std::vector<std::string> value() const;
+  bool empty() const { return raw.empty(); }
+  std::size_t size() const { return raw.size(); }
+  bool operator==(const LocalizedList&) const = default;
+};
+
+}  // namespace ombrik

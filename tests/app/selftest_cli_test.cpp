@@ -1,0 +1,102 @@
+// Runs the real `ombrik --selftest` in a clean environment and reads what it prints.
+#include <gtest/gtest.h>
+
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <filesystem>
+#include <fstream>
+
+#include "../platform/temp_dir.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct CliRun {
+  int exitCode = -1;
+  std::string out;
+};
+
+CliRun selftest(const fs::path& binary, const TempDir& sandbox, const std::string& extraEnv = {}) {
+  QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+  env.insert("HOME", QString::fromStdString((sandbox.path / "home").string()));
+  env.insert("XDG_CONFIG_HOME", QString::fromStdString((sandbox.path / "config").string()));
+  env.insert("XDG_DATA_HOME", QString::fromStdString((sandbox.path / "xdg-data").string()));
+  env.insert("OMBRIK_DATA", QString::fromStdString((sandbox.path / "data").string()));
+  env.insert("OMBRIK_SUPPORT", QString::fromStdString((sandbox.path / "support").string()));
+  env.remove("OMBRIK_BLANK_START");
+  if (!extraEnv.empty()) env.remove(QString::fromStdString(extraEnv));
+  QProcess proc;
+  proc.setProcessEnvironment(env);
+  proc.start(QString::fromStdString(binary.string()), {"--selftest"});
+  EXPECT_TRUE(proc.waitForFinished(30000));
+  return {proc.exitCode(), proc.readAllStandardOutput().toStdString()};
+}
+
+void writeSettings(const TempDir& sandbox, const std::string& text) {
+  fs::create_directories(sandbox.path / "config" / "Tarvane");
+  std::ofstream(sandbox.path / "config" / "Tarvane" / "Ombrik.conf") << text;
+}
+
+std::string settings(const TempDir& sandbox) {
+  std::ifstream in(sandbox.path / "config" / "Tarvane" / "Ombrik.conf");
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+bool has(const std::string& out, const std::string& line) { return out.find(line) != std::string::npos; }
+bool endsWith(const std::string& out, const std::string& tail) {
+  return out.size() >= tail.size() && out.compare(out.size() - tail.size(), tail.size(), tail) == 0;
+}
+
+}  // namespace
+
+TEST(SelfTestCli, DevelopmentTreeSpeaksFrenchAndFailsWithoutWorkerScripts) {
+  TempDir sandbox;
+  const CliRun r = selftest(OMBRIK_BINARY, sandbox);
+  EXPECT_NE(r.exitCode, 0);
+  EXPECT_TRUE(r.out.rfind("Ombrik 0.1.0", 0) == 0) << r.out;
+  EXPECT_TRUE(has(r.out, " · app distribuée : false\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\n  données    : " + (sandbox.path / "data").string() + "\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\n  support    : " + (sandbox.path / "support").string() + "\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\n  modèles    : ")) << r.out;
+  EXPECT_TRUE(has(r.out, "\n  journaux   : ")) << r.out;
+  EXPECT_TRUE(has(r.out, "\n  langue     : fr · « Masque de forme » → « Masque de forme »\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\nÉCHEC scripts IA (om_track, om_klt, om_points, om_assist)\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\nINFO  Packs IA non installés (normal pour une app neuve)\n")) << r.out;
+  EXPECT_TRUE(endsWith(r.out, "\nInstallation incomplète.\n")) << r.out;
+  // The language was applied before anything else ran.
+  EXPECT_TRUE(has(settings(sandbox), "AppleLanguages=fr")) << settings(sandbox);
+}
+
+TEST(SelfTestCli, ChosenEnglishIsUsedThroughout) {
+  TempDir sandbox;
+  writeSettings(sandbox, "[General]\nombrikLanguage=en\n");
+  const CliRun r = selftest(OMBRIK_BINARY, sandbox);
+  EXPECT_NE(r.exitCode, 0);
+  EXPECT_TRUE(has(r.out, " · installed app: false\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\n  language   : en · « Masque de forme » → « Shape Mask »\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\nFAIL  AI scripts (om_track, om_klt, om_points, om_assist)\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\nINFO  AI packs not installed (normal for a new app)\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\nInstallation incomplete.\n")) << r.out;
+  EXPECT_FALSE(has(r.out, "ÉCHEC")) << r.out;
+  EXPECT_TRUE(has(settings(sandbox), "AppleLanguages=en")) << settings(sandbox);
+}
+
+TEST(SelfTestCli, InstalledProgramWithItsScriptsPasses) {
+  // An installed layout: <prefix>/bin/ombrik beside <prefix>/share/ombrik/Tracker/*.py.
+  TempDir sandbox;
+  const fs::path prefix = sandbox.path / "prefix";
+  fs::create_directories(prefix / "bin");
+  fs::copy_file(OMBRIK_BINARY, prefix / "bin" / "ombrik");
+  const fs::path tracker = prefix / "share" / "ombrik" / "Tracker";
+  fs::create_directories(tracker);
+  for (const char* s : {"om_track.py", "om_klt.py", "om_points.py", "om_assist.py"}) std::ofstream(tracker / s) << "\n";
+
+  const CliRun r = selftest(prefix / "bin" / "ombrik", sandbox, "OMBRIK_SUPPORT");
+  EXPECT_EQ(r.exitCode, 0) << r.out;
+  EXPECT_TRUE(has(r.out, " · installed app: true\n")) << r.out;  // installed and no choice: English
+  EXPECT_TRUE(has(r.out, "\n  resources  : " + (prefix / "share" / "ombrik").string() + "\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\n  support    : " + (sandbox.path / "xdg-data" / "Ombrik").string() + "\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\nOK    AI scripts (om_track, om_klt, om_points, om_assist)\n")) << r.out;
+  EXPECT_TRUE(endsWith(r.out, "\nInstallation complete.\n")) << r.out;
+}

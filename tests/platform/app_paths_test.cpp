@@ -1,0 +1,118 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <map>
+
+#include "platform/app_paths.h"
+#include "temp_dir.h"
+
+using namespace ombrik;
+namespace fs = std::filesystem;
+
+namespace {
+AppPaths::Inputs inputs(const fs::path& root, std::map<std::string, std::string> env = {}) {
+  AppPaths::Inputs in;
+  in.home = root / "home";
+  in.executableDir = root / "prefix" / "bin";
+  in.sourceRoot = root / "repo";
+  in.env = [env](const std::string& k) -> std::optional<std::string> {
+    auto it = env.find(k);
+    if (it == env.end()) return std::nullopt;
+    return it->second;
+  };
+  return in;
+}
+void touch(const fs::path& p) {
+  fs::create_directories(p.parent_path());
+  std::ofstream(p) << "#\n";
+}
+}  // namespace
+
+TEST(AppPaths, DevelopmentTreeLivesInTheRepository) {
+  TempDir t;
+  const AppPaths p = AppPaths::resolve(inputs(t.path));
+  EXPECT_FALSE(p.isBundled);
+  const fs::path repo = t.path / "repo";
+  EXPECT_EQ(p.devRoot, repo);
+  EXPECT_EQ(p.resources, repo);
+  EXPECT_EQ(p.data, repo);
+  EXPECT_EQ(p.support, repo);
+  EXPECT_EQ(p.scripts, repo / "Tracker");
+  EXPECT_EQ(p.models, repo / "Tracker" / "models");
+  EXPECT_EQ(p.logs, repo / "Tracker");
+  EXPECT_EQ(p.python, repo / "Python");
+  EXPECT_EQ(p.projectsDir(), repo / "Projets");
+}
+
+TEST(AppPaths, VariablesMoveDataAndSupport) {
+  TempDir t;
+  const AppPaths dev = AppPaths::resolve(inputs(t.path, {{"OMBRIK_DATA", "/d"}, {"OMBRIK_SUPPORT", "/s"}}));
+  EXPECT_EQ(dev.data, fs::path("/d"));
+  EXPECT_EQ(dev.support, fs::path("/s"));
+  EXPECT_EQ(dev.python, fs::path("/s/Python"));
+  const AppPaths empty = AppPaths::resolve(inputs(t.path, {{"OMBRIK_DATA", ""}}));
+  EXPECT_EQ(empty.data, t.path / "repo");  // an empty variable counts as unset
+}
+
+TEST(AppPaths, InstalledProgramUsesTheUserFolders) {
+  TempDir t;
+  touch(t.path / "prefix" / "share" / "ombrik" / "Tracker" / "om_track.pyc");
+  AppPaths p = AppPaths::resolve(inputs(t.path));
+  ASSERT_TRUE(p.isBundled);
+  const fs::path home = t.path / "home";
+  EXPECT_EQ(p.resources, t.path / "prefix" / "share" / "ombrik");
+  EXPECT_EQ(p.devRoot, home / "Tarvane Ombrik");
+  EXPECT_EQ(p.data, home / "Videos" / "Ombrik");
+  EXPECT_EQ(p.support, home / ".local" / "share" / "Ombrik");
+  EXPECT_EQ(p.scripts, p.resources / "Tracker");
+  EXPECT_EQ(p.models, p.support / "Models");
+  EXPECT_EQ(p.logs, p.support / "Logs");
+  EXPECT_EQ(p.python, p.support / "Python");
+
+  fs::create_directories(home / "Tarvane Ombrik" / "Projets");  // an old project folder is kept
+  EXPECT_EQ(AppPaths::resolve(inputs(t.path)).data, home / "Tarvane Ombrik");
+  p = AppPaths::resolve(inputs(t.path, {{"XDG_DATA_HOME", "/x"}, {"OMBRIK_DATA", "/d"}}));
+  EXPECT_EQ(p.support, fs::path("/x/Ombrik"));
+  EXPECT_EQ(p.data, fs::path("/d"));
+  p = AppPaths::resolve(inputs(t.path, {{"XDG_DATA_HOME", "/x"}, {"OMBRIK_SUPPORT", "/s"}}));
+  EXPECT_EQ(p.support, fs::path("/s"));
+}
+
+TEST(AppPaths, ScriptPrefersSourceOverCompiled) {
+  TempDir t;
+  const AppPaths p = AppPaths::resolve(inputs(t.path));
+  EXPECT_EQ(p.script("om_track.py"), p.scripts / "om_track.py.pyc");  // neither exists
+  touch(p.scripts / "om_track.py.pyc");
+  EXPECT_EQ(p.script("om_track.py"), p.scripts / "om_track.py.pyc");
+  touch(p.scripts / "om_track.py");
+  EXPECT_EQ(p.script("om_track.py"), p.scripts / "om_track.py");
+}
+
+TEST(AppPaths, PrepareCreatesTheFoldersAndIgnoresErrors) {
+  TempDir t;
+  const AppPaths p = AppPaths::resolve(inputs(t.path, {{"OMBRIK_DATA", (t.path / "a/b/data").string()},
+                                                       {"OMBRIK_SUPPORT", (t.path / "c/support").string()}}));
+  p.prepare();
+  EXPECT_TRUE(fs::is_directory(t.path / "a/b/data"));
+  EXPECT_TRUE(fs::is_directory(t.path / "c/support"));
+  EXPECT_TRUE(fs::is_directory(p.models));
+  EXPECT_TRUE(fs::is_directory(p.logs));
+
+  touch(t.path / "blocker");  // a file where a folder should go
+  const AppPaths bad = AppPaths::resolve(inputs(t.path, {{"OMBRIK_DATA", (t.path / "blocker/data").string()}}));
+  EXPECT_NO_THROW(bad.prepare());
+}
+
+TEST(AppPaths, PythonEnvironment) {
+  TempDir t;
+  const AppPaths p = AppPaths::resolve(inputs(t.path, {{"OMBRIK_SUPPORT", "/s"}}));
+  const auto env = p.pythonEnvironment(AppLanguage::english);
+  EXPECT_EQ(env.at("PYTHONNOUSERSITE"), "1");
+  EXPECT_EQ(env.at("PYTHONUNBUFFERED"), "1");
+  EXPECT_EQ(env.at("PYTHONPYCACHEPREFIX"), "/s/PyCache");
+  EXPECT_EQ(env.at("OMBRIK_MODELS"), p.models.string());
+  EXPECT_EQ(env.at("OMBRIK_LOGS"), p.logs.string());
+  EXPECT_EQ(env.at("OMBRIK_LANG"), "en");
+  EXPECT_EQ(p.pythonEnvironment(AppLanguage::french).at("OMBRIK_LANG"), "fr");
+  EXPECT_EQ(env.size(), 6u);
+}

@@ -1,0 +1,70 @@
+#include <gtest/gtest.h>
+
+#include "graph/node_kind.h"
+#include "graph/port_spec.h"
+#include "platform/string_catalogue.h"
+
+using namespace ombrik;
+
+namespace {
+struct LanguageGuard {
+  AppLanguage saved = interfaceLanguage();
+  ~LanguageGuard() { setInterfaceLanguage(saved); }
+};
+}  // namespace
+
+TEST(StringCatalogue, EnglishLookupFallsBackToTheFrenchKey) {
+  EXPECT_EQ(translate("Masque de forme", AppLanguage::english), "Shape Mask");
+  EXPECT_EQ(translate("Masque de forme", AppLanguage::french), "Masque de forme");
+  EXPECT_EQ(translate("Texte sans traduction", AppLanguage::english), "Texte sans traduction");
+  EXPECT_EQ(translate("", AppLanguage::english), "");
+}
+
+TEST(StringCatalogue, EveryTableTextHasEnglish) {
+  std::vector<std::string> missing;
+  auto need = [&](const std::string& s) {
+    if (!catalogueHasEnglish(s)) missing.push_back(s);
+  };
+  for (const auto& cat : NodeKind::categories()) need(cat.name.raw);
+  for (const auto& k : NodeKind::all()) {
+    for (const auto* text : {&k->title, &k->tag, &k->category, &k->info, &k->hint}) need(text->raw);
+    for (const auto& p : k->params) {
+      need(p.label.raw);
+      for (const auto& o : p.options.raw) need(o);
+    }
+  }
+  EXPECT_TRUE(missing.empty()) << missing.size() << " missing, first: " << missing.front();
+  EXPECT_GT(catalogueSize(), 700u);
+}
+
+TEST(StringCatalogue, LocalizedValuesFollowTheInterfaceLanguage) {
+  LanguageGuard guard;
+  const NodeKind& color = **NodeKind::find("color");
+  setInterfaceLanguage(AppLanguage::french);
+  EXPECT_EQ(color.title.value(), "Réglage couleur");
+  EXPECT_EQ(color.params[0].label.value(), "Exposition");
+  setInterfaceLanguage(AppLanguage::english);
+  EXPECT_EQ(color.title.value(), "Color Correct");
+  EXPECT_EQ(color.params[0].label.value(), "Exposure");
+  EXPECT_EQ(color.category.value(), "Color");
+  const auto options = (*NodeKind::find("mask"))->param("blend")->options.value();
+  ASSERT_EQ(options.size(), 6u);
+  EXPECT_EQ(options[1], "Subtract");
+}
+
+TEST(PortLabels, NineNamesShowTheirOwnTextOthersStayAsTheyAre) {
+  LanguageGuard guard;
+  setInterfaceLanguage(AppLanguage::french);
+  EXPECT_EQ((PortSpec{"Front", false}).label(), "Source");
+  EXPECT_EQ((PortSpec{"Back", false}).label(), "Fond");
+  EXPECT_EQ((PortSpec{"Matte 3", true}).label(), "Masque 3");
+  EXPECT_EQ((PortSpec{"Position (Gmask / Tracker)", true}).label(), "Position (masque / tracker)");
+  EXPECT_EQ((PortSpec{"Garbage", true}).label(), "Garbage");
+  EXPECT_EQ((PortSpec{"Original (rush)", false}).label(), "Original (rush)");
+  setInterfaceLanguage(AppLanguage::english);
+  EXPECT_EQ((PortSpec{"Back", false}).label(), "Background");
+  EXPECT_EQ((PortSpec{"Matte", true}).label(), "Matte");
+  // "Front" is also the forehead zone of the beauty tables; the port keeps its own text.
+  EXPECT_EQ((PortSpec{"Front", false}).label(), "Source");
+  EXPECT_EQ((PortSpec{"Depth", false}).label(), "Depth");
+}

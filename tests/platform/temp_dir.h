@@ -1,0 +1,20 @@
+#pragma once
+#include <filesystem>
+#include <random>
+#include <string>
+
+// A fresh folder under the system temp dir, removed with the object.
+struct TempDir {
+  std::filesystem::path path;
+  TempDir() {
+    std::random_device rd;
+    path = std::filesystem::temp_directory_path() / ("ombrik-test-" + std::to_string(rd()) + std::to_string(rd()));
+    std::filesystem::create_directories(path);
+  }
+  ~TempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(path, ec);
+  }
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+};

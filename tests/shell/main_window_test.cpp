@@ -1,0 +1,27 @@
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QLabel>
+
+#include "document/app_model.h"
+#include "shell/main_window.h"
+
+using namespace ombrik;
+
+TEST(MainWindow, TitledOmbrikShowingTheWorld) {
+  int argc = 1;
+  char name[] = "shell_tests";
+  char* argv[] = {name, nullptr};
+  QApplication app(argc, argv);
+  AppModel model(AppModel::Options{});
+  MainWindow window(model);
+  window.show();
+  EXPECT_EQ(window.windowTitle(), "Ombrik");
+  auto* label = window.findChild<QLabel*>("worldName");
+  ASSERT_NE(label, nullptr);
+  EXPECT_EQ(label->text(), "Batch_01");
+
+  model._batches[0].name = "Plan_07";
+  window.refresh();
+  EXPECT_EQ(label->text(), "Plan_07");
+}
