@@ -1,0 +1,34 @@
+#pragma once
+// Builds every compute pipeline at start: the base kernels, the effect kernels of the catalogue
+// and the engine's own passes (blur, rescale, conform). SPIR-V is cached by source hash.
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace ombrik {
+
+namespace gpu {
+class Device;
+}
+
+struct KernelLibraryOptions {
+  std::filesystem::path cacheDir;  // SPIR-V cache; empty: no cache
+  std::filesystem::path errorLog;  // "shader_error.log"
+};
+
+struct KernelLibraryReport {
+  bool fatal = false;          // not even the base kernels compile
+  std::string fatalMessage;    // "Erreur de compilation des shaders : …"
+  int compiled = 0;            // pipelines compiled now
+  int fromCache = 0;           // pipelines whose SPIR-V came from the cache
+  std::vector<std::string> failed;  // kernels left without a pipeline
+};
+
+KernelLibraryReport buildKernelLibrary(gpu::Device& device, const KernelLibraryOptions& options);
+
+// The fixed list of base kernels every engine has.
+const std::vector<std::string>& baseKernelNames();
+// The text a kernel compiles from: the prelude, its file, and a main that calls it. Empty if unknown.
+std::string kernelProgram(const std::string& name);
+
+}  // namespace ombrik
