@@ -3,7 +3,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "engine/engine.h"
 #include "platform/app_paths.h"
+#include "platform/scheduler.h"
 
 namespace ombrik {
 
@@ -15,11 +17,20 @@ AppModel::Options AppModel::processOptions() {
   return o;
 }
 
-AppModel::AppModel(const Options& options) {
+AppModel::AppModel(const Options& options)
+    : scheduler_(options.scheduler ? options.scheduler : makeEventLoopScheduler()) {
+  if (options.withEngine) {
+    std::string error;
+    engine = Engine::create(&error);
+    if (!engine) _status = "GPU indisponible : " + error;
+  }
   // The example world of a development tree needs graph editing and the sample picture;
   // until they exist every start is the blank world, marked placeholder when installed.
   startBlankWorld(options.installed);
+  requestRender();
 }
+
+AppModel::~AppModel() = default;
 
 void AppModel::startBlankWorld(bool placeholder) {
   Batch world;

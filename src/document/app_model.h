@@ -2,6 +2,7 @@
 // The one central object: it owns the open world, the list of worlds and the media.
 // Views read it and call its operations; nothing in the document depends on a view.
 // Operations are split into files by subject (app_model_*.cpp).
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,16 +16,28 @@
 
 namespace ombrik {
 
+class Engine;
+class Scheduler;
+
+struct CompSize {
+  int width = 0;
+  int height = 0;
+  bool operator==(const CompSize&) const = default;
+};
+
 class AppModel {
 public:
   struct Options {
     bool installed = false;   // an installed program, not a development tree
     bool blankStart = false;  // OMBRIK_BLANK_START=1
+    bool withEngine = true;   // false: no GPU work at all (pure document tests)
+    std::shared_ptr<Scheduler> scheduler;  // default: the Qt event loop
   };
   static Options processOptions();
 
   AppModel() : AppModel(processOptions()) {}
   explicit AppModel(const Options& options);
+  ~AppModel();
   AppModel(const AppModel&) = delete;
   AppModel& operator=(const AppModel&) = delete;
 
@@ -42,12 +55,26 @@ public:
   double _fps = 25;
   double _previewScale = 1;
 
+  // ---- rendering (app_model_render.cpp)
+  std::unique_ptr<Engine> engine;  // null when no GPU device could be had; _status says why
+  CompSize _compSize;              // full size of the comp, before the preview scale
+  int _frameID = 0;                // counts finished renders; the viewer redraws on change
+  bool renderQueued = false;
+  // Every change of the document calls this; requests made before the scheduled render runs
+  // collapse into that one render.
+  void requestRender();
+  void performRender(bool full);
+  void recomputeComp();
+  // The comp's full size for a picture: the longer side capped at 4096, truncated, at least 1.
+  static CompSize fullCompSize(int width, int height);
+
   const Batch* currentBatch() const;
   // Writes the open world's nodes, edges and positions back into its Batch.
   void saveCurrentBatch();
 
 private:
   void startBlankWorld(bool placeholder);
+  std::shared_ptr<Scheduler> scheduler_;
 };
 
 }  // namespace ombrik

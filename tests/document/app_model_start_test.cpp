@@ -1,11 +1,12 @@
 #include <gtest/gtest.h>
 
 #include "document/app_model.h"
+#include "platform/scheduler.h"
 
 using namespace ombrik;
 
 TEST(AppModelStart, BlankFirstWorld) {
-  AppModel model(AppModel::Options{.installed = false, .blankStart = true});
+  AppModel model(AppModel::Options{.installed = false, .blankStart = true, .withEngine = false, .scheduler = std::make_shared<ManualScheduler>()});
   ASSERT_EQ(model._batches.size(), 1u);
   const Batch& world = model._batches[0];
   EXPECT_EQ(world.name, "Batch_01");
@@ -24,13 +25,13 @@ TEST(AppModelStart, BlankFirstWorld) {
 }
 
 TEST(AppModelStart, InstalledBlankWorldIsAPlaceholder) {
-  AppModel model(AppModel::Options{.installed = true, .blankStart = false});
+  AppModel model(AppModel::Options{.installed = true, .blankStart = false, .withEngine = false, .scheduler = std::make_shared<ManualScheduler>()});
   ASSERT_NE(model.currentBatch(), nullptr);
   EXPECT_TRUE(model.currentBatch()->placeholder);
 }
 
 TEST(AppModelStart, OpenWorldLagsItsBatchUntilSaved) {
-  AppModel model(AppModel::Options{});
+  AppModel model(AppModel::Options{.withEngine = false, .scheduler = std::make_shared<ManualScheduler>()});
   model._nodes.push_back(Node(NodeKind::color()));
   model.layout.set(model._nodes.back().id, {100, 100});
   EXPECT_EQ(model.currentBatch()->nodes.size(), 1u);

@@ -4,6 +4,7 @@
 #include <QLabel>
 
 #include "document/app_model.h"
+#include "platform/scheduler.h"
 #include "shell/main_window.h"
 
 using namespace ombrik;
@@ -13,7 +14,7 @@ TEST(MainWindow, TitledOmbrikShowingTheWorld) {
   char name[] = "shell_tests";
   char* argv[] = {name, nullptr};
   QApplication app(argc, argv);
-  AppModel model(AppModel::Options{});
+  AppModel model(AppModel::Options{.withEngine = false, .scheduler = std::make_shared<ManualScheduler>()});
   MainWindow window(model);
   window.show();
   EXPECT_EQ(window.windowTitle(), "Ombrik");

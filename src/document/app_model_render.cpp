@@ -1,0 +1,54 @@
+// The road from a change of the document to an evaluated frame.
+#include <algorithm>
+
+#include "document/app_model.h"
+#include "engine/engine.h"
+#include "platform/scheduler.h"
+
+namespace ombrik {
+
+CompSize AppModel::fullCompSize(int width, int height) {
+  const double s = std::min(1.0, 4096.0 / std::max(1, std::max(width, height)));
+  return {int(std::max(1.0, s * width)), int(std::max(1.0, s * height))};
+}
+
+void AppModel::requestRender() {
+  if (renderQueued) return;
+  renderQueued = true;
+  scheduler_->post([this] { performRender(false); });
+}
+
+void AppModel::recomputeComp() {
+  // The base is the picture of the first media node that has one.
+  CompSize base{1920, 1080};
+  for (const auto& n : _nodes) {
+    if (n.kind->id != "media" || !n.mediaID) continue;
+    auto it = std::find_if(_media.begin(), _media.end(), [&](const MediaItem& m) { return m.id == *n.mediaID; });
+    if (it != _media.end() && it->width > 0 && it->height > 0) {
+      base = {it->width, it->height};
+      break;
+    }
+  }
+  const CompSize full = fullCompSize(base.width, base.height);
+  const double scale = _previewScale;
+  const int w = std::max(1, int(full.width * scale)), h = std::max(1, int(full.height * scale));
+  if (engine) {
+    engine->setComp(w, h, true);
+    engine->pxScale = float(scale);
+  }
+  if (!(_compSize == full)) _compSize = full;
+}
+
+void AppModel::performRender(bool full) {
+  renderQueued = false;
+  recomputeComp();
+  if (!engine) return;
+  engine->leanEval = !full;
+  // Nodes are resolved for the frame here (animation, tracks, caches, job results) as those
+  // features arrive; until then the stored nodes are their own resolved copies.
+  const float time = float(_currentFrame) / float(std::max(1.0, _fps));
+  engine->evaluate(_nodes, _edges, time);
+  ++_frameID;
+}
+
+}  // namespace ombrik

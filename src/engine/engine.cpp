@@ -1,0 +1,240 @@
+#include "engine/engine.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "engine/engine_eval_state.h"
+#include "engine/kernel_library.h"
+#include "gpu/device.h"
+#include "platform/app_paths.h"
+
+namespace ombrik {
+
+Engine::~Engine() {
+  // Every texture goes before the device that made it.
+  ev_.reset();
+  outputs.clear();
+  muxAlpha.clear();
+  compAlpha.clear();
+  viewAlpha.reset();
+  alphaSide_.clear();
+  maskSide_.clear();
+  mediaTex_.clear();
+  sourceTex_.clear();
+  pool_.clear();
+  imageCache_.clear();
+  rawCache_.clear();
+}
+
+Engine::Options Engine::defaultOptions() {
+  const AppPaths& paths = AppPaths::shared();
+  Options o;
+  o.shaderCache = paths.support / "ShaderCache";
+  // Installed: with the logs; in a development tree: at its root.
+  o.errorLog = (paths.isBundled ? paths.logs : paths.devRoot) / "shader_error.log";
+  return o;
+}
+
+std::unique_ptr<Engine> Engine::create(std::string* error) {
+  auto device = gpu::Device::create(gpu::Device::preferenceFromEnvironment(), error);
+  if (!device) return nullptr;
+  return create(std::move(device), defaultOptions(), error);
+}
+
+std::unique_ptr<Engine> Engine::create(std::unique_ptr<gpu::Device> device, const Options& options, std::string* error) {
+  std::unique_ptr<Engine> engine(new Engine());
+  engine->device_ = std::move(device);
+  const KernelLibraryReport report = buildKernelLibrary(*engine->device_, {options.shaderCache, options.errorLog});
+  if (report.fatal) {
+    if (error) *error = report.fatalMessage;
+    return nullptr;
+  }
+  return engine;
+}
+
+std::string Engine::deviceDescription() const {
+  const auto& info = device_->info();
+  return info.name + (info.cpu ? " (CPU, Vulkan " : " (GPU, Vulkan ") + info.apiVersion + ")";
+}
+
+// ---- comp size and sources
+
+void Engine::setComp(int width, int height, bool reconform) {
+  if (width == compW && height == compH) return;
+  compW = width;
+  compH = height;
+  std::lock_guard g(poolLock_);
+  if (reconform) {
+    pool_.clear();
+    mediaTex_.clear();
+    for (const auto& [id, picture] : sources_) dirtyMedia_.insert(id);
+  } else if (pool_.size() > 400) {
+    pool_.clear();
+  }
+}
+
+void Engine::addSource(std::optional<SourcePicture> picture, const Uuid& id) {
+  sourceTex_.erase(id);
+  if (!picture || picture->empty()) {
+    sources_.erase(id);
+    mediaTex_.erase(id);
+    dirtyMedia_.erase(id);
+    return;
+  }
+  sources_[id] = std::move(*picture);
+  dirtyMedia_.insert(id);
+}
+
+Engine::Tex Engine::fitPicture(const SourcePicture& picture, int width, int height, gpu::CommandList& commands) {
+  if (picture.empty() || width < 1 || height < 1) return nullptr;
+  Tex src = device_->createTexture(picture.width, picture.height, gpu::Format::rgba16Float);
+  Tex out = device_->createTexture(width, height, gpu::Format::rgba16Float);
+  if (!src || !out) return nullptr;
+  commands.upload(src, picture.rgba->data(), picture.rgba->size() * 2);
+  const float s = std::min(float(width) / picture.width, float(height) / picture.height);
+  const float ox = (width - picture.width * s) * 0.5f, oy = (height - picture.height * s) * 0.5f;
+  const float P[] = {s, ox, oy};
+  const Tex list[] = {src, out};
+  commands.dispatch("g_conform", list, P);
+  return out;
+}
+
+Engine::Tex Engine::conform(const Uuid& id) {
+  auto it = sources_.find(id);
+  if (it == sources_.end() || compW < 1 || compH < 1) return nullptr;
+  const SourcePicture& picture = it->second;
+  auto commands = device_->begin();
+  if (!commands) return nullptr;
+  Tex& src = sourceTex_[id];
+  if (!src) {
+    src = device_->createTexture(picture.width, picture.height, gpu::Format::rgba16Float);
+    if (!src) return nullptr;
+    commands->upload(src, picture.rgba->data(), picture.rgba->size() * 2);
+  }
+  Tex& out = mediaTex_[id];
+  if (!out || out->width() != compW || out->height() != compH)
+    out = device_->createTexture(compW, compH, gpu::Format::rgba16Float);
+  if (!out) return nullptr;
+  const float s = std::min(float(compW) / picture.width, float(compH) / picture.height);
+  const float P[] = {s, (compW - picture.width * s) * 0.5f, (compH - picture.height * s) * 0.5f};
+  const Tex list[] = {src, out};
+  commands->dispatch("g_conform", list, P);
+  if (!device_->submitAndWait(*commands)) return nullptr;
+  dirtyMedia_.erase(id);
+  return out;
+}
+
+Engine::Tex Engine::conformed(const SourcePicture& picture) {
+  if (compW < 1 || compH < 1) return nullptr;
+  auto commands = device_->begin();
+  if (!commands) return nullptr;
+  Tex out = fitPicture(picture, compW, compH, *commands);
+  if (!out || !device_->submitAndWait(*commands)) return nullptr;
+  return out;
+}
+
+// ---- pool
+
+Engine::Tex Engine::tex(const Uuid& node, int slot) {
+  return workTexture(node.toString() + "-" + std::to_string(slot));
+}
+
+Engine::Tex Engine::workTexture(const std::string& key) {
+  const std::string full = key + "-" + std::to_string(compW) + "x" + std::to_string(compH);
+  std::lock_guard g(poolLock_);
+  Tex& t = pool_[full];
+  if (!t) t = device_->createTexture(std::max(compW, 1), std::max(compH, 1), gpu::Format::rgba16Float);
+  return t;
+}
+
+void Engine::keepPool(const std::set<Uuid>& ids) {
+  std::set<std::string> keep;
+  for (const auto& id : ids) keep.insert(id.toString());
+  std::lock_guard g(poolLock_);
+  for (auto it = pool_.begin(); it != pool_.end();) {
+    const std::string& key = it->first;
+    const bool nodeKey = key.size() > 36 && key[8] == '-';
+    if (nodeKey && !keep.count(key.substr(0, 36))) it = pool_.erase(it);
+    else ++it;
+  }
+}
+
+std::size_t Engine::poolSize() const {
+  std::lock_guard g(poolLock_);
+  return pool_.size();
+}
+
+// ---- passes
+
+void Engine::dispatch(const std::string& kernel, std::span<const Tex> textures, std::span<const float> P,
+                      std::span<const float> table) {
+  if (!ev_ || !ev_->commands) return;
+  ev_->commands->dispatch(kernel, textures, P, table);
+}
+
+void Engine::dispatch(const std::string& kernel, std::initializer_list<Tex> textures, std::initializer_list<float> P) {
+  dispatch(kernel, std::span<const Tex>(textures.begin(), textures.size()), std::span<const float>(P.begin(), P.size()));
+}
+
+void Engine::blur(const Tex& from, const Tex& to, float sigma) {
+  if (ev_ && ev_->commands) blurInto(*ev_->commands, from, to, sigma);
+}
+
+void Engine::rescale(const Tex& from, const Tex& to) {
+  if (!ev_ || !ev_->commands || !from || !to) return;
+  const Tex list[] = {from, to};
+  ev_->commands->dispatch("k_resample", list, {});
+}
+
+void Engine::blurInto(gpu::CommandList& commands, const Tex& from, const Tex& to, float sigma) {
+  if (!from || !to) return;
+  // A direct separable Gaussian up to sigma 8 (radius 3 sigma). Beyond, the picture is halved
+  // until sigma fits, blurred there, and brought back bilinearly: wide blurs cost little.
+  auto scratch = [&](int w, int h, int n) {
+    std::lock_guard g(poolLock_);
+    Tex& t = pool_["blur|" + std::to_string(w) + "x" + std::to_string(h) + "|" + std::to_string(n)];
+    if (!t) t = device_->createTexture(w, h, gpu::Format::rgba16Float);
+    return t;
+  };
+  Tex cur = from;
+  float s = sigma;
+  int level = 0;
+  while (s > 8.0f && std::min(cur->width(), cur->height()) > 16) {
+    Tex half = scratch((cur->width() + 1) / 2, (cur->height() + 1) / 2, 10 + level++);
+    const Tex list[] = {cur, half};
+    commands.dispatch("g_down2", list, {});
+    cur = half;
+    s *= 0.5f;
+  }
+  // The 2x2 means already spread the picture a little; take that out of what is left to blur.
+  if (level > 0) s = std::sqrt(std::max(0.25f, s * s - 0.25f));
+  const float P[] = {s, std::ceil(3.0f * s)};
+  Tex across = scratch(cur->width(), cur->height(), 0);
+  const bool direct = level == 0 && to->width() == cur->width() && to->height() == cur->height();
+  Tex down = direct ? to : scratch(cur->width(), cur->height(), 1);
+  const Tex h[] = {cur, across};
+  commands.dispatch("g_blurh", h, P);
+  const Tex v[] = {across, down};
+  commands.dispatch("g_blurv", v, P);
+  if (!direct) {
+    const Tex up[] = {down, to};
+    commands.dispatch("k_resample", up, {});
+  }
+}
+
+Engine::Tex Engine::alphaSideOf(const Uuid& id) const {
+  auto it = alphaSide_.find(id);
+  return it == alphaSide_.end() ? nullptr : it->second;
+}
+
+Engine::Tex Engine::inputTexture(const Edge& edge) const {
+  if (edge.fromPort == 0) {
+    auto it = outputs.find(edge.from);
+    return it == outputs.end() ? nullptr : it->second;
+  }
+  if (edge.fromPort == 1) return alphaSideOf(edge.from);
+  auto it = maskSide_.find(edge.from.toString() + "-" + std::to_string(edge.fromPort - 2));
+  return it == maskSide_.end() ? nullptr : it->second;
+}
+
+}  // namespace ombrik

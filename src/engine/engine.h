@@ -1,0 +1,147 @@
+#pragma once
+// The evaluator: one resolved graph at one time into textures. A pull evaluation with a memo
+// per call, all passes recorded into one command list that is submitted and waited for once.
+// Nothing of a node's result survives to the next evaluation except through the texture pool
+// and the file-backed caches, so there is no dirty tracking.
+//
+// Operations are split by subject: engine.cpp (device, comp, sources, pool, passes),
+// engine_evaluate.cpp (the evaluation order, inputs, alpha), engine_produce_raw.cpp (what each
+// kind computes), engine_files.cpp (stills, raw frames, export).
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "engine/source_picture.h"
+#include "graph/edge.h"
+#include "graph/node.h"
+#include "graph/uuid.h"
+#include "gpu/texture.h"
+
+namespace ombrik {
+
+namespace gpu {
+class Device;
+class CommandList;
+}  // namespace gpu
+
+class Engine {
+public:
+  using Tex = gpu::TexturePtr;
+
+  struct Options {
+    std::filesystem::path shaderCache;  // SPIR-V cache folder
+    std::filesystem::path errorLog;     // "shader_error.log"
+  };
+  // A device from OMBRIK_GPU (a GPU, else lavapipe) and the kernel library; null with a message.
+  static std::unique_ptr<Engine> create(std::string* error);
+  static std::unique_ptr<Engine> create(std::unique_ptr<gpu::Device> device, const Options& options, std::string* error);
+  static Options defaultOptions();
+  ~Engine();
+
+  gpu::Device& device() { return *device_; }
+  std::string deviceDescription() const;
+
+  // ---- comp size
+  int compW = 0;
+  int compH = 0;
+  float pxScale = 1;  // working size / full size: " px" parameters are multiplied by it
+  void setComp(int width, int height, bool reconform);
+
+  // ---- sources
+  void addSource(std::optional<SourcePicture> picture, const Uuid& id);
+  void updateSource(std::optional<SourcePicture> picture, const Uuid& id) { addSource(std::move(picture), id); }
+  bool hasSource(const Uuid& id) const { return sources_.count(id) > 0; }
+  Tex conform(const Uuid& id);                      // the media texture of a source
+  Tex conformed(const SourcePicture& picture);      // a comp-size texture, on its own commands
+  Tex fitPicture(const SourcePicture& picture, int width, int height, gpu::CommandList& commands);
+
+  // ---- evaluation
+  void evaluate(const std::vector<Node>& nodes, const std::vector<Edge>& edges, float time,
+                std::optional<Uuid> ignoreMatte = std::nullopt);
+  std::unordered_map<Uuid, Tex> outputs;     // results of the last evaluation
+  std::unordered_map<Uuid, Tex> muxAlpha;
+  std::unordered_map<Uuid, Tex> compAlpha;
+  Tex viewAlpha;
+  std::set<Uuid> alwaysEval;
+  std::set<Uuid> cacheAlphaFor;
+  std::optional<Uuid> viewAlphaOf;
+  bool leanEval = false;
+  int evalCount = 0;
+  float evalTime = 0;
+  std::size_t producedCount() const { return produced_; }  // nodes produced in the last evaluation
+  Tex inputTexture(const Edge& edge) const;                 // after an evaluation, nothing evaluated
+  Tex alphaSideOf(const Uuid& id) const;
+
+  // ---- pool
+  Tex tex(const Uuid& node, int slot);
+  Tex workTexture(const std::string& key);
+  void keepPool(const std::set<Uuid>& ids);
+  std::size_t poolSize() const;
+
+  // ---- passes, recorded into the open evaluation (no-ops outside one)
+  void dispatch(const std::string& kernel, std::initializer_list<Tex> textures, std::initializer_list<float> P);
+  void dispatch(const std::string& kernel, std::span<const Tex> textures, std::span<const float> P,
+                std::span<const float> table = {});
+  void blur(const Tex& from, const Tex& to, float sigma);  // Gaussian, clamp-to-edge
+  void rescale(const Tex& from, const Tex& to);           // bilinear
+
+  // ---- files
+  bool writeRaw(const Tex& texture, const std::filesystem::path& path, std::string* error = nullptr);
+  Tex rawNoise(const std::filesystem::path& path, bool cap);
+  Tex cachedImage(const std::filesystem::path& path, int width, int height);
+  bool export_(const Tex& texture, const std::filesystem::path& path, std::string* error = nullptr);
+  // Pixels of a texture as floats (rgba, row 0 on top), on a command list of its own.
+  std::vector<float> readPixels(const Tex& texture);
+
+private:
+  Engine() = default;
+  struct Eval;  // the state of one evaluation
+  friend struct EngineProduce;
+
+  Tex eval(const Uuid& id);
+  Tex input(const Uuid& id, int port);
+  Tex produce(const Node& node);
+  Tex produceLimited(const Node& node);
+  Tex produceRaw(const Node& node);
+  Tex alphaOut(const Uuid& id);
+  Tex maskOut(const Uuid& id, int k);
+  Tex limitToMatte(const Node& node, const Tex& front, const Tex& result);
+  Tex readCacheFile(const Node& node, const std::string& path);
+  const Edge* edgeInto(const Uuid& id, int port) const;
+  void blurInto(gpu::CommandList& commands, const Tex& from, const Tex& to, float sigma);
+
+  std::unique_ptr<gpu::Device> device_;
+  std::unordered_map<Uuid, SourcePicture> sources_;
+  std::unordered_map<Uuid, Tex> sourceTex_;  // the picture as uploaded, at its own size
+  std::unordered_map<Uuid, Tex> mediaTex_;
+  std::set<Uuid> dirtyMedia_;
+  std::map<std::string, Tex> pool_;
+  mutable std::mutex poolLock_;
+
+  struct ImageEntry {
+    std::filesystem::file_time_type date;
+    Tex texture;
+  };
+  std::map<std::string, ImageEntry> imageCache_;
+  std::vector<std::string> imageOrder_;
+  std::size_t imageBytes_ = 0;
+  std::map<std::string, Tex> rawCache_;
+  std::vector<std::string> rawOrder_;
+  std::size_t rawBytes_ = 0;
+  std::mutex rawLock_;
+
+  std::unique_ptr<Eval> ev_;  // set while an evaluation runs
+  std::unordered_map<Uuid, Tex> alphaSide_;
+  std::unordered_map<std::string, Tex> maskSide_;
+  std::size_t produced_ = 0;
+};
+
+}  // namespace ombrik

@@ -1,0 +1,74 @@
+#include "engine/source_picture.h"
+
+#include <OpenImageIO/imagebuf.h>
+#include <OpenImageIO/imagebufalgo.h>
+#include <OpenImageIO/imageio.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "engine/half_float.h"
+
+namespace ombrik {
+
+SourcePicture SourcePicture::fromFloats(int width, int height, const std::vector<float>& rgba) {
+  auto halves = std::make_shared<std::vector<std::uint16_t>>(rgba.size());
+  std::transform(rgba.begin(), rgba.end(), halves->begin(), floatToHalf);
+  return {width, height, std::move(halves)};
+}
+
+std::optional<SourcePicture> SourcePicture::load(const std::filesystem::path& path, std::string* error) {
+  auto fail = [&](const std::string& why) -> std::optional<SourcePicture> {
+    if (error) *error = why;
+    return std::nullopt;
+  };
+  auto in = OIIO::ImageInput::open(path.string());
+  if (!in) return fail("Image illisible : " + path.filename().string());
+  const OIIO::ImageSpec spec = in->spec();
+  const int w = spec.width, h = spec.height, nc = spec.nchannels;
+  if (w < 1 || h < 1 || nc < 1 || std::int64_t(w) * h > (std::int64_t(1) << 28))
+    return fail("Image illisible : " + path.filename().string());
+  std::vector<float> pixels(std::size_t(w) * h * nc);
+  // OpenImageIO associates alpha on reading: the picture arrives premultiplied.
+  if (!in->read_image(0, 0, 0, nc, OIIO::TypeDesc::FLOAT, pixels.data()))
+    return fail("Image illisible : " + path.filename().string());
+  std::vector<float> rgba(std::size_t(w) * h * 4);
+  for (std::size_t i = 0; i < std::size_t(w) * h; ++i) {
+    const float* p = &pixels[i * nc];
+    const float r = p[0], g = nc >= 3 ? p[1] : r, b = nc >= 3 ? p[2] : r;
+    const float a = nc == 2 ? p[1] : nc >= 4 ? p[3] : 1.0f;
+    rgba[i * 4 + 0] = r, rgba[i * 4 + 1] = g, rgba[i * 4 + 2] = b, rgba[i * 4 + 3] = a;
+  }
+  return fromFloats(w, h, rgba);
+}
+
+SourcePicture SampleImage::make(int width, int height) {
+  struct Blob {
+    float x, y, r, cr, cg, cb;
+  };
+  // Positions and radii as fractions of the height, so any size draws the same picture.
+  static constexpr Blob blobs[] = {{0.62f, 0.52f, 0.30f, 0.86f, 0.62f, 0.50f},
+                                   {0.38f, 0.40f, 0.18f, 0.35f, 0.55f, 0.80f},
+                                   {1.25f, 0.30f, 0.22f, 0.95f, 0.80f, 0.45f},
+                                   {0.95f, 0.80f, 0.14f, 0.55f, 0.75f, 0.50f},
+                                   {1.45f, 0.72f, 0.10f, 0.90f, 0.40f, 0.45f}};
+  std::vector<float> rgba(std::size_t(width) * height * 4);
+  const float hs = float(height);
+  for (int y = 0; y < height; ++y) {
+    const float t = (y + 0.5f) / hs;
+    for (int x = 0; x < width; ++x) {
+      float r = 0.16f - 0.11f * t, g = 0.17f - 0.12f * t, b = 0.22f - 0.15f * t;
+      for (const auto& s : blobs) {
+        const float dx = (x + 0.5f) / hs - s.x, dy = t - s.y;
+        const float d = std::sqrt(dx * dx + dy * dy) / s.r;
+        const float k = 0.85f * std::clamp(1.0f - d * d, 0.0f, 1.0f) * std::clamp(1.0f - d * d, 0.0f, 1.0f);
+        r += (s.cr - r) * k, g += (s.cg - g) * k, b += (s.cb - b) * k;
+      }
+      float* p = &rgba[(std::size_t(y) * width + x) * 4];
+      p[0] = r, p[1] = g, p[2] = b, p[3] = 1.0f;
+    }
+  }
+  return SourcePicture::fromFloats(width, height, rgba);
+}
+
+}  // namespace ombrik

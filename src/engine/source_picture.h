@@ -1,0 +1,30 @@
+#pragma once
+// A decoded picture on the CPU, before it becomes a texture: half floats, premultiplied,
+// row 0 on top. Stills come through OpenImageIO; the built-in sample is drawn here.
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ombrik {
+
+struct SourcePicture {
+  int width = 0;
+  int height = 0;
+  std::shared_ptr<const std::vector<std::uint16_t>> rgba;  // width * height * 4 halves
+
+  bool empty() const { return width < 1 || height < 1 || !rgba; }
+  static SourcePicture fromFloats(int width, int height, const std::vector<float>& rgba);
+  // Any still OpenImageIO reads; nullopt with a message when it can't.
+  static std::optional<SourcePicture> load(const std::filesystem::path& path, std::string* error = nullptr);
+};
+
+// The built-in picture shown when a development start has no footage: a dark vertical
+// gradient with soft round shapes, 1920 by 1080.
+struct SampleImage {
+  static SourcePicture make(int width = 1920, int height = 1080);
+};
+
+}  // namespace ombrik

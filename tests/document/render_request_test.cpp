@@ -1,0 +1,50 @@
+#include <gtest/gtest.h>
+
+#include "document/app_model.h"
+#include "engine/engine.h"
+#include "platform/scheduler.h"
+
+using namespace ombrik;
+
+TEST(RenderRequest, ChangesCollapseIntoOneEvaluation) {
+  auto scheduler = std::make_shared<ManualScheduler>();
+  AppModel model(AppModel::Options{.withEngine = true, .scheduler = scheduler});
+  ASSERT_TRUE(model.engine) << model._status;
+  EXPECT_EQ(scheduler->pending(), 1u);  // the first render, asked at start
+  scheduler->runAll();
+  const int evaluations = model.engine->evalCount;
+  EXPECT_EQ(model._frameID, 1);
+  for (int i = 0; i < 5; ++i) model.requestRender();  // five quick changes
+  EXPECT_EQ(scheduler->pending(), 1u);
+  scheduler->runAll();
+  EXPECT_EQ(model.engine->evalCount, evaluations + 1);
+  EXPECT_EQ(model._frameID, 2);
+  model.requestRender();  // a later change renders again
+  scheduler->runAll();
+  EXPECT_EQ(model.engine->evalCount, evaluations + 2);
+}
+
+TEST(RenderRequest, CompSizeFollowsTheFirstPictureCappedAt4096) {
+  EXPECT_EQ(AppModel::fullCompSize(6000, 4000), (CompSize{4096, 2730}));
+  EXPECT_EQ(AppModel::fullCompSize(1920, 1080), (CompSize{1920, 1080}));
+  EXPECT_EQ(AppModel::fullCompSize(4000, 9000), (CompSize{1820, 4096}));
+  EXPECT_EQ(AppModel::fullCompSize(10000, 1), (CompSize{4096, 1}));
+
+  auto scheduler = std::make_shared<ManualScheduler>();
+  AppModel model(AppModel::Options{.withEngine = true, .scheduler = scheduler});
+  ASSERT_TRUE(model.engine);
+  MediaItem big;
+  big.id = Uuid::generate();
+  big.width = 6000;
+  big.height = 4000;
+  model._media.push_back(big);
+  Node media(NodeKind::media());
+  media.mediaID = big.id;
+  model._nodes.push_back(media);
+  model._previewScale = 0.5;
+  model.recomputeComp();
+  EXPECT_EQ(model._compSize, (CompSize{4096, 2730}));  // the full size, whatever the preview scale
+  EXPECT_EQ(model.engine->compW, 2048);
+  EXPECT_EQ(model.engine->compH, 1365);
+  EXPECT_FLOAT_EQ(model.engine->pxScale, 0.5f);
+}
