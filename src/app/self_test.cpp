@@ -7,6 +7,7 @@
 #include <iostream>
 #include <string>
 
+#include "engine/engine.h"
 #include "platform/app_paths.h"
 #include "platform/string_catalogue.h"
 #include "platform/version.h"
@@ -54,6 +55,13 @@ int SelfTest::run(std::ostream& out) {
   line(tr("  modèles    : ") + paths.models.string());
   line(tr("  journaux   : ") + paths.logs.string());
   line(tr("  langue     : ") + lang.code() + " · « Masque de forme » → « " + tr("Masque de forme") + " »");
+
+  // The GPU (or the CPU driver) and every kernel compiled, as an evaluation would need them.
+  std::string gpuError;
+  auto engine = Engine::create(&gpuError);
+  line(tr("  GPU        : ") + (engine ? engine->deviceDescription() : gpuError));
+  check(engine != nullptr, "GPU et noyaux de calcul");
+  engine.reset();
 
   bool scriptsThere = true;
   for (const char* name : kWorkerScripts) scriptsThere = scriptsThere && std::filesystem::exists(paths.script(name));

@@ -61,6 +61,8 @@ TEST(SelfTestCli, DevelopmentTreeSpeaksFrenchAndFailsWithoutWorkerScripts) {
   EXPECT_TRUE(has(r.out, "\n  modèles    : ")) << r.out;
   EXPECT_TRUE(has(r.out, "\n  journaux   : ")) << r.out;
   EXPECT_TRUE(has(r.out, "\n  langue     : fr · « Masque de forme » → « Masque de forme »\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\n  GPU        : llvmpipe")) << r.out;  // tests run on the CPU driver
+  EXPECT_TRUE(has(r.out, "\nOK    GPU et noyaux de calcul\n")) << r.out;
   EXPECT_TRUE(has(r.out, "\nÉCHEC scripts IA (om_track, om_klt, om_points, om_assist)\n")) << r.out;
   EXPECT_TRUE(has(r.out, "\nINFO  Packs IA non installés (normal pour une app neuve)\n")) << r.out;
   EXPECT_TRUE(endsWith(r.out, "\nInstallation incomplète.\n")) << r.out;
@@ -97,6 +99,7 @@ TEST(SelfTestCli, InstalledProgramWithItsScriptsPasses) {
   EXPECT_TRUE(has(r.out, " · installed app: true\n")) << r.out;  // installed and no choice: English
   EXPECT_TRUE(has(r.out, "\n  resources  : " + (prefix / "share" / "ombrik").string() + "\n")) << r.out;
   EXPECT_TRUE(has(r.out, "\n  support    : " + (sandbox.path / "xdg-data" / "Ombrik").string() + "\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\nOK    GPU and compute kernels\n")) << r.out;
   EXPECT_TRUE(has(r.out, "\nOK    AI scripts (om_track, om_klt, om_points, om_assist)\n")) << r.out;
   EXPECT_TRUE(endsWith(r.out, "\nInstallation complete.\n")) << r.out;
 }
