@@ -65,6 +65,9 @@ public:
   void requestRender();
   void performRender(bool full);
   void recomputeComp();
+  // After a lost device or exhausted GPU memory: a new engine on the CPU driver, with the same
+  // sources; the document is untouched and the next render shows it again.
+  bool recoverEngine();
   // The comp's full size for a picture: the longer side capped at 4096, truncated, at least 1.
   static CompSize fullCompSize(int width, int height);
 

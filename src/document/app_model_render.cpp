@@ -3,6 +3,7 @@
 
 #include "document/app_model.h"
 #include "engine/engine.h"
+#include "gpu/device.h"
 #include "platform/scheduler.h"
 
 namespace ombrik {
@@ -48,7 +49,27 @@ void AppModel::performRender(bool full) {
   // features arrive; until then the stored nodes are their own resolved copies.
   const float time = float(_currentFrame) / float(std::max(1.0, _fps));
   engine->evaluate(_nodes, _edges, time);
+  if (engine->device().failed()) {
+    if (recoverEngine()) requestRender();
+    return;
+  }
   ++_frameID;
+}
+
+bool AppModel::recoverEngine() {
+  const std::string reason = engine ? engine->device().failure() : std::string();
+  std::string error;
+  auto device = gpu::Device::create(gpu::DevicePreference::cpu, &error);
+  auto fresh = device ? Engine::create(std::move(device), Engine::defaultOptions(), &error) : nullptr;
+  if (!fresh) {
+    _status = "GPU indisponible : " + error;
+    return false;
+  }
+  if (engine)
+    for (const auto& [id, picture] : engine->sources()) fresh->addSource(picture, id);
+  engine = std::move(fresh);
+  _status = "Erreur GPU (" + reason + ") : le rendu continue sur le processeur.";
+  return true;
 }
 
 }  // namespace ombrik

@@ -59,6 +59,7 @@ public:
   void addSource(std::optional<SourcePicture> picture, const Uuid& id);
   void updateSource(std::optional<SourcePicture> picture, const Uuid& id) { addSource(std::move(picture), id); }
   bool hasSource(const Uuid& id) const { return sources_.count(id) > 0; }
+  const std::unordered_map<Uuid, SourcePicture>& sources() const { return sources_; }
   Tex conform(const Uuid& id);                      // the media texture of a source
   Tex conformed(const SourcePicture& picture);      // a comp-size texture, on its own commands
   Tex fitPicture(const SourcePicture& picture, int width, int height, gpu::CommandList& commands);

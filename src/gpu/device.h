@@ -35,6 +35,8 @@ public:
   // True once the device reported a loss or an out-of-memory: the owner should rebuild.
   bool failed() const;
   const std::string& failure() const;
+  // Marks the device unusable, as a lost device would; its owner then rebuilds.
+  void reportFailure(const std::string& why);
 
   TexturePtr createTexture(int width, int height, Format format);  // zero-filled at first use
   TexturePtr createTexture3D(int size);                             // rgba16Float cube for LUTs

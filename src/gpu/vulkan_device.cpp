@@ -547,6 +547,10 @@ std::unique_ptr<Device> Device::create(DevicePreference preference, std::string*
 const DeviceInfo& Device::info() const { return impl_->info; }
 bool Device::failed() const { return impl_->failed; }
 const std::string& Device::failure() const { return impl_->failure; }
+void Device::reportFailure(const std::string& why) {
+  impl_->failed = true;
+  impl_->failure = why;
+}
 std::size_t Device::liveTextureCount() const { return impl_->liveTextures.load(); }
 
 TexturePtr Device::createTexture(int width, int height, Format format) {

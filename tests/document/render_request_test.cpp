@@ -2,6 +2,7 @@
 
 #include "document/app_model.h"
 #include "engine/engine.h"
+#include "gpu/device.h"
 #include "platform/scheduler.h"
 
 using namespace ombrik;
@@ -47,4 +48,28 @@ TEST(RenderRequest, CompSizeFollowsTheFirstPictureCappedAt4096) {
   EXPECT_EQ(model.engine->compW, 2048);
   EXPECT_EQ(model.engine->compH, 1365);
   EXPECT_FLOAT_EQ(model.engine->pxScale, 0.5f);
+}
+
+TEST(RenderRequest, LostDeviceFallsBackToTheCpuKeepingTheDocument) {
+  auto scheduler = std::make_shared<ManualScheduler>();
+  AppModel model(AppModel::Options{.withEngine = true, .scheduler = scheduler});
+  ASSERT_TRUE(model.engine);
+  scheduler->runAll();
+  const Uuid source = Uuid::generate();
+  model.engine->addSource(SampleImage::make(32, 18), source);
+  const auto nodes = model._nodes;
+  const Engine* before = model.engine.get();
+
+  model.engine->device().reportFailure("périphérique GPU perdu");
+  model.requestRender();
+  scheduler->runAll();  // the failed render, then the one on the new engine
+
+  ASSERT_TRUE(model.engine);
+  EXPECT_NE(model.engine.get(), before);
+  EXPECT_TRUE(model.engine->device().info().cpu);
+  EXPECT_FALSE(model.engine->device().failed());
+  EXPECT_TRUE(model.engine->hasSource(source));
+  EXPECT_EQ(model._nodes, nodes);
+  EXPECT_EQ(model._status, "Erreur GPU (périphérique GPU perdu) : le rendu continue sur le processeur.");
+  EXPECT_GT(model.engine->evalCount, 0);  // it rendered again
 }
