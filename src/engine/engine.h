@@ -7,6 +7,7 @@
 // Operations are split by subject: engine.cpp (device, comp, sources, pool, passes),
 // engine_evaluate.cpp (the evaluation order, inputs, alpha), engine_produce_raw.cpp (what each
 // kind computes), engine_files.cpp (stills, raw frames, export).
+#include <array>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -20,6 +21,7 @@
 #include <vector>
 
 #include "engine/source_picture.h"
+#include "graph/picture.h"
 #include "graph/edge.h"
 #include "graph/node.h"
 #include "graph/uuid.h"
@@ -102,6 +104,15 @@ public:
   // Pixels of a texture as floats (rgba, row 0 on top), on a command list of its own.
   std::vector<float> readPixels(const Tex& texture);
 
+  // ---- read-backs for the interface (engine_readback.cpp)
+  // Mean colour of the square x-r..x+r, y-r..y+r cut to the texture; nothing when empty.
+  std::optional<std::array<float, 3>> readColor(const Tex& texture, int x, int y, int r);
+  std::vector<std::array<float, 3>> thumbPixels(const Tex& texture, int width, int height);
+  Tex snapshotScaled(const Tex& texture, int width, int height);  // 8-bit, at least 1x1
+  Tex maskView(const Tex& mask, const Tex& picture);              // outside darkened, tinted red
+  std::optional<Picture> thumbnail(const Tex& texture, int maxSide);  // may enlarge
+  bool writePreview(const Tex& texture, const std::filesystem::path& path, int maxSide);  // never enlarges
+
 private:
   Engine() = default;
   struct Eval;  // the state of one evaluation
@@ -118,6 +129,7 @@ private:
   Tex readCacheFile(const Node& node, const std::string& path);
   const Edge* edgeInto(const Uuid& id, int port) const;
   void blurInto(gpu::CommandList& commands, const Tex& from, const Tex& to, float sigma);
+  Tex resampled(const Tex& from, int width, int height, gpu::Format format);
 
   std::unique_ptr<gpu::Device> device_;
   std::unordered_map<Uuid, SourcePicture> sources_;
