@@ -1,5 +1,5 @@
 # Script mode: writes OUT, a C++ table of every file under DIR (relative path -> text).
-file(GLOB_RECURSE files RELATIVE "${DIR}" "${DIR}/*.glsl" "${DIR}/*.comp")
+file(GLOB_RECURSE files RELATIVE "${DIR}" "${DIR}/*.glsl" "${DIR}/*.comp" "${DIR}/*.vert" "${DIR}/*.frag")
 list(SORT files)
 set(body "")
 set(index "")

@@ -186,6 +186,10 @@ void Engine::rescale(const Tex& from, const Tex& to) {
   ev_->commands->dispatch("k_resample", list, {});
 }
 
+void Engine::drawMesh(const Tex& source, const Tex& target, std::span<const float> vertices) {
+  if (ev_ && ev_->commands) ev_->commands->drawTriangles("mesh", source, target, vertices);
+}
+
 void Engine::blurInto(gpu::CommandList& commands, const Tex& from, const Tex& to, float sigma) {
   if (!from || !to) return;
   // A direct separable Gaussian up to sigma 8 (radius 3 sigma). Beyond, the picture is halved

@@ -95,6 +95,8 @@ public:
                 std::span<const float> table = {});
   void blur(const Tex& from, const Tex& to, float sigma);  // Gaussian, clamp-to-edge
   void rescale(const Tex& from, const Tex& to);           // bilinear
+  // Triangles from `source` drawn over `target`: 4 floats a vertex (position 0..1, texture coordinate).
+  void drawMesh(const Tex& source, const Tex& target, std::span<const float> vertices);
 
   // ---- files
   bool writeRaw(const Tex& texture, const std::filesystem::path& path, std::string* error = nullptr);

@@ -158,6 +158,22 @@ KernelLibraryReport buildKernelLibrary(gpu::Device& device, const KernelLibraryO
     report.failed.push_back(name);
   }
 
+  // 4. The triangle pass of the mesh warp.
+  {
+    auto text = [](std::string_view path) {
+      for (const auto& f : shaderFiles())
+        if (f.path == path) return std::string(f.text);
+      return std::string();
+    };
+    auto v = compiler.compile(text("render/m_vert.vert"), "m_vert", gpu::ShaderStage::vertex);
+    auto f = compiler.compile(text("render/m_frag.frag"), "m_frag", gpu::ShaderStage::fragment);
+    std::string error = v.messages + f.messages;
+    if (!v.ok() || !f.ok() || !device.createTrianglePipeline("mesh", v.spirv, f.spirv, &error)) {
+      log += "Pipeline mesh : " + error + "\n";
+      report.failed.push_back("mesh");
+    }
+  }
+
   std::error_code ec;
   if (log.empty()) fs::remove(options.errorLog, ec);
   else {

@@ -43,6 +43,11 @@ public:
 
   bool createPipeline(const std::string& name, const std::vector<std::uint32_t>& spirv, std::string* error);
   bool hasPipeline(const std::string& name) const;
+  // A triangle-list pipeline drawing onto rgba16Float textures: vertices of 4 floats (position
+  // 0..1 across the target, texture coordinate), the source sampled at binding 0.
+  // False when the device has no dynamic rendering.
+  bool createTrianglePipeline(const std::string& name, const std::vector<std::uint32_t>& vertexSpirv,
+                              const std::vector<std::uint32_t>& fragmentSpirv, std::string* error);
   std::size_t pipelineCount() const;
 
   std::unique_ptr<CommandList> begin();
@@ -80,6 +85,9 @@ public:
   void upload(const TexturePtr& texture, const void* bytes, std::size_t size);
   void copy(const TexturePtr& from, const TexturePtr& to);  // same size and format
   void clear(const TexturePtr& texture, float r, float g, float b, float a);
+  // Draws triangles (3 vertices of 4 floats each) from `source` onto `target`, over what it holds.
+  void drawTriangles(const std::string& pipeline, const TexturePtr& source, const TexturePtr& target,
+                     std::span<const float> vertices);
   std::size_t passCount() const;
 
   struct Impl;

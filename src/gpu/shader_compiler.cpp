@@ -38,11 +38,14 @@ std::string ShaderCompiler::hashOf(const std::string& text) {
   return out;
 }
 
-ShaderCompiler::Result ShaderCompiler::compile(const std::string& source, const std::string& name) {
+ShaderCompiler::Result ShaderCompiler::compile(const std::string& source, const std::string& name, ShaderStage stage) {
   Result r;
   fs::path cached;
+  const shaderc_shader_kind kind = stage == ShaderStage::vertex     ? shaderc_vertex_shader
+                                   : stage == ShaderStage::fragment ? shaderc_fragment_shader
+                                                                    : shaderc_compute_shader;
   if (!cacheDir_.empty()) {
-    cached = cacheDir_ / (hashOf(std::string(kOptionsTag) + "\n" + source) + ".spv");
+    cached = cacheDir_ / (hashOf(std::string(kOptionsTag) + std::to_string(int(kind)) + "\n" + source) + ".spv");
     std::ifstream in(cached, std::ios::binary);
     if (in) {
       std::vector<char> bytes((std::istreambuf_iterator<char>(in)), {});
@@ -58,7 +61,7 @@ ShaderCompiler::Result ShaderCompiler::compile(const std::string& source, const 
     }
   }
   shaderc::Compiler compiler;
-  auto res = compiler.CompileGlslToSpv(source, shaderc_compute_shader, name.c_str(), options());
+  auto res = compiler.CompileGlslToSpv(source, kind, name.c_str(), options());
   r.messages = res.GetErrorMessage();
   ++compiled_;
   if (res.GetCompilationStatus() != shaderc_compilation_status_success) return r;

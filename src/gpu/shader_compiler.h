@@ -9,6 +9,8 @@
 
 namespace ombrik::gpu {
 
+enum class ShaderStage { compute, vertex, fragment };
+
 class ShaderCompiler {
 public:
   explicit ShaderCompiler(std::filesystem::path cacheDir = {});
@@ -21,7 +23,7 @@ public:
     bool ok() const { return !spirv.empty(); }
   };
   // `name` labels the messages.
-  Result compile(const std::string& source, const std::string& name);
+  Result compile(const std::string& source, const std::string& name, ShaderStage stage = ShaderStage::compute);
   // Parses and checks without keeping the result (a whole library at once).
   Result check(const std::string& source, const std::string& name);
 

@@ -59,6 +59,10 @@ struct Device::Impl {
   VkPipelineLayout pipelineLayout = VK_NULL_HANDLE;
   VkSampler sampler = VK_NULL_HANDLE;
   PFN_vkCmdPushDescriptorSetKHR pushDescriptors = nullptr;
+  PFN_vkCmdBeginRenderingKHR beginRendering = nullptr;
+  PFN_vkCmdEndRenderingKHR endRendering = nullptr;
+  VkDescriptorSetLayout drawSetLayout = VK_NULL_HANDLE;
+  VkPipelineLayout drawLayout = VK_NULL_HANDLE;
   VkPhysicalDeviceMemoryProperties memory{};
   std::map<std::string, VkPipeline> pipelines;
   mutable std::mutex lock;  // queue, pool and pipeline map: readbacks may come from other threads
@@ -170,6 +174,8 @@ Device::Impl::~Impl() {
     for (auto& [name, p] : pipelines) vkDestroyPipeline(device, p, nullptr);
     if (sampler) vkDestroySampler(device, sampler, nullptr);
     if (pipelineLayout) vkDestroyPipelineLayout(device, pipelineLayout, nullptr);
+    if (drawLayout) vkDestroyPipelineLayout(device, drawLayout, nullptr);
+    if (drawSetLayout) vkDestroyDescriptorSetLayout(device, drawSetLayout, nullptr);
     if (setLayout) vkDestroyDescriptorSetLayout(device, setLayout, nullptr);
     if (commandPool) vkDestroyCommandPool(device, commandPool, nullptr);
     vkDestroyDevice(device, nullptr);
@@ -385,6 +391,61 @@ void CommandList::clear(const TexturePtr& texture, float r, float g, float b, fl
   impl_->keep.push_back(texture);
 }
 
+void CommandList::drawTriangles(const std::string& pipelineName, const TexturePtr& source, const TexturePtr& target,
+                                std::span<const float> vertices) {
+  Device::Impl* dev = impl_->dev;
+  if (!source || !target || target->format() != Format::rgba16Float || vertices.size() < 12 || !dev->beginRendering)
+    return;
+  VkPipeline pipeline;
+  {
+    std::lock_guard g(dev->lock);
+    auto it = dev->pipelines.find(pipelineName);
+    if (it == dev->pipelines.end()) return;
+    pipeline = it->second;
+  }
+  impl_->prepare(source);
+  impl_->prepare(target);
+  VkBuffer b;
+  VkDeviceMemory m;
+  if (!impl_->stagingBuffer(vertices.size_bytes(), VK_BUFFER_USAGE_VERTEX_BUFFER_BIT, &b, &m)) return;
+  void* p;
+  vkMapMemory(dev->device, m, 0, VK_WHOLE_SIZE, 0, &p);
+  std::memcpy(p, vertices.data(), vertices.size_bytes());
+  vkUnmapMemory(dev->device, m);
+
+  VkCommandBuffer cb = impl_->cb;
+  auto color = vkInit<VkRenderingAttachmentInfoKHR>(VK_STRUCTURE_TYPE_RENDERING_ATTACHMENT_INFO_KHR);
+  color.imageView = vk(target)->view;
+  color.imageLayout = VK_IMAGE_LAYOUT_GENERAL;
+  color.loadOp = VK_ATTACHMENT_LOAD_OP_LOAD;  // draw over what the target holds
+  color.storeOp = VK_ATTACHMENT_STORE_OP_STORE;
+  auto info = vkInit<VkRenderingInfoKHR>(VK_STRUCTURE_TYPE_RENDERING_INFO_KHR);
+  info.renderArea = {{0, 0}, {std::uint32_t(target->width()), std::uint32_t(target->height())}};
+  info.layerCount = 1;
+  info.colorAttachmentCount = 1;
+  info.pColorAttachments = &color;
+  dev->beginRendering(cb, &info);
+  vkCmdBindPipeline(cb, VK_PIPELINE_BIND_POINT_GRAPHICS, pipeline);
+  VkViewport viewport{0, 0, float(target->width()), float(target->height()), 0, 1};
+  vkCmdSetViewport(cb, 0, 1, &viewport);
+  vkCmdSetScissor(cb, 0, 1, &info.renderArea);
+  VkDescriptorImageInfo image{dev->sampler, vk(source)->view, VK_IMAGE_LAYOUT_GENERAL};
+  auto w = vkInit<VkWriteDescriptorSet>(VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET);
+  w.dstBinding = 0;
+  w.descriptorCount = 1;
+  w.descriptorType = VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER;
+  w.pImageInfo = &image;
+  dev->pushDescriptors(cb, VK_PIPELINE_BIND_POINT_GRAPHICS, dev->drawLayout, 0, 1, &w);
+  VkDeviceSize offset = 0;
+  vkCmdBindVertexBuffers(cb, 0, 1, &b, &offset);
+  vkCmdDraw(cb, std::uint32_t(vertices.size() / 4 / 3 * 3), 1, 0, 0);
+  dev->endRendering(cb);
+  impl_->barrier();
+  impl_->keep.push_back(source);
+  impl_->keep.push_back(target);
+  ++impl_->passes;
+}
+
 // ---------------------------------------------------------------------------------------------
 
 Device::Device(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
@@ -482,18 +543,39 @@ std::unique_ptr<Device> Device::create(DevicePreference preference, std::string*
   qci.pQueuePriorities = &priority;
   VkPhysicalDeviceFeatures features{};
   features.shaderStorageImageWriteWithoutFormat = VK_TRUE;
-  const char* extensions[] = {VK_KHR_PUSH_DESCRIPTOR_EXTENSION_NAME};
+  std::vector<const char*> extensions = {VK_KHR_PUSH_DESCRIPTOR_EXTENSION_NAME};
+  // Triangle passes (mesh warp) draw without render-pass objects when the device allows it.
+  bool dynamicRendering = false;
+  {
+    std::uint32_t n = 0;
+    vkEnumerateDeviceExtensionProperties(d->physical, nullptr, &n, nullptr);
+    std::vector<VkExtensionProperties> exts(n);
+    vkEnumerateDeviceExtensionProperties(d->physical, nullptr, &n, exts.data());
+    for (const auto& e : exts)
+      if (std::strcmp(e.extensionName, VK_KHR_DYNAMIC_RENDERING_EXTENSION_NAME) == 0) dynamicRendering = true;
+  }
+  auto dynamicFeature = vkInit<VkPhysicalDeviceDynamicRenderingFeaturesKHR>(
+      VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_DYNAMIC_RENDERING_FEATURES_KHR);
+  dynamicFeature.dynamicRendering = VK_TRUE;
   auto dci = vkInit<VkDeviceCreateInfo>(VK_STRUCTURE_TYPE_DEVICE_CREATE_INFO);
+  if (dynamicRendering) {  // its dependencies are core in Vulkan 1.2
+    extensions.push_back(VK_KHR_DYNAMIC_RENDERING_EXTENSION_NAME);
+    dci.pNext = &dynamicFeature;
+  }
   dci.queueCreateInfoCount = 1;
   dci.pQueueCreateInfos = &qci;
-  dci.enabledExtensionCount = 1;
-  dci.ppEnabledExtensionNames = extensions;
+  dci.enabledExtensionCount = std::uint32_t(extensions.size());
+  dci.ppEnabledExtensionNames = extensions.data();
   dci.pEnabledFeatures = &features;
   if (VkResult r = vkCreateDevice(d->physical, &dci, nullptr, &d->device); r != VK_SUCCESS)
     return setError("création du périphérique Vulkan impossible (" + vkError(r) + ")");
   vkGetDeviceQueue(d->device, d->queueFamily, 0, &d->queue);
   d->pushDescriptors = reinterpret_cast<PFN_vkCmdPushDescriptorSetKHR>(vkGetDeviceProcAddr(d->device, "vkCmdPushDescriptorSetKHR"));
   if (!d->pushDescriptors) return setError("VK_KHR_push_descriptor indisponible");
+  if (dynamicRendering) {
+    d->beginRendering = reinterpret_cast<PFN_vkCmdBeginRenderingKHR>(vkGetDeviceProcAddr(d->device, "vkCmdBeginRenderingKHR"));
+    d->endRendering = reinterpret_cast<PFN_vkCmdEndRenderingKHR>(vkGetDeviceProcAddr(d->device, "vkCmdEndRenderingKHR"));
+  }
 
   auto pci = vkInit<VkCommandPoolCreateInfo>(VK_STRUCTURE_TYPE_COMMAND_POOL_CREATE_INFO);
   pci.flags = VK_COMMAND_POOL_CREATE_RESET_COMMAND_BUFFER_BIT;
@@ -519,6 +601,19 @@ std::unique_ptr<Device> Device::create(DevicePreference preference, std::string*
   pli.pushConstantRangeCount = 1;
   pli.pPushConstantRanges = &range;
   vkCreatePipelineLayout(d->device, &pli, nullptr, &d->pipelineLayout);
+
+  {  // triangle passes: the source at binding 0 for the fragment stage
+    VkDescriptorSetLayoutBinding b{0, VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER, 1, VK_SHADER_STAGE_FRAGMENT_BIT, nullptr};
+    auto dl = vkInit<VkDescriptorSetLayoutCreateInfo>(VK_STRUCTURE_TYPE_DESCRIPTOR_SET_LAYOUT_CREATE_INFO);
+    dl.flags = VK_DESCRIPTOR_SET_LAYOUT_CREATE_PUSH_DESCRIPTOR_BIT_KHR;
+    dl.bindingCount = 1;
+    dl.pBindings = &b;
+    vkCreateDescriptorSetLayout(d->device, &dl, nullptr, &d->drawSetLayout);
+    auto pl = vkInit<VkPipelineLayoutCreateInfo>(VK_STRUCTURE_TYPE_PIPELINE_LAYOUT_CREATE_INFO);
+    pl.setLayoutCount = 1;
+    pl.pSetLayouts = &d->drawSetLayout;
+    vkCreatePipelineLayout(d->device, &pl, nullptr, &d->drawLayout);
+  }
 
   auto si = vkInit<VkSamplerCreateInfo>(VK_STRUCTURE_TYPE_SAMPLER_CREATE_INFO);
   si.magFilter = si.minFilter = VK_FILTER_LINEAR;
@@ -585,6 +680,92 @@ bool Device::createPipeline(const std::string& name, const std::vector<std::uint
   auto [it, inserted] = impl_->pipelines.emplace(name, pipeline);
   if (!inserted) {
     // Replacing a pipeline (a user kernel compiled again): wait until nothing uses the old one.
+    vkQueueWaitIdle(impl_->queue);
+    vkDestroyPipeline(impl_->device, it->second, nullptr);
+    it->second = pipeline;
+  }
+  return true;
+}
+
+bool Device::createTrianglePipeline(const std::string& name, const std::vector<std::uint32_t>& vertexSpirv,
+                                    const std::vector<std::uint32_t>& fragmentSpirv, std::string* error) {
+  if (!impl_->beginRendering) {
+    if (error) *error = "rendu dynamique indisponible";
+    return false;
+  }
+  VkShaderModule modules[2] = {};
+  const std::vector<std::uint32_t>* code[2] = {&vertexSpirv, &fragmentSpirv};
+  for (int i = 0; i < 2; ++i) {
+    auto mi = vkInit<VkShaderModuleCreateInfo>(VK_STRUCTURE_TYPE_SHADER_MODULE_CREATE_INFO);
+    mi.codeSize = code[i]->size() * 4;
+    mi.pCode = code[i]->data();
+    if (VkResult r = vkCreateShaderModule(impl_->device, &mi, nullptr, &modules[i]); r != VK_SUCCESS) {
+      if (modules[0]) vkDestroyShaderModule(impl_->device, modules[0], nullptr);
+      if (error) *error = vkError(r);
+      return false;
+    }
+  }
+  VkPipelineShaderStageCreateInfo stages[2];
+  for (int i = 0; i < 2; ++i) {
+    stages[i] = vkInit<VkPipelineShaderStageCreateInfo>(VK_STRUCTURE_TYPE_PIPELINE_SHADER_STAGE_CREATE_INFO);
+    stages[i].stage = i == 0 ? VK_SHADER_STAGE_VERTEX_BIT : VK_SHADER_STAGE_FRAGMENT_BIT;
+    stages[i].module = modules[i];
+    stages[i].pName = "main";
+  }
+  VkVertexInputBindingDescription binding{0, 4 * sizeof(float), VK_VERTEX_INPUT_RATE_VERTEX};
+  VkVertexInputAttributeDescription attrs[2] = {{0, 0, VK_FORMAT_R32G32_SFLOAT, 0},
+                                                {1, 0, VK_FORMAT_R32G32_SFLOAT, 2 * sizeof(float)}};
+  auto vi = vkInit<VkPipelineVertexInputStateCreateInfo>(VK_STRUCTURE_TYPE_PIPELINE_VERTEX_INPUT_STATE_CREATE_INFO);
+  vi.vertexBindingDescriptionCount = 1;
+  vi.pVertexBindingDescriptions = &binding;
+  vi.vertexAttributeDescriptionCount = 2;
+  vi.pVertexAttributeDescriptions = attrs;
+  auto ia = vkInit<VkPipelineInputAssemblyStateCreateInfo>(VK_STRUCTURE_TYPE_PIPELINE_INPUT_ASSEMBLY_STATE_CREATE_INFO);
+  ia.topology = VK_PRIMITIVE_TOPOLOGY_TRIANGLE_LIST;
+  auto vp = vkInit<VkPipelineViewportStateCreateInfo>(VK_STRUCTURE_TYPE_PIPELINE_VIEWPORT_STATE_CREATE_INFO);
+  vp.viewportCount = 1;
+  vp.scissorCount = 1;
+  auto rs = vkInit<VkPipelineRasterizationStateCreateInfo>(VK_STRUCTURE_TYPE_PIPELINE_RASTERIZATION_STATE_CREATE_INFO);
+  rs.polygonMode = VK_POLYGON_MODE_FILL;
+  rs.cullMode = VK_CULL_MODE_NONE;
+  rs.lineWidth = 1.0f;
+  auto ms = vkInit<VkPipelineMultisampleStateCreateInfo>(VK_STRUCTURE_TYPE_PIPELINE_MULTISAMPLE_STATE_CREATE_INFO);
+  ms.rasterizationSamples = VK_SAMPLE_COUNT_1_BIT;
+  VkPipelineColorBlendAttachmentState blend{};
+  blend.colorWriteMask = VK_COLOR_COMPONENT_R_BIT | VK_COLOR_COMPONENT_G_BIT | VK_COLOR_COMPONENT_B_BIT | VK_COLOR_COMPONENT_A_BIT;
+  auto cb = vkInit<VkPipelineColorBlendStateCreateInfo>(VK_STRUCTURE_TYPE_PIPELINE_COLOR_BLEND_STATE_CREATE_INFO);
+  cb.attachmentCount = 1;
+  cb.pAttachments = &blend;
+  VkDynamicState dyn[] = {VK_DYNAMIC_STATE_VIEWPORT, VK_DYNAMIC_STATE_SCISSOR};
+  auto ds = vkInit<VkPipelineDynamicStateCreateInfo>(VK_STRUCTURE_TYPE_PIPELINE_DYNAMIC_STATE_CREATE_INFO);
+  ds.dynamicStateCount = 2;
+  ds.pDynamicStates = dyn;
+  const VkFormat format = VK_FORMAT_R16G16B16A16_SFLOAT;
+  auto rendering = vkInit<VkPipelineRenderingCreateInfoKHR>(VK_STRUCTURE_TYPE_PIPELINE_RENDERING_CREATE_INFO_KHR);
+  rendering.colorAttachmentCount = 1;
+  rendering.pColorAttachmentFormats = &format;
+  auto gi = vkInit<VkGraphicsPipelineCreateInfo>(VK_STRUCTURE_TYPE_GRAPHICS_PIPELINE_CREATE_INFO);
+  gi.pNext = &rendering;
+  gi.stageCount = 2;
+  gi.pStages = stages;
+  gi.pVertexInputState = &vi;
+  gi.pInputAssemblyState = &ia;
+  gi.pViewportState = &vp;
+  gi.pRasterizationState = &rs;
+  gi.pMultisampleState = &ms;
+  gi.pColorBlendState = &cb;
+  gi.pDynamicState = &ds;
+  gi.layout = impl_->drawLayout;
+  VkPipeline pipeline;
+  VkResult r = vkCreateGraphicsPipelines(impl_->device, VK_NULL_HANDLE, 1, &gi, nullptr, &pipeline);
+  for (auto m : modules) vkDestroyShaderModule(impl_->device, m, nullptr);
+  if (r != VK_SUCCESS) {
+    if (error) *error = vkError(r);
+    return false;
+  }
+  std::lock_guard g(impl_->lock);
+  auto [it, inserted] = impl_->pipelines.emplace(name, pipeline);
+  if (!inserted) {
     vkQueueWaitIdle(impl_->queue);
     vkDestroyPipeline(impl_->device, it->second, nullptr);
     it->second = pipeline;

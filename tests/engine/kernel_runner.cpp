@@ -65,6 +65,13 @@ void KernelRunner::run(const std::string& kernel, const std::vector<gpu::Texture
   if (!state_->device->submitAndWait(*c)) throw std::runtime_error("device failure");
 }
 
+void KernelRunner::drawTriangles(const gpu::TexturePtr& source, const gpu::TexturePtr& target,
+                                 const std::vector<float>& vertices) {
+  auto c = state_->device->begin();
+  c->drawTriangles("mesh", source, target, vertices);
+  if (!state_->device->submitAndWait(*c)) throw std::runtime_error("device failure");
+}
+
 Image KernelRunner::read(const gpu::TexturePtr& texture) {
   const auto bytes = state_->device->read(texture);
   Image out(texture->width(), texture->height());

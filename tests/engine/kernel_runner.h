@@ -38,6 +38,8 @@ public:
   void run(const std::string& kernel, const std::vector<gpu::TexturePtr>& textures, const std::vector<float>& P,
            const std::vector<float>& table = {});
   Image read(const gpu::TexturePtr& texture);  // rgba8 reads back as 0..1
+  // The mesh warp's triangle pass: 4 floats a vertex (position 0..1, texture coordinate).
+  void drawTriangles(const gpu::TexturePtr& source, const gpu::TexturePtr& target, const std::vector<float>& vertices);
 
 private:
   KernelRunner();
