@@ -85,18 +85,35 @@ void Engine::addSource(std::optional<SourcePicture> picture, const Uuid& id) {
   dirtyMedia_.insert(id);
 }
 
-Engine::Tex Engine::fitPicture(const SourcePicture& picture, int width, int height, gpu::CommandList& commands) {
+Engine::Tex Engine::fitPicture(const SourcePicture& picture, int width, int height, gpu::CommandList& commands,
+                               bool transparent, Tex into) {
   if (picture.empty() || width < 1 || height < 1) return nullptr;
   Tex src = device_->createTexture(picture.width, picture.height, gpu::Format::rgba16Float);
-  Tex out = device_->createTexture(width, height, gpu::Format::rgba16Float);
+  Tex out = into ? into : device_->createTexture(width, height, gpu::Format::rgba16Float);
   if (!src || !out) return nullptr;
   commands.upload(src, picture.rgba->data(), picture.rgba->size() * 2);
-  const float s = std::min(float(width) / picture.width, float(height) / picture.height);
-  const float ox = (width - picture.width * s) * 0.5f, oy = (height - picture.height * s) * 0.5f;
-  const float P[] = {s, ox, oy};
+  const float s = std::min(float(out->width()) / picture.width, float(out->height()) / picture.height);
+  const float P[] = {s, (out->width() - picture.width * s) * 0.5f, (out->height() - picture.height * s) * 0.5f,
+                     transparent ? 1.0f : 0.0f};
   const Tex list[] = {src, out};
   commands.dispatch("g_conform", list, P);
   return out;
+}
+
+Engine::Tex Engine::fastFrame(const SourcePicture& picture, int width, int height) {
+  if (picture.empty() || width < 1 || height < 1) return nullptr;
+  auto commands = device_->begin();
+  if (!commands) return nullptr;
+  Tex out = fitPicture(picture, width, height, *commands, false, device_->createTexture(width, height, gpu::Format::rgba8Unorm));
+  return out && device_->submitAndWait(*commands) ? out : nullptr;
+}
+
+Engine::Tex Engine::fitTexture(const SourcePicture& picture, const std::string& key) {
+  if (compW < 1 || compH < 1) return nullptr;
+  auto commands = device_->begin();
+  if (!commands) return nullptr;
+  Tex out = fitPicture(picture, compW, compH, *commands, true, workTexture(key));
+  return out && device_->submitAndWait(*commands) ? out : nullptr;
 }
 
 Engine::Tex Engine::conform(const Uuid& id) {

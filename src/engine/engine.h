@@ -64,7 +64,13 @@ public:
   const std::unordered_map<Uuid, SourcePicture>& sources() const { return sources_; }
   Tex conform(const Uuid& id);                      // the media texture of a source
   Tex conformed(const SourcePicture& picture);      // a comp-size texture, on its own commands
-  Tex fitPicture(const SourcePicture& picture, int width, int height, gpu::CommandList& commands);
+  Tex fitPicture(const SourcePicture& picture, int width, int height, gpu::CommandList& commands,
+                 bool transparent = false, Tex into = nullptr);
+  // The same fit at any size into an 8-bit texture; nothing for an empty picture or size.
+  Tex fastFrame(const SourcePicture& picture, int width, int height);
+  // The fit on a transparent background into the work texture of `key`.
+  Tex fitTexture(const SourcePicture& picture, const std::string& key);
+  std::optional<Picture> sourceThumb(const Uuid& id, int maxSide);
 
   // ---- evaluation
   void evaluate(const std::vector<Node>& nodes, const std::vector<Edge>& edges, float time,

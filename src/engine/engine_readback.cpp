@@ -69,6 +69,18 @@ std::optional<Picture> Engine::thumbnail(const Tex& texture, int maxSide) {
   return Picture{small->width(), small->height(), std::make_shared<const std::vector<std::uint8_t>>(std::move(bytes))};
 }
 
+std::optional<Picture> Engine::sourceThumb(const Uuid& id, int maxSide) {
+  auto it = sources_.find(id);
+  if (it == sources_.end() || maxSide < 1) return std::nullopt;
+  const SourcePicture& p = it->second;
+  const double s = double(maxSide) / std::max(p.width, p.height);
+  Tex t = fastFrame(p, scaled(p.width, s), scaled(p.height, s));
+  if (!t) return std::nullopt;
+  auto bytes = device_->read(t);
+  if (bytes.size() != t->byteSize()) return std::nullopt;
+  return Picture{t->width(), t->height(), std::make_shared<const std::vector<std::uint8_t>>(std::move(bytes))};
+}
+
 bool Engine::writePreview(const Tex& texture, const std::filesystem::path& path, int maxSide) {
   if (!texture || maxSide < 1) return false;
   const double s = std::min(1.0, double(maxSide) / std::max(texture->width(), texture->height()));

@@ -29,16 +29,16 @@ struct Library {
   }
 };
 
-std::string prelude() {
-  for (const auto& f : shaderFiles())
+std::string prelude(const std::vector<ShaderFile>& files = shaderFiles()) {
+  for (const auto& f : files)
     if (f.path == "prelude.glsl") return std::string(f.text);
   return {};
 }
 
-Library library(std::string_view folder) {
+Library library(std::string_view folder, const std::vector<ShaderFile>& files = shaderFiles()) {
   Library lib;
   const std::string prefix = std::string(folder) + "/";
-  for (const auto& f : shaderFiles()) {
+  for (const auto& f : files) {
     if (f.path.substr(0, prefix.size()) != prefix || !f.path.ends_with(".comp")) continue;
     std::string name(f.path.substr(prefix.size()));
     name.resize(name.size() - 5);
@@ -99,11 +99,16 @@ std::string kernelProgram(const std::string& name) {
 }
 
 KernelLibraryReport buildKernelLibrary(gpu::Device& device, const KernelLibraryOptions& options) {
+  return buildKernelLibrary(device, options, shaderFiles());
+}
+
+KernelLibraryReport buildKernelLibrary(gpu::Device& device, const KernelLibraryOptions& options,
+                                       const std::vector<ShaderFile>& files) {
   KernelLibraryReport report;
   gpu::ShaderCompiler compiler(options.cacheDir);
-  const std::string pre = prelude();
-  const Library base = library("base");
-  const Library fx = library("fx");
+  const std::string pre = prelude(files);
+  const Library base = library("base", files);
+  const Library fx = library("fx", files);
   std::string log;
 
   // 1. The base kernels and the first effect source as one library, else the base alone.
@@ -132,7 +137,7 @@ KernelLibraryReport buildKernelLibrary(gpu::Device& device, const KernelLibraryO
       if (kind->kernel)
         if (auto it = fx.kernels.find(*kind->kernel); it != fx.kernels.end())
           jobs.emplace_back(*kind->kernel, program(pre, it->second, *kind->kernel));
-  for (const auto& [name, text] : library("platform").kernels) jobs.emplace_back(name, program(pre, text, name));
+  for (const auto& [name, text] : library("platform", files).kernels) jobs.emplace_back(name, program(pre, text, name));
 
   std::vector<gpu::ShaderCompiler::Result> results(jobs.size());
   std::atomic<std::size_t> next{0};
@@ -160,8 +165,8 @@ KernelLibraryReport buildKernelLibrary(gpu::Device& device, const KernelLibraryO
 
   // 4. The triangle pass of the mesh warp.
   {
-    auto text = [](std::string_view path) {
-      for (const auto& f : shaderFiles())
+    auto text = [&](std::string_view path) {
+      for (const auto& f : files)
         if (f.path == path) return std::string(f.text);
       return std::string();
     };

@@ -24,7 +24,11 @@ struct KernelLibraryReport {
   std::vector<std::string> failed;  // kernels left without a pipeline
 };
 
+struct ShaderFile;
 KernelLibraryReport buildKernelLibrary(gpu::Device& device, const KernelLibraryOptions& options);
+// The same from other sources (the shipped ones with a change, in tests).
+KernelLibraryReport buildKernelLibrary(gpu::Device& device, const KernelLibraryOptions& options,
+                                       const std::vector<ShaderFile>& files);
 
 // The fixed list of base kernels every engine has.
 const std::vector<std::string>& baseKernelNames();

@@ -73,3 +73,29 @@ TEST_F(EngineTest, MaskViewDarkensAndTintsTheOutside) {
   EXPECT_NEAR((*outside)[1], 0.02f, 1.0f / 255);
   EXPECT_NEAR((*outside)[2], 0.5f * 0.35f + 0.03f, 1.0f / 255);
 }
+
+TEST_F(EngineTest, FitsAtAnySizeOnBlackOrTransparent) {
+  Engine& e = engine();
+  e.setComp(8, 4, true);
+  const SourcePicture square = flat(2, 2, {1, 1, 1, 1});
+  const auto fast = e.fastFrame(square, 8, 4);  // 4x4 of white centred in 8x4, black bars
+  ASSERT_EQ(fast->format(), gpu::Format::rgba8Unorm);
+  EXPECT_NEAR((*e.readColor(fast, 0, 1, 0))[0], 0.0f, 1e-6);
+  EXPECT_NEAR((*e.readColor(fast, 3, 1, 0))[0], 1.0f, 1e-6);
+  EXPECT_EQ(e.fastFrame(square, 0, 4), nullptr);
+  EXPECT_EQ(e.fastFrame(SourcePicture{}, 8, 4), nullptr);
+
+  const auto fit = e.fitTexture(square, "fit-test");
+  EXPECT_EQ(fit, e.workTexture("fit-test"));
+  const auto px = e.readPixels(fit);
+  EXPECT_EQ(px[(1 * 8 + 0) * 4 + 3], 0.0f);  // transparent outside
+  EXPECT_EQ(px[(1 * 8 + 4) * 4 + 3], 1.0f);
+
+  const Uuid id = Uuid::generate();
+  e.addSource(flat(4, 2, {0.2f, 0.2f, 0.2f, 1}), id);
+  const auto thumb = e.sourceThumb(id, 16);
+  ASSERT_TRUE(thumb);
+  EXPECT_EQ(thumb->width, 16);
+  EXPECT_EQ(thumb->height, 8);
+  EXPECT_EQ((*thumb->rgba)[0], 51);
+}
