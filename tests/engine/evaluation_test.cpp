@@ -260,3 +260,18 @@ TEST_F(EngineTest, RawFramesRoundTripAndCap) {
   }
   EXPECT_EQ(e.rawNoise(blank(3000, 10), false)->width(), 3000);  // uncapped read keeps the size
 }
+
+TEST_F(EngineTest, PassesOutsideAnEvaluationOrOfUnknownKernelsDoNothing) {
+  Engine& e = engine();
+  e.setComp(4, 4, true);
+  const auto a = e.conformed(flat(4, 4, {0.5f, 0.5f, 0.5f, 1}));
+  const auto out = e.conformed(flat(4, 4, {0.25f, 0, 0, 1}));
+  const auto before = e.readPixels(out);
+  e.dispatch("k_mix2", {a, a, out}, {0.5f});  // no open evaluation: nothing recorded
+  EXPECT_EQ(e.readPixels(out), before);
+  auto commands = e.device().begin();
+  commands->dispatch("k_nosuchkernel", {a, out}, {1.0f});
+  EXPECT_EQ(commands->passCount(), 0u);
+  ASSERT_TRUE(e.device().submitAndWait(*commands));
+  EXPECT_EQ(e.readPixels(out), before);  // the texture keeps what it held
+}
