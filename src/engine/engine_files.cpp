@@ -32,28 +32,29 @@ std::uint32_t getU32(const char* p) {
   return v;
 }
 
-// Writes beside the target and renames: a failed write never leaves half a file.
-bool writeAtomically(const fs::path& path, const std::string& bytes, std::string* error) {
-  const fs::path tmp = path.string() + ".part";
-  {
-    std::ofstream out(tmp, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), std::streamsize(bytes.size()));
-    out.flush();
-    if (!out) {
-      std::error_code ec;
-      fs::remove(tmp, ec);
-      if (error) *error = "Écriture impossible : " + path.filename().string();
-      return false;
-    }
-  }
+// Files are written beside their target and renamed over it: a failed write never leaves half a
+// file. `written` says whether the temporary file is whole.
+bool publish(const fs::path& tmp, const fs::path& path, bool written, std::string* error) {
   std::error_code ec;
-  fs::rename(tmp, path, ec);
-  if (ec) {
+  if (written) fs::rename(tmp, path, ec);
+  if (!written || ec) {
     fs::remove(tmp, ec);
     if (error) *error = "Écriture impossible : " + path.filename().string();
     return false;
   }
   return true;
+}
+
+bool writeAtomically(const fs::path& path, const std::string& bytes, std::string* error) {
+  const fs::path tmp = path.string() + ".part";
+  bool written;
+  {
+    std::ofstream out(tmp, std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), std::streamsize(bytes.size()));
+    out.flush();
+    written = bool(out);
+  }
+  return publish(tmp, path, written, error);
 }
 
 }  // namespace
@@ -216,20 +217,8 @@ bool Engine::export_(const Tex& texture, const fs::path& path, std::string* erro
   spec.attribute("oiio:UnassociatedAlpha", 1);  // write the values as they are, no division by alpha
   // The working values are sRGB-encoded; an EXR carries them unconverted too.
   spec.attribute("oiio:ColorSpace", "sRGB");
-  if (!out->open(tmp.string(), spec) || !out->write_image(OIIO::TypeDesc::FLOAT, pixels.data()) || !out->close()) {
-    std::error_code ec;
-    fs::remove(tmp, ec);
-    if (error) *error = "Écriture impossible : " + path.filename().string();
-    return false;
-  }
-  std::error_code ec;
-  fs::rename(tmp, path, ec);
-  if (ec) {
-    fs::remove(tmp, ec);
-    if (error) *error = "Écriture impossible : " + path.filename().string();
-    return false;
-  }
-  return true;
+  const bool written = out->open(tmp.string(), spec) && out->write_image(OIIO::TypeDesc::FLOAT, pixels.data()) && out->close();
+  return publish(tmp, path, written, error);
 }
 
 }  // namespace ombrik

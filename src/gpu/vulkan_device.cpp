@@ -86,6 +86,16 @@ struct Device::Impl {
     return UINT32_MAX;
   }
   bool makeBuffer(VkDeviceSize size, VkBufferUsageFlags usage, VkBuffer* buffer, VkDeviceMemory* mem);
+  // Registers a pipeline under its name. Replacing one (a user kernel compiled again) waits
+  // until nothing uses the old one.
+  void store(const std::string& name, VkPipeline pipeline) {
+    std::lock_guard g(lock);
+    auto [it, inserted] = pipelines.emplace(name, pipeline);
+    if (inserted) return;
+    vkQueueWaitIdle(queue);
+    vkDestroyPipeline(device, it->second, nullptr);
+    it->second = pipeline;
+  }
   TexturePtr makeTexture(int w, int h, int d, Format f, bool threeD);
 };
 
@@ -676,14 +686,7 @@ bool Device::createPipeline(const std::string& name, const std::vector<std::uint
     if (error) *error = vkError(r);
     return false;
   }
-  std::lock_guard g(impl_->lock);
-  auto [it, inserted] = impl_->pipelines.emplace(name, pipeline);
-  if (!inserted) {
-    // Replacing a pipeline (a user kernel compiled again): wait until nothing uses the old one.
-    vkQueueWaitIdle(impl_->queue);
-    vkDestroyPipeline(impl_->device, it->second, nullptr);
-    it->second = pipeline;
-  }
+  impl_->store(name, pipeline);
   return true;
 }
 
@@ -763,13 +766,7 @@ bool Device::createTrianglePipeline(const std::string& name, const std::vector<s
     if (error) *error = vkError(r);
     return false;
   }
-  std::lock_guard g(impl_->lock);
-  auto [it, inserted] = impl_->pipelines.emplace(name, pipeline);
-  if (!inserted) {
-    vkQueueWaitIdle(impl_->queue);
-    vkDestroyPipeline(impl_->device, it->second, nullptr);
-    it->second = pipeline;
-  }
+  impl_->store(name, pipeline);
   return true;
 }
 

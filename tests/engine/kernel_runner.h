@@ -25,6 +25,19 @@ struct Image {
 // The value a texture of half floats stores for v (round to nearest even).
 float half(float v);
 
+// A picture holding exactly what a half-float texture stores for f(x, y), so expectations can
+// be computed from the very values the kernel reads.
+template <class F>
+Image storedPicture(int w, int h, F f) {
+  Image im(w, h);
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) {
+      const Rgba c = f(x, y);
+      im.at(x, y) = {half(c.r), half(c.g), half(c.b), half(c.a)};
+    }
+  return im;
+}
+
 class KernelRunner {
 public:
   // One device and one compiled kernel library per test process (SPIR-V cache shared by the run).

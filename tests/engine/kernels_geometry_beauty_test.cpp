@@ -17,6 +17,7 @@ using ombrik::test::half;
 using ombrik::test::Image;
 using ombrik::test::KernelRunner;
 using ombrik::test::Rgba;
+using ombrik::test::storedPicture;
 
 namespace {
 
@@ -55,21 +56,9 @@ struct Lcg {
   }
 };
 
-// A picture holding exactly what a half-float texture stores for f(x, y).
-template <class F>
-Image picture(int w, int h, F f) {
-  Image im(w, h);
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) {
-      Rgba c = f(x, y);
-      im.at(x, y) = {half(c.r), half(c.g), half(c.b), half(c.a)};
-    }
-  return im;
-}
-
 Image noise(int w, int h, uint32_t seed, float lo, float hi, float alphaLo = 1, float alphaHi = 1) {
   Lcg rng(seed);
-  return picture(w, h, [&](int, int) {
+  return storedPicture(w, h, [&](int, int) {
     Rgba c{rng.next(lo, hi), rng.next(lo, hi), rng.next(lo, hi), 0};
     c.a = rng.next(alphaLo, alphaHi);
     return c;
@@ -79,7 +68,7 @@ Image noise(int w, int h, uint32_t seed, float lo, float hi, float alphaLo = 1, 
 // Premultiplied colours with alpha in lo..hi.
 Image premultiplied(int w, int h, uint32_t seed, float alphaLo, float alphaHi) {
   Lcg rng(seed);
-  return picture(w, h, [&](int, int) {
+  return storedPicture(w, h, [&](int, int) {
     float a = rng.next(alphaLo, alphaHi);
     return Rgba{rng.next(0, 1) * a, rng.next(0, 1) * a, rng.next(0, 1) * a, a};
   });
@@ -289,7 +278,7 @@ Image liquified(const Image& src, const std::vector<Dab>& dabs, float amount) {
 TEST(WarpKernels, FaceWarpPushPullEraserWithTwoInversionSteps) {
   ASSERT_TRUE(gpu().has("k_facewarp"));
   // Red and green ramps tell where each pixel was read from; blue adds a diagonal.
-  Image src = picture(32, 24, [](int x, int y) {
+  Image src = storedPicture(32, 24, [](int x, int y) {
     return Rgba{x / 32.0f, y / 32.0f, 0.25f + (x + y) / 128.0f, 1};
   });
   auto tex = gpu().upload(src);
@@ -369,7 +358,7 @@ MotionInputs motionInputs(bool offsets) {
   in.plate = noise(W, H, 42, 0.0f, 1.0f, 0.0f, 1.0f);
   Lcg rng(43);
   // Vectors reach past the borders near the edges, where the retouch reads transparent black.
-  in.map = picture(W, H, [&](int x, int y) {
+  in.map = storedPicture(W, H, [&](int x, int y) {
     float dx = 0.09f * std::sin(0.7f * x + 0.3f * y), dy = 0.08f * std::cos(0.4f * x - 0.9f * y);
     float u = (x + 0.5f) / W, v = (y + 0.5f) / H;
     return offsets ? Rgba{dx, dy, rng.next(0, 1), 1} : Rgba{u + dx, v + dy, rng.next(0, 1), 1};
@@ -401,7 +390,7 @@ TEST(WarpKernels, MotionWarpAbsoluteAndOffsetMaps) {
     // A motion map of half the resolution is read bilinearly at each output pixel.
     {
       MotionInputs low = in;
-      low.map = picture(8, 6, [&](int x, int y) {
+      low.map = storedPicture(8, 6, [&](int x, int y) {
         float dx = 0.05f * std::sin(0.5f * x + 0.3f * y), dy = 0.04f * std::cos(0.4f * x - 0.6f * y);
         float u = (x + 0.5f) / 8, v = (y + 0.5f) / 6;
         float conf = 0.5f + 0.3f * std::sin(0.8f * x + 0.5f * y);
@@ -447,7 +436,7 @@ TEST(WarpKernels, MotionVectorPremultiplyAndDivideBack) {
   ASSERT_TRUE(gpu().has("k_mvunpremul"));
   Lcg rng(51);
   // Confidence beyond 0..1 is clamped for the weight but passed on as stored.
-  Image map = picture(10, 6, [&](int, int) { return Rgba{rng.next(-0.3f, 0.3f), rng.next(-0.3f, 0.3f), rng.next(-0.2f, 1.2f), 1}; });
+  Image map = storedPicture(10, 6, [&](int, int) { return Rgba{rng.next(-0.3f, 0.3f), rng.next(-0.3f, 0.3f), rng.next(-0.2f, 1.2f), 1}; });
   auto premul = gpu().blank(10, 6);
   gpu().run("k_mvpremul", {gpu().upload(map), premul}, {});
   Image weighted = gpu().read(premul);
@@ -536,7 +525,7 @@ TEST(LayerKernels, NearlyTransparentTopLeavesUnder) {
   ASSERT_TRUE(gpu().has("k_layer"));
   Image under = noise(8, 6, 73, 0.0f, 1.0f, 0.2f, 1.0f);
   // Stray colour on alpha 0 or under 0.0001 must not be divided into a bright value.
-  Image top = picture(8, 6, [](int x, int y) { return Rgba{0.3f, 0.2f, 0.1f, (x + y) % 2 ? 0.0f : 0.00005f}; });
+  Image top = storedPicture(8, 6, [](int x, int y) { return Rgba{0.3f, 0.2f, 0.1f, (x + y) % 2 ? 0.0f : 0.00005f}; });
   auto tu = gpu().upload(under), tt = gpu().upload(top);
   for (int mode = 0; mode < 4; ++mode) {
     SCOPED_TRACE(mode);
@@ -571,7 +560,7 @@ TEST(ResampleKernels, BilinearIntoHalfAndByteTextures) {
 TEST(ResampleKernels, MaskViewDarkensAndTintsOutside) {
   ASSERT_TRUE(gpu().has("k_maskview"));
   Lcg rng(91);
-  Image mask = picture(8, 6, [&](int x, int) { return grey(x < 2 ? 0.0f : x > 5 ? 1.0f : rng.next(0, 1), 1); });
+  Image mask = storedPicture(8, 6, [&](int x, int) { return grey(x < 2 ? 0.0f : x > 5 ? 1.0f : rng.next(0, 1), 1); });
   Image pic = noise(16, 12, 92, 0.0f, 1.3f);  // overbright parts saturate
   auto tm = gpu().upload(mask), tp = gpu().upload(pic);
   auto want = [&](int w, int h) {
@@ -922,7 +911,7 @@ RetouchInputs texturedSkin() {
   const Rgba tone{0.78f, 0.57f, 0.47f, 1};
   auto around = [&](uint32_t seed, float spread) {
     Lcg rng(seed);
-    return picture(14, 10, [&, spread](int, int) {
+    return storedPicture(14, 10, [&, spread](int, int) {
       return tone + Rgba{rng.next(-spread, spread), rng.next(-spread, spread), rng.next(-spread, spread), 0};
     });
   };
@@ -1017,7 +1006,7 @@ TEST(BeautyKernels, RetouchFlatPicture) {
   for (Rgba tone : {Rgba{0.95f, 0.8f, 0.7f, 1}, Rgba{0.6f, 0.42f, 0.35f, 0.8f}, Rgba{0.2f, 0.3f, 0.8f, 1}}) {
     SCOPED_TRACE(std::to_string(tone.r) + "," + std::to_string(tone.g) + "," + std::to_string(tone.b));
     RetouchInputs in;
-    Image flat = picture(8, 6, [&](int, int) { return tone; });
+    Image flat = storedPicture(8, 6, [&](int, int) { return tone; });
     in.s = in.g1 = in.g2 = in.g3 = in.g4 = flat;
     in.matte = Image(8, 6, Rgba{1, 1, 1, 1});
     auto tex = in.upload();
@@ -1043,7 +1032,7 @@ TEST(BeautyKernels, RetouchGrainIsGreyBoundedAndSeededByTime) {
   // The grain's hash goes through sin() of large arguments, which GPUs round differently from
   // the CPU, so its values are checked by their properties rather than one by one.
   RetouchInputs in;
-  Image flat = picture(16, 12, [](int, int) { return Rgba{0.5f, 0.4f, 0.3f, 1}; });
+  Image flat = storedPicture(16, 12, [](int, int) { return Rgba{0.5f, 0.4f, 0.3f, 1}; });
   in.s = in.g1 = in.g2 = in.g3 = in.g4 = flat;
   in.matte = flat;
   auto tex = in.upload();

@@ -54,16 +54,6 @@ Image randomImage(int w, int h, uint32_t seed, float lo = 0.0f, float hi = 1.0f,
   return im;
 }
 
-Image filled(int w, int h, const std::function<Rgba(int, int)>& f) {
-  Image im(w, h);
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) {
-      Rgba p = f(x, y);
-      im.at(x, y) = {half(p.r), half(p.g), half(p.b), half(p.a)};
-    }
-  return im;
-}
-
 float tol(float expected) { return std::max(1e-3f, 1e-3f * std::fabs(expected)); }
 
 // Compares every channel of every pixel; reports the first few misses and a count.
@@ -327,12 +317,12 @@ TEST(ShapeMaskKernel, NonZeroWindingFillsOverlaps) {
 
 // A matte with red over 1 and under 0 in places, and green/blue that must be ignored.
 Image matteA(int w, int h) {
-  return filled(w, h, [](int x, int y) {
+  return storedPicture(w, h, [](int x, int y) {
     return Rgba{-0.25f + 0.11f * x + 0.07f * y, 0.3f, 0.9f, 0.5f};  // red runs from -0.25 to ~2.3
   });
 }
 Image matteB(int w, int h) {
-  return filled(w, h, [](int x, int y) {
+  return storedPicture(w, h, [](int x, int y) {
     return Rgba{float((x * 7 + y * 3) % 11) / 8.0f - 0.125f, 0.7f, 0.1f, 0.25f};  // -0.125 .. 1.125
   });
 }
@@ -436,7 +426,7 @@ TEST(MatteKernels, DiffMatteFindsChangesWhereOpaque) {
   const int w = 16, h = 8;
   Image p = randomImage(w, h, 21);
   // f differs from p by a growing amount in one channel that changes with x, with alpha over 1 in places.
-  Image f = filled(w, h, [&](int x, int y) {
+  Image f = storedPicture(w, h, [&](int x, int y) {
     Rgba v = p.at(x, y);
     float d = 0.004f * x * (y % 2 ? 1.0f : -1.0f);
     if (x % 3 == 0) v.r += d;
@@ -460,21 +450,21 @@ TEST(MatteChatterKernel, NeighboursWeighedByLocalSimilarity) {
   Image cur = randomImage(w, h, 31);
   // n0 is close to current, n1 differs strongly on the right half, n2 has weight 0 and n3 a
   // negative weight (both ignored), n4 and n5 are shifted copies.
-  Image n0 = filled(w, h, [&](int x, int y) {
+  Image n0 = storedPicture(w, h, [&](int x, int y) {
     Rgba v = cur.at(x, y);
     return Rgba{v.r + 0.03f, v.g - 0.02f, v.b + 0.01f, v.a};
   });
-  Image n1 = filled(w, h, [&](int x, int y) {
+  Image n1 = storedPicture(w, h, [&](int x, int y) {
     Rgba v = cur.at(x, y);
     float s = x >= w / 2 ? 0.4f : 0.05f;
     return Rgba{v.r - s, v.g + s, v.b, v.a};
   });
   Image n2 = randomImage(w, h, 32), n3 = randomImage(w, h, 33);
-  Image n5 = filled(w, h, [&](int x, int y) {
+  Image n5 = storedPicture(w, h, [&](int x, int y) {
     Rgba v = cur.at(x, y);
     return Rgba{v.r + 0.01f * (x % 4), v.g, v.b - 0.06f, v.a};
   });
-  Image n4 = filled(w, h, [&](int x, int y) {
+  Image n4 = storedPicture(w, h, [&](int x, int y) {
     Rgba v = cur.at(x, y);
     return Rgba{v.r, v.g + 0.02f * (y % 3), v.b, v.a};
   });
@@ -534,7 +524,7 @@ TEST(MatteChatterKernel, NeighboursWeighedByLocalSimilarity) {
 TEST(ColorKernel, FullCorrectionWithAndWithoutMask) {
   const int w = 16, h = 9;
   Image in = randomImage(w, h, 41, -0.1f, 1.4f, 0.0f, 1.0f);
-  Image mask = filled(w, h, [](int x, int y) { return Rgba{float(x + y) / 23.0f, 1.0f, 0.0f, 0.3f}; });
+  Image mask = storedPicture(w, h, [](int x, int y) { return Rgba{float(x + y) / 23.0f, 1.0f, 0.0f, 0.3f}; });
   struct Case {
     float exposure, lift, gamma, gain, sat, temp, useMask;
   };
@@ -621,7 +611,7 @@ TEST(NoiseKernels, DenoiseAndRenoise) {
   Image noise = randomImage(w, h, 72, 0.4f, 0.6f);
   Image original = randomImage(w, h, 73);
   Image denoised = randomImage(w, h, 74);
-  Image matte = filled(w, h, [](int x, int) { return Rgba{float(x) / 10.0f - 0.2f, 0.5f, 0.5f, 1.0f}; });
+  Image matte = storedPicture(w, h, [](int x, int) { return Rgba{float(x) / 10.0f - 0.2f, 0.5f, 0.5f, 1.0f}; });
   for (float useMatte : {0.0f, 1.0f}) {
     const float strength = 0.8f;
     auto k = [&](int x, int y) { return strength * (useMatte > 0.5f ? clamp01(matte.at(x, y).r) : 1.0f); };
@@ -714,7 +704,7 @@ TEST(KeyKernels, GreenAndBlueScreenKeysWithClipsAndDespill) {
   };
   for (const Case& k : cases) {
     // Pixels blending from the screen colour to various subjects.
-    Image in = filled(w, h, [&](int x, int y) {
+    Image in = storedPicture(w, h, [&](int x, int y) {
       float t = float(x) / (w - 1);
       float subj[3] = {0.2f + 0.07f * y, 0.6f - 0.05f * y, 0.3f + 0.03f * y};
       return Rgba{mixf(k.sr, subj[0], t), mixf(k.sg, subj[1], t), mixf(k.sb, subj[2], t), 0.5f};
@@ -749,7 +739,7 @@ TEST(KeyKernels, GreenAndBlueScreenKeysWithClipsAndDespill) {
     }, what + " (alpha)");
   }
   // Pure screen keys out fully; a subject with no screen lead stays.
-  Image in = filled(2, 1, [](int x, int) { return x == 0 ? Rgba{0.15f, 0.75f, 0.2f, 1} : Rgba{0.8f, 0.3f, 0.6f, 1}; });
+  Image in = storedPicture(2, 1, [](int x, int) { return x == 0 ? Rgba{0.15f, 0.75f, 0.2f, 1} : Rgba{0.8f, 0.3f, 0.6f, 1}; });
   auto outs = runKernel("k_gkey", {in}, 2, 1, {0.15f, 0.75f, 0.2f, 0.5f, 1.0f, 0.0f, 1.0f, 0.0f, 1.0f}, 2);
   EXPECT_NEAR(outs[1].at(0, 0).r, 0.0f, 1e-3);
   EXPECT_NEAR(outs[1].at(1, 0).r, 1.0f, 1e-3);
@@ -758,8 +748,8 @@ TEST(KeyKernels, GreenAndBlueScreenKeysWithClipsAndDespill) {
 
 TEST(KeyKernels, GrowShrinkGarbageAndPremultiply) {
   const int w = 16, h = 8;
-  Image blurred = filled(w, h, [](int x, int) { return Rgba{float(x) / 15.0f, 0.9f, 0.1f, 1.0f}; });
-  Image garbage = filled(w, h, [](int, int y) { return Rgba{float(y) / 7.0f, 0.0f, 1.0f, 0.5f}; });
+  Image blurred = storedPicture(w, h, [](int x, int) { return Rgba{float(x) / 15.0f, 0.9f, 0.1f, 1.0f}; });
+  Image garbage = storedPicture(w, h, [](int, int y) { return Rgba{float(y) / 7.0f, 0.0f, 1.0f, 0.5f}; });
   for (float sense : {1.0f, -1.0f, 0.0f, 0.4f})
     for (float garb : {0.0f, 1.0f}) {
       Image out = run1("k_gkgrow", {blurred, garbage}, w, h, {sense, garb});
@@ -772,7 +762,7 @@ TEST(KeyKernels, GrowShrinkGarbageAndPremultiply) {
     }
 
   Image rgb = randomImage(w, h, 91, 0.0f, 1.2f);
-  Image alpha = filled(w, h, [](int x, int y) { return Rgba{float(x * y) / 105.0f, 0.2f, 0.8f, 0.1f}; });
+  Image alpha = storedPicture(w, h, [](int x, int y) { return Rgba{float(x * y) / 105.0f, 0.2f, 0.8f, 0.1f}; });
   Image out = run1("k_gkpremult", {rgb, alpha}, w, h, {});
   expectPixels(out, [&](int x, int y) {
     const Rgba& c = rgb.at(x, y);
