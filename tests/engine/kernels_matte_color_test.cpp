@@ -18,6 +18,7 @@ using ombrik::test::half;
 using ombrik::test::Image;
 using ombrik::test::KernelRunner;
 using ombrik::test::Rgba;
+using ombrik::test::storedPicture;
 
 constexpr float kPi = 3.14159265358979f;
 constexpr float kLuma[3] = {0.2126f, 0.7152f, 0.0722f};
