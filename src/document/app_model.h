@@ -2,8 +2,10 @@
 // The one central object: it owns the open world, the list of worlds and the media.
 // Views read it and call its operations; nothing in the document depends on a view.
 // Operations are split into files by subject (app_model_*.cpp).
+#include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -18,6 +20,13 @@ namespace ombrik {
 
 class Engine;
 class Scheduler;
+
+// One selected key of the curve editor: a parameter key and an index in its key list.
+struct KeySel {
+  std::string key;
+  int i = 0;
+  auto operator<=>(const KeySel&) const = default;
+};
 
 struct CompSize {
   int width = 0;
@@ -70,6 +79,38 @@ public:
   bool recoverEngine();
   // The comp's full size for a picture: the longer side capped at 4096, truncated, at least 1.
   static CompSize fullCompSize(int width, int height);
+
+  // ---- animation (app_model_keys.cpp)
+  enum class KeyStyle { linear, smooth, ease, easeIn, easeOut, hold };
+  std::optional<int> evalFrameOverride;  // a render or a cache pass evaluating another frame
+  std::optional<Uuid> inspectedID;       // the node shown in the inspector
+  std::set<KeySel> _keySel;              // keys selected in the curve editor, on the inspected node
+  // A copy of the node with its animated values in params, at `frame` (else the override, else
+  // the current frame).
+  Node animated(const Node& node, std::optional<int> frame = std::nullopt) const;
+  Node resolved(const Node& node) const;
+  double currentValue(std::size_t nodeIndex, const std::string& key) const;
+  void toggleAnim(const Uuid& id, const std::string& key);
+  void setKey(const Uuid& id, const std::string& key, std::int64_t frame, double value);
+  void toggleKey(const Uuid& id, const std::string& key);
+  void deleteKey(const Uuid& id, const std::string& key, int index);
+  void moveKey(const Uuid& id, const std::string& key, int index, std::int64_t frame, double value);
+  void setHandle(const Uuid& id, const std::string& key, int index, bool isOut, double inf, double slope);
+  void setKeyStyle(const Uuid& id, const std::string& key, int index, KeyStyle style);
+  void applyKeyStyle(KeyStyle style);
+  void deleteSelectedKeys();
+  // The two-way access every inspector control uses.
+  struct Binding {
+    std::function<double()> get;
+    std::function<void(double)> set;
+  };
+  Binding binding(const Uuid& id, const std::string& key);
+
+  // The one path by which the open graph tells that it changed.
+  void nodesChanged();
+  void invalidatePlayCache() {}  // the play cache arrives with playback
+  Node* nodeByID(const Uuid& id);
+  const Node* nodeByID(const Uuid& id) const;
 
   const Batch* currentBatch() const;
   // Writes the open world's nodes, edges and positions back into its Batch.

@@ -45,10 +45,14 @@ void AppModel::performRender(bool full) {
   recomputeComp();
   if (!engine) return;
   engine->leanEval = !full;
-  // Nodes are resolved for the frame here (animation, tracks, caches, job results) as those
-  // features arrive; until then the stored nodes are their own resolved copies.
-  const float time = float(_currentFrame) / float(std::max(1.0, _fps));
-  engine->evaluate(_nodes, _edges, time);
+  // Every node resolved for the frame: animation now; tracks, caches and job results as those
+  // features arrive.
+  std::vector<Node> resolvedNodes;
+  resolvedNodes.reserve(_nodes.size());
+  for (const auto& n : _nodes) resolvedNodes.push_back(resolved(n));
+  const int frame = evalFrameOverride ? *evalFrameOverride : _currentFrame;
+  const float time = float(frame) / float(std::max(1.0, _fps));
+  engine->evaluate(resolvedNodes, _edges, time);
   if (engine->device().failed()) {
     if (recoverEngine()) requestRender();
     return;
