@@ -1,0 +1,580 @@
+#include "document/project_file.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <stdexcept>
+
+namespace ombrik {
+
+namespace {
+
+using json = nlohmann::json;
+
+// ---- reading: a missing required field or a wrong type makes the file unreadable
+
+struct Unreadable : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+const json& field(const json& o, const char* key) {
+  if (!o.is_object()) throw Unreadable("objet attendu");
+  auto it = o.find(key);
+  if (it == o.end()) throw Unreadable(std::string("champ manquant : ") + key);
+  return *it;
+}
+const json* optField(const json& o, const char* key) {
+  if (!o.is_object()) throw Unreadable("objet attendu");
+  auto it = o.find(key);
+  return it == o.end() || it->is_null() ? nullptr : &*it;
+}
+double number(const json& v) {
+  if (!v.is_number()) throw Unreadable("nombre attendu");
+  return v.get<double>();
+}
+std::int64_t integer(const json& v) {
+  if (v.is_number_integer()) return v.get<std::int64_t>();
+  if (v.is_number_float()) {
+    const double d = v.get<double>();
+    if (std::isfinite(d) && d == std::trunc(d) && std::abs(d) < 9e15) return std::int64_t(d);
+  }
+  throw Unreadable("entier attendu");
+}
+int int32(const json& v) {
+  const std::int64_t i = integer(v);
+  if (i < INT32_MIN || i > INT32_MAX) throw Unreadable("entier hors limites");
+  return int(i);
+}
+bool boolean(const json& v) {
+  if (!v.is_boolean()) throw Unreadable("booléen attendu");
+  return v.get<bool>();
+}
+const std::string& text(const json& v) {
+  if (!v.is_string()) throw Unreadable("texte attendu");
+  return v.get_ref<const std::string&>();
+}
+Uuid uuid(const json& v) {
+  auto id = Uuid::parse(text(v));
+  if (!id) throw Unreadable("identifiant illisible");
+  return *id;
+}
+const json& array(const json& v) {
+  if (!v.is_array()) throw Unreadable("tableau attendu");
+  return v;
+}
+const json& object(const json& v) {
+  if (!v.is_object()) throw Unreadable("objet attendu");
+  return v;
+}
+std::vector<double> numbers(const json& v) {
+  std::vector<double> out;
+  for (const auto& x : array(v)) out.push_back(number(x));
+  return out;
+}
+std::optional<std::int64_t> frameKey(const std::string& s) {
+  if (s.empty() || s.size() > 18) return std::nullopt;
+  std::size_t i = s[0] == '-' ? 1 : 0;
+  if (i == s.size()) return std::nullopt;
+  for (std::size_t k = i; k < s.size(); ++k)
+    if (s[k] < '0' || s[k] > '9') return std::nullopt;
+  return std::stoll(s);
+}
+// A frame-keyed object: keys that aren't integers are skipped with their value.
+template <class T, class F>
+std::map<int, T> frames(const json& v, F decodeValue) {
+  std::map<int, T> out;
+  for (const auto& [k, val] : object(v).items())
+    if (auto f = frameKey(k); f && *f >= INT32_MIN && *f <= INT32_MAX)
+      if (auto decoded = decodeValue(val)) out[int(*f)] = *decoded;
+  return out;
+}
+
+// Bare arrays of fixed shape: a shorter one is skipped, a longer one's surplus ignored.
+std::optional<MaskKey> maskKey(const json& v) {
+  const auto n = numbers(v);
+  if (n.size() < 5) return std::nullopt;
+  return MaskKey{n[0], n[1], n[2], n[3], n[4]};
+}
+std::optional<SplinePoint> spline(const json& v) {
+  const auto n = numbers(v);
+  if (n.size() < 6) return std::nullopt;
+  return SplinePoint{{n[0], n[1]}, {n[2], n[3]}, {n[4], n[5]}};
+}
+std::optional<MagicPoint> magic(const json& v) {
+  const auto n = numbers(v);
+  if (n.size() < 3) return std::nullopt;
+  return MagicPoint{{n[0], n[1]}, n[2] > 0.5};
+}
+std::optional<Point> point(const json& v) {
+  const auto n = numbers(v);
+  if (n.size() < 2) return std::nullopt;
+  return Point{n[0], n[1]};
+}
+std::optional<Keyframe> keyShape(const json& v) {
+  const auto n = numbers(v);
+  if (n.size() < 7) return std::nullopt;
+  Keyframe k;
+  k.f = std::isfinite(n[0]) ? std::int64_t(n[0]) : 0;
+  k.v = n[1];
+  k.interp = n[2] == 1 ? KeyInterp::bezier : n[2] == 2 ? KeyInterp::hold : KeyInterp::linear;
+  k.inInf = n[3], k.inSlope = n[4], k.outInf = n[5], k.outSlope = n[6];
+  return k;
+}
+std::vector<Point> flatPoints(const json& v) {
+  const auto n = numbers(v);
+  std::vector<Point> out;
+  for (std::size_t i = 0; i + 1 < n.size(); i += 2) out.push_back({n[i], n[i + 1]});
+  return out;
+}
+template <class T, class F>
+std::vector<T> list(const json& v, F decodeValue) {
+  std::vector<T> out;
+  for (const auto& x : array(v))
+    if (auto d = decodeValue(x)) out.push_back(*d);
+  return out;
+}
+std::map<std::string, double> paramsOf(const json& v) {
+  std::map<std::string, double> out;
+  for (const auto& [k, val] : object(v).items()) out[k] = number(val);
+  return out;
+}
+
+// ---- writing
+
+json maskKeyJ(const MaskKey& k) { return json::array({k.cx, k.cy, k.rx, k.ry, k.rot}); }
+json pointJ(const Point& p) { return json::array({p.x, p.y}); }
+template <class T, class F>
+json framesJ(const std::map<int, T>& m, F encodeValue) {
+  json o = json::object();
+  for (const auto& [f, v] : m) o[std::to_string(f)] = encodeValue(v);
+  return o;
+}
+json numbersJ(const std::vector<double>& v) { return json(v); }
+
+GMask gmaskFrom(const json& j) {
+  GMask m;
+  m.params = paramsOf(field(j, "params"));
+  m.track = frames<MaskKey>(field(j, "track"), maskKey);
+  m.shape = list<SplinePoint>(field(j, "shape"), spline);
+  m.shapeClosed = boolean(field(j, "shapeClosed"));
+  m.ellipse = boolean(field(j, "ellipse"));
+  if (auto* v = optField(j, "trackRef")) m.trackRef = int32(*v);
+  if (auto* v = optField(j, "pins")) m.pins = frames<MaskKey>(*v, maskKey);
+  if (auto* v = optField(j, "trackOff")) m.trackOff = frames<std::vector<double>>(*v, [](const json& x) { return std::optional(numbers(x)); });
+  if (auto* v = optField(j, "planarH")) m.planarH = frames<std::vector<double>>(*v, [](const json& x) { return std::optional(numbers(x)); });
+  if (auto* v = optField(j, "shapeBase")) m.shapeBase = maskKey(*v);
+  return m;
+}
+
+json gmaskJ(const GMask& m) {
+  json j;
+  j["params"] = m.params;
+  j["track"] = framesJ(m.track, maskKeyJ);
+  json shape = json::array();
+  for (const auto& s : m.shape) shape.push_back({s.p.x, s.p.y, s.inT.x, s.inT.y, s.outT.x, s.outT.y});
+  j["shape"] = shape;
+  j["shapeClosed"] = m.shapeClosed;
+  j["ellipse"] = m.ellipse;
+  if (m.trackRef) j["trackRef"] = *m.trackRef;
+  if (!m.pins.empty()) j["pins"] = framesJ(m.pins, maskKeyJ);
+  if (!m.trackOff.empty()) j["trackOff"] = framesJ(m.trackOff, numbersJ);
+  if (!m.planarH.empty()) j["planarH"] = framesJ(m.planarH, numbersJ);
+  if (m.shapeBase) j["shapeBase"] = maskKeyJ(*m.shapeBase);
+  return j;
+}
+
+json trackerJ(const TrackerPt& t) {
+  json j;
+  j["id"] = t.id.toString();
+  j["name"] = t.name;
+  j["x"] = t.p0.x;
+  j["y"] = t.p0.y;
+  j["ref"] = t.ref;
+  j["on"] = t.on;
+  j["path"] = framesJ(t.path, pointJ);
+  j["off"] = framesJ(t.off, numbersJ);
+  if (t.weakAt) j["weakAt"] = *t.weakAt;
+  if (t.half) j["hw"] = t.half->width, j["hh"] = t.half->height;
+  return j;
+}
+
+TrackerPt trackerFrom(const json& j) {
+  TrackerPt t;
+  t.id = uuid(field(j, "id"));
+  if (auto* v = optField(j, "name")) t.name = text(*v);
+  if (auto* v = optField(j, "x")) t.p0.x = number(*v);
+  if (auto* v = optField(j, "y")) t.p0.y = number(*v);
+  if (auto* v = optField(j, "ref")) t.ref = int32(*v);
+  if (auto* v = optField(j, "on")) t.on = boolean(*v);
+  if (auto* v = optField(j, "path")) t.path = frames<Point>(*v, point);  // fewer than two numbers: dropped
+  if (auto* v = optField(j, "off")) t.off = frames<std::vector<double>>(*v, [](const json& x) { return std::optional(numbers(x)); });
+  if (auto* v = optField(j, "weakAt")) t.weakAt = int32(*v);
+  auto* hw = optField(j, "hw");
+  auto* hh = optField(j, "hh");
+  if (hw && hh) t.half = Size{number(*hw), number(*hh)};
+  return t;
+}
+
+json openGroupJ(const OpenGroup& g) {
+  json controls = json::array();
+  for (const auto& c : g.controls) controls.push_back({{"node", c.node.toString()}, {"key", c.key}, {"label", c.label}});
+  json members = json::array();
+  for (const auto& m : g.members) members.push_back(m.toString());
+  return {{"id", g.id.toString()}, {"name", g.name}, {"members", members},
+          {"controls", controls}, {"info", g.info}, {"author", g.author}};
+}
+
+OpenGroup openGroupFrom(const json& j) {
+  OpenGroup g;
+  g.id = uuid(field(j, "id"));
+  g.name = text(field(j, "name"));
+  for (const auto& m : array(field(j, "members"))) g.members.push_back(uuid(m));
+  for (const auto& c : array(field(j, "controls")))
+    g.controls.push_back({uuid(field(c, "node")), text(field(c, "key")), text(field(c, "label"))});
+  g.info = text(field(j, "info"));
+  g.author = text(field(j, "author"));
+  return g;
+}
+
+json nodeJ(const Node& n) {
+  json j;
+  j["id"] = n.id.toString();
+  j["kind"] = n.kind->id;
+  j["params"] = n.params;
+  j["bypass"] = n.bypass;
+  if (n.mediaID) j["mediaID"] = n.mediaID->toString();
+  j["track"] = framesJ(n.track, maskKeyJ);
+  json shape = json::array();
+  for (const auto& s : n.shape) shape.push_back({s.p.x, s.p.y, s.inT.x, s.inT.y, s.outT.x, s.outT.y});
+  j["shape"] = shape;
+  j["shapeClosed"] = n.shapeClosed;
+  if (n.shapeBase) j["shapeBase"] = maskKeyJ(*n.shapeBase);
+  j["ellipse"] = n.ellipse;
+  json magicPoints = json::array();
+  for (const auto& m : n.magicPoints) magicPoints.push_back({m.p.x, m.p.y, m.positive ? 1 : 0});
+  j["magicPoints"] = magicPoints;
+  j["magicFrame"] = n.magicFrame;
+  j["prompt"] = n.prompt;
+  if (!n.path.empty()) j["path"] = n.path;
+  auto points = [](const std::vector<Point>& ps) {
+    json a = json::array();
+    for (const auto& p : ps) a.push_back(pointJ(p));
+    return a;
+  };
+  if (!n.mesh.empty()) j["mesh"] = points(n.mesh);
+  if (!n.meshBase.empty()) j["meshBase"] = points(n.meshBase);
+  if (!n.meshTrack.empty())
+    j["meshTrack"] = framesJ(n.meshTrack, [](const std::vector<Point>& ps) {
+      json a = json::array();
+      for (const auto& p : ps) a.push_back(p.x), a.push_back(p.y);
+      return a;
+    });
+  if (!n.meshTracked.empty()) j["meshTracked"] = n.meshTracked;
+  if (!n.faceStrokes.empty()) j["faceStrokes"] = n.faceStrokes;
+  if (n.trackRef) j["trackRef"] = *n.trackRef;
+  if (!n.pins.empty()) j["pins"] = framesJ(n.pins, maskKeyJ);
+  if (!n.trackOff.empty()) j["trackOff"] = framesJ(n.trackOff, numbersJ);
+  if (!n.keySamples.empty()) j["keySamples"] = n.keySamples;
+  if (!n.followPts.empty()) j["followPts"] = n.followPts;
+  if (!n.paintLayers.empty()) {
+    json layers = json::array();
+    for (const auto& l : n.paintLayers) layers.push_back({{"params", l.params}, {"strokes", l.strokes}});
+    j["paintLayers"] = layers;
+    j["paintIndex"] = n.paintIndex;
+  }
+  if (n.followSrc) j["followSrc"] = n.followSrc->toString();
+  if (!n.trackers.empty()) {
+    json t = json::array();
+    for (const auto& tr : n.trackers) t.push_back(trackerJ(tr));
+    j["trackers"] = t;
+  }
+  if (!n.trackerLinks.empty()) {
+    json links = json::array();
+    for (const auto& l : n.trackerLinks) links.push_back(l.toString());
+    j["trackerLinks"] = links;
+  }
+  if (!n.planarH.empty()) j["planarH"] = framesJ(n.planarH, numbersJ);
+  if (!n.masks.empty()) {
+    // Every mask, the active one from the node's own fields (the stored copy of it is stale).
+    json masks = json::array();
+    for (int i = 0; i < int(n.masks.size()); ++i) {
+      GMask m = n.masks[i];
+      if (i == n.maskIndex) {
+        m.track = n.track, m.pins = n.pins, m.trackOff = n.trackOff, m.trackRef = n.trackRef;
+        m.planarH = n.planarH, m.shape = n.shape, m.shapeClosed = n.shapeClosed, m.shapeBase = n.shapeBase;
+        m.ellipse = n.ellipse;
+        for (const char* k : {"cx", "cy", "rx", "ry", "rot", "feather", "invert", "blend", "trk_pos", "trk_rot",
+                              "trk_scale", "trk_skew", "trk_persp", "out"})
+          if (auto it = n.params.find(k); it != n.params.end()) m.params[k] = it->second;
+      }
+      masks.push_back(gmaskJ(m));
+    }
+    j["masks"] = masks;
+    j["maskIndex"] = n.maskIndex;
+  }
+  if (!n.anim.empty()) {
+    json anim = json::object();
+    for (const auto& [key, ks] : n.anim) {
+      json rows = json::array();
+      for (const auto& k : ks) rows.push_back({double(k.f), k.v, int(k.interp), k.inInf, k.inSlope, k.outInf, k.outSlope});
+      anim[key] = rows;
+    }
+    j["anim"] = anim;
+  }
+  return j;
+}
+
+std::optional<Node> nodeFrom(const json& j) {
+  const Uuid id = uuid(field(j, "id"));
+  const std::string& kindID = text(field(j, "kind"));
+  const KindRef* kind = NodeKind::find(kindID);
+  // Group nodes join with groups; an unknown kind drops the node, and its edges with it.
+  const auto params = paramsOf(field(j, "params"));
+  const bool bypass = boolean(field(j, "bypass"));
+  const auto track = frames<MaskKey>(field(j, "track"), maskKey);
+  const auto shape = list<SplinePoint>(field(j, "shape"), spline);
+  const bool shapeClosed = boolean(field(j, "shapeClosed"));
+  const bool ellipse = boolean(field(j, "ellipse"));
+  const auto magicPoints = list<MagicPoint>(field(j, "magicPoints"), magic);
+  const int magicFrame = int32(field(j, "magicFrame"));
+  const std::string prompt = text(field(j, "prompt"));
+  if (!kind) return std::nullopt;
+
+  Node n(*kind, id);
+  for (const auto& [k, v] : params) n.params[k] = v;
+  n.bypass = bypass;
+  n.track = track;
+  n.shape = shape;
+  n.shapeClosed = shapeClosed;
+  n.ellipse = ellipse;
+  n.magicPoints = magicPoints;
+  n.magicFrame = magicFrame;
+  n.prompt = prompt;
+  auto numberRows = [](const json& x) { return std::optional(numbers(x)); };
+  if (auto* v = optField(j, "mediaID")) n.mediaID = uuid(*v);
+  if (auto* v = optField(j, "shapeBase")) n.shapeBase = maskKey(*v);
+  if (auto* v = optField(j, "path")) n.path = text(*v);
+  if (auto* v = optField(j, "mesh")) n.mesh = list<Point>(*v, point);
+  if (auto* v = optField(j, "meshBase")) n.meshBase = list<Point>(*v, point);
+  if (auto* v = optField(j, "meshTrack"))
+    n.meshTrack = frames<std::vector<Point>>(*v, [](const json& x) { return std::optional(flatPoints(x)); });
+  if (auto* v = optField(j, "meshTracked"))
+    for (const auto& x : array(*v)) n.meshTracked.push_back(int32(x));
+  if (auto* v = optField(j, "faceStrokes"))
+    for (const auto& row : array(*v)) n.faceStrokes.push_back(numbers(row));
+  if (auto* v = optField(j, "trackRef")) n.trackRef = int32(*v);
+  if (auto* v = optField(j, "pins")) n.pins = frames<MaskKey>(*v, maskKey);
+  if (auto* v = optField(j, "trackOff")) n.trackOff = frames<std::vector<double>>(*v, numberRows);
+  if (auto* v = optField(j, "keySamples"))
+    for (const auto& row : array(*v)) n.keySamples.push_back(numbers(row));
+  if (auto* v = optField(j, "followPts"))
+    for (const auto& x : array(*v)) n.followPts.push_back(int32(x));
+  if (auto* v = optField(j, "paintLayers"))
+    for (const auto& l : array(*v)) {
+      PaintLayer layer;
+      layer.params = paramsOf(field(l, "params"));
+      for (const auto& row : array(field(l, "strokes"))) layer.strokes.push_back(numbers(row));
+      n.paintLayers.push_back(layer);
+    }
+  if (auto* v = optField(j, "paintIndex")) n.paintIndex = int32(*v);
+  if (auto* v = optField(j, "followSrc")) n.followSrc = uuid(*v);
+  if (auto* v = optField(j, "trackers"))
+    for (const auto& t : array(*v)) n.trackers.push_back(trackerFrom(t));
+  if (auto* v = optField(j, "trackerLinks"))
+    for (const auto& x : array(*v)) n.trackerLinks.push_back(uuid(x));
+  if (auto* v = optField(j, "planarH")) n.planarH = frames<std::vector<double>>(*v, numberRows);
+  if (auto* v = optField(j, "masks"))
+    for (const auto& m : array(*v)) n.masks.push_back(gmaskFrom(m));
+  if (auto* v = optField(j, "maskIndex")) n.maskIndex = int32(*v);
+  n.maskIndex = n.masks.empty() ? 0 : std::clamp(n.maskIndex, 0, int(n.masks.size()) - 1);
+  if (auto* v = optField(j, "anim"))
+    for (const auto& [key, rows] : object(*v).items()) {
+      auto ks = list<Keyframe>(rows, keyShape);
+      std::sort(ks.begin(), ks.end(), [](const Keyframe& a, const Keyframe& b) { return a.f < b.f; });
+      if (!ks.empty()) n.anim[key] = ks;
+    }
+
+  if (kindID == "bodymask") {  // files from before the matte defaults changed
+    const std::map<std::string, double> old = {{"smooth", 0}, {"contrast", 1}, {"feather", 0}, {"chatter", 0.3}};
+    bool isOld = true;
+    for (const auto& [k, v] : old)
+      if (!params.count(k) || params.at(k) != v) isOld = false;
+    if (isOld) n.params["smooth"] = 2, n.params["contrast"] = 3, n.params["feather"] = 1, n.params["chatter"] = 0.5;
+  }
+  return n;
+}
+
+json batchJ(const Batch& b) {
+  json j;
+  j["id"] = b.id.toString();
+  j["name"] = b.name;
+  json nodes = json::array();
+  for (const auto& n : b.nodes) nodes.push_back(nodeJ(n));
+  j["nodes"] = nodes;
+  json edges = json::array();
+  for (const auto& e : b.edges)
+    edges.push_back({{"from", e.from.toString()}, {"to", e.to.toString()}, {"port", e.port}, {"fromPort", e.fromPort}});
+  j["edges"] = edges;
+  json positions = json::object();
+  for (const auto& [id, p] : b.positions) positions[id.toString()] = pointJ(p);
+  j["positions"] = positions;
+  if (b.mediaID) j["mediaID"] = b.mediaID->toString();
+  if (b.worldPos) j["world"] = pointJ(*b.worldPos);
+  if (b.film)
+    j["film"] = {{"timelineID", b.film->timelineID.toString()}, {"index", b.film->index}, {"start", b.film->start},
+                 {"count", b.film->count}};
+  if (b.lut) j["lut"] = *b.lut;
+  if (b.lutRender) j["lutRender"] = *b.lutRender;
+  if (b.filmTimeline) j["filmTimeline"] = b.filmTimeline->toString();
+  if (b.group) j["group"] = b.group->toString();
+  if (b.lastUsed)
+    j["lastUsed"] = std::chrono::duration<double>(b.lastUsed->time_since_epoch()).count();
+  if (b.shotsFolded) j["shotsFolded"] = true;
+  if (!b.openGroups.empty()) {
+    json groups = json::array();
+    for (const auto& g : b.openGroups) groups.push_back(openGroupJ(g));
+    j["openGroups"] = groups;
+  }
+  if (b.creator) j["creator"] = true;
+  if (b.placeholder) j["placeholder"] = true;
+  return j;
+}
+
+Batch batchFrom(const json& j) {
+  Batch b;
+  b.id = uuid(field(j, "id"));
+  b.name = text(field(j, "name"));
+  if (auto* v = optField(j, "placeholder")) b.placeholder = boolean(*v);
+  for (const auto& n : array(field(j, "nodes")))
+    if (auto node = nodeFrom(n)) b.nodes.push_back(std::move(*node));
+
+  for (auto& n : b.nodes)  // motion fields saved before their vector version existed
+    if (n.kind->id == "motionvec" && !n.params.count("mvv")) {
+      if (n.params["soft"] == 60 && n.params["tsmooth"] == 6) n.params["soft"] = 12, n.params["tsmooth"] = 0;
+      n.params["mvv"] = 2;
+    }
+
+  std::set<Uuid> alive;
+  for (const auto& n : b.nodes) alive.insert(n.id);
+  for (const auto& e : array(field(j, "edges"))) {
+    Edge edge{Uuid::generate(), uuid(field(e, "from")), uuid(field(e, "to")), int32(field(e, "port")), 0};
+    if (auto* fp = optField(e, "fromPort")) edge.fromPort = int32(*fp);
+    if (alive.count(edge.from) && alive.count(edge.to)) b.edges.push_back(edge);
+  }
+  for (auto& n : b.nodes) {  // a Composite wired before it counted its mattes shows all its inputs
+    if (n.kind->id != "comp") continue;
+    int highest = -1;
+    for (const auto& e : b.edges)
+      if (e.to == n.id) highest = std::max(highest, e.port);
+    if (highest >= 3) n.params["mattes"] = std::max(double(highest - 1), double(n.p("mattes")));
+  }
+  for (const auto& [k, v] : object(field(j, "positions")).items())
+    if (auto id = Uuid::parse(k))
+      if (auto p = point(v)) b.positions[*id] = *p;
+  if (auto* v = optField(j, "mediaID")) b.mediaID = uuid(*v);
+  if (auto* v = optField(j, "world")) b.worldPos = point(*v);
+  if (auto* v = optField(j, "film"))
+    b.film = FilmShot{uuid(field(*v, "timelineID")), int32(field(*v, "index")), int32(field(*v, "start")),
+                      int32(field(*v, "count"))};
+  if (auto* v = optField(j, "lut")) b.lut = text(*v);
+  if (auto* v = optField(j, "lutRender")) b.lutRender = boolean(*v);
+  if (auto* v = optField(j, "filmTimeline")) b.filmTimeline = uuid(*v);
+  if (auto* v = optField(j, "group")) b.group = uuid(*v);
+  using Clock = std::chrono::system_clock;
+  if (auto* v = optField(j, "lastUsed")) {
+    const double s = number(*v);
+    if (!std::isfinite(s) || std::abs(s) > 1e11) throw Unreadable("date illisible");
+    b.lastUsed = Clock::time_point(std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(s)));
+  } else {
+    b.lastUsed = Clock::now();
+  }
+  if (auto* v = optField(j, "shotsFolded")) b.shotsFolded = boolean(*v);
+  if (auto* v = optField(j, "openGroups"))
+    for (const auto& g : array(*v)) b.openGroups.push_back(openGroupFrom(g));
+  if (auto* v = optField(j, "creator")) b.creator = boolean(*v);
+  return b;
+}
+
+bool finiteEverywhere(const json& j) {
+  if (j.is_number_float()) return std::isfinite(j.get<double>());
+  if (j.is_structured())
+    for (const auto& x : j)
+      if (!finiteEverywhere(x)) return false;
+  return true;
+}
+
+std::optional<json> parse(const std::string& s, std::string* error) {
+  try {
+    return json::parse(s);
+  } catch (const std::exception&) {
+    if (error) *error = "JSON illisible";
+    return std::nullopt;
+  }
+}
+
+}  // namespace
+
+std::optional<std::string> ProjectCodec::encode(const ProjectFile& f, std::string* error) {
+  json j;
+  j["version"] = f.version;
+  json media = json::array();
+  for (const auto& m : f.media) media.push_back({{"id", m.id.toString()}, {"name", m.name}, {"path", m.path}});
+  j["media"] = media;
+  json batches = json::array();
+  for (const auto& b : f.batches) batches.push_back(batchJ(b));
+  j["batches"] = batches;
+  if (f.current) j["current"] = f.current->toString();
+  j["recent"] = f.recent;
+  if (f.folders) j["folders"] = *f.folders;
+  for (auto [key, raw] : {std::pair{"timelines", &f.timelinesJSON}, {"groups", &f.groupsJSON}, {"userNodes", &f.userNodesJSON}})
+    if (*raw) j[key] = json::parse(**raw);
+  if (f.confidential) j["confidential"] = true;
+  if (!finiteEverywhere(j)) {
+    if (error) *error = "une valeur n'est pas un nombre fini";
+    return std::nullopt;
+  }
+  return j.dump(2) + "\n";
+}
+
+std::optional<ProjectFile> ProjectCodec::decode(const std::string& text_, std::string* error) {
+  auto j = parse(text_, error);
+  if (!j) return std::nullopt;
+  try {
+    ProjectFile f;
+    f.version = int32(field(*j, "version"));
+    for (const auto& m : array(field(*j, "media")))
+      f.media.push_back({uuid(field(m, "id")), text(field(m, "name")), text(field(m, "path"))});
+    for (const auto& b : array(field(*j, "batches"))) f.batches.push_back(batchFrom(b));
+    if (auto* v = optField(*j, "current")) f.current = uuid(*v);
+    for (const auto& r : array(field(*j, "recent"))) f.recent.push_back(text(r));
+    if (auto* v = optField(*j, "folders")) {
+      f.folders.emplace();
+      for (const auto& p : array(*v)) f.folders->push_back(text(p));
+    }
+    if (auto* v = optField(*j, "timelines")) f.timelinesJSON = array(*v).dump();
+    if (auto* v = optField(*j, "groups")) f.groupsJSON = array(*v).dump();
+    if (auto* v = optField(*j, "userNodes")) f.userNodesJSON = array(*v).dump();
+    if (auto* v = optField(*j, "confidential")) f.confidential = boolean(*v);
+    return f;
+  } catch (const std::exception& e) {
+    if (error) *error = e.what();
+    return std::nullopt;
+  }
+}
+
+std::string ProjectCodec::encodeBatch(const Batch& batch) { return batchJ(batch).dump(2); }
+
+std::optional<Batch> ProjectCodec::decodeBatch(const std::string& s, std::string* error) {
+  auto j = parse(s, error);
+  if (!j) return std::nullopt;
+  try {
+    return batchFrom(*j);
+  } catch (const std::exception& e) {
+    if (error) *error = e.what();
+    return std::nullopt;
+  }
+}
+
+}  // namespace ombrik

@@ -1,0 +1,268 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "document/project_file.h"
+
+using namespace ombrik;
+
+namespace {
+Node node(const char* kind) { return Node(*NodeKind::find(kind)); }
+
+Batch richWorld() {
+  Batch b;
+  b.id = Uuid::generate();
+  b.name = "Plan_12";
+  Node media = node("media"), mask = node("mask"), color = node("color"), tracker = node("tracker"), mesh = node("meshwarp"),
+       paint = node("paintbeauty");
+  media.mediaID = Uuid::generate();
+  mask.track[3] = {40, 50, 20, 30, 5};
+  mask.pins[7] = {41, 51, 21, 31, -5};
+  mask.trackOff[9] = {0.5, -0.25};
+  mask.trackRef = 3;
+  mask.planarH[4] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+  mask.shape = {{{0.1, 0.2}, {0.0, 0.1}, {0.2, 0.3}}, {{0.5, 0.6}, {0.4, 0.5}, {0.6, 0.7}}};
+  mask.shapeClosed = true;
+  mask.shapeBase = MaskKey{50, 50, 10, 10, 0};
+  mask.magicPoints = {{{0.3, 0.4}, true}, {{0.6, 0.1}, false}};
+  mask.magicFrame = 12;
+  mask.prompt = "lampadaire";
+  GMask second;
+  second.params = {{"cx", 10}, {"cy", 20}};
+  second.track[1] = {1, 2, 3, 4, 5};
+  second.ellipse = true;
+  mask.masks = {GMask{}, second};
+  mask.maskIndex = 0;
+  // the active mask's stored copy carries the node's own fields when written
+  mask.masks[0].params = {{"cx", 39.6}, {"cy", 50}, {"rx", 23}, {"ry", 37}, {"rot", 0}, {"feather", 0.35},
+                          {"invert", 0}, {"blend", 0}, {"trk_pos", 1}, {"trk_rot", 1}, {"trk_scale", 1},
+                          {"trk_skew", 1}, {"trk_persp", 1}, {"out", 1}};
+  mask.masks[0].track = mask.track, mask.masks[0].pins = mask.pins, mask.masks[0].trackOff = mask.trackOff;
+  mask.masks[0].trackRef = mask.trackRef, mask.masks[0].planarH = mask.planarH, mask.masks[0].shape = mask.shape;
+  mask.masks[0].shapeClosed = true, mask.masks[0].shapeBase = mask.shapeBase;
+  Keyframe k1, k2;
+  k1.f = 0, k1.v = 0.1, k1.interp = KeyInterp::bezier, k1.outSlope = 0.02;
+  k2.f = 24, k2.v = 1.4, k2.inInf = 0.5;
+  color.anim["exposure"] = {k1, k2};
+  color.params["exposure"] = 0.7;
+  color.params["_private"] = 3;
+  color.bypass = true;
+  color.keySamples = {{0.1, 0.2, 0.3, 1, 40, 60}};
+  TrackerPt t;
+  t.id = Uuid::generate();
+  t.name = "Tracker 1";
+  t.p0 = {0.25, 0.75};
+  t.ref = 4;
+  t.path[4] = {0.25, 0.75};
+  t.path[5] = {0.26, 0.74};
+  t.off[5] = {0.01, 0};
+  t.weakAt = 9;
+  t.half = Size{0.05, 0.04};
+  tracker.trackers = {t};
+  tracker.trackerLinks = {mask.id};
+  mesh.mesh = {{0.1, 0.1}, {0.9, 0.1}};
+  mesh.meshBase = {{0.1, 0.1}, {0.9, 0.2}};
+  mesh.meshTrack[2] = {{0.1, 0.1}, {0.8, 0.1}};
+  mesh.meshTracked = {2};
+  mesh.followPts = {3, 7};
+  mesh.followSrc = Uuid::generate();
+  mesh.path = "/tmp/x";
+  paint.paintLayers = {PaintLayer{{{"amount", 0.5}}, {{0.1, 0.2, 0.3}}}};
+  paint.paintIndex = 0;
+  paint.faceStrokes = {{1, 2, 3, 4}};
+  b.nodes = {media, mask, color, tracker, mesh, paint};
+  b.edges = {{Uuid::generate(), media.id, color.id, 0, 0}, {Uuid::generate(), mask.id, color.id, 1, 2}};
+  for (const auto& n : b.nodes) b.positions[n.id] = {100.5, -20};
+  b.mediaID = media.mediaID;
+  b.worldPos = Point{3, 4};
+  b.film = FilmShot{Uuid::generate(), 2, 100, 48};
+  b.lut = "";
+  b.lutRender = true;
+  b.filmTimeline = Uuid::generate();
+  b.group = Uuid::generate();
+  b.lastUsed = std::chrono::system_clock::time_point(std::chrono::seconds(1790000000));
+  b.shotsFolded = true;
+  b.openGroups = {OpenGroup{Uuid::generate(), "Peau", {color.id}, {{color.id, "sat", "Saturation"}}, "info", "moi"}};
+  b.creator = true;
+  return b;
+}
+
+std::vector<std::tuple<Uuid, Uuid, int, int>> wires(const Batch& b) {
+  std::vector<std::tuple<Uuid, Uuid, int, int>> out;
+  for (const auto& e : b.edges) out.emplace_back(e.from, e.to, e.port, e.fromPort);
+  return out;
+}
+
+const char* kMinimal = R"({
+  "version": 1, "media": [], "recent": [],
+  "batches": [{
+    "id": "0E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8", "name": "Minimal", "positions": {}, "edges": [],
+    "nodes": [{"id": "1E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8", "kind": "color", "params": {"sat": 0.5},
+               "bypass": false, "track": {}, "shape": [], "shapeClosed": false, "ellipse": false,
+               "magicPoints": [], "magicFrame": 0, "prompt": ""}]
+  }]
+})";
+}  // namespace
+
+TEST(ProjectCodec, WrittenAndReadBackIsEqualButForEdgeIds) {
+  ProjectFile f;
+  f.media = {{Uuid::generate(), "rush.mov", "/films/rush.mov"}};
+  f.batches = {richWorld()};
+  f.current = f.batches[0].id;
+  f.recent = {"color", "mask"};
+  f.folders = std::vector<std::string>{"/films"};
+  // As the writer sorts every object's keys, a record read back is in that order.
+  f.timelinesJSON = R"([{"anything":[1,2,{"a":null}],"id":"X"}])";
+  f.confidential = true;
+  const auto text = ProjectCodec::encode(f);
+  ASSERT_TRUE(text);
+  std::string error;
+  const auto back = ProjectCodec::decode(*text, &error);
+  ASSERT_TRUE(back) << error;
+  const Batch& a = f.batches[0];
+  const Batch& b = back->batches[0];
+  ASSERT_EQ(a.nodes.size(), b.nodes.size());
+  for (std::size_t i = 0; i < a.nodes.size(); ++i) EXPECT_EQ(a.nodes[i], b.nodes[i]) << a.nodes[i].kind->id;
+  EXPECT_EQ(wires(a), wires(b));
+  EXPECT_NE(a.edges[0].id, b.edges[0].id);  // edges get new ids
+  Batch withEdges = b;
+  withEdges.edges = a.edges;
+  EXPECT_EQ(withEdges, a);
+  EXPECT_EQ(back->media, f.media);
+  EXPECT_EQ(back->current, f.current);
+  EXPECT_EQ(back->recent, f.recent);
+  EXPECT_EQ(back->folders, f.folders);
+  EXPECT_TRUE(back->confidential);
+  EXPECT_EQ(back->timelinesJSON, f.timelinesJSON);  // unknown records pass through unchanged
+  EXPECT_EQ(ProjectCodec::encode(*back), text);      // and the same state gives the same bytes
+}
+
+TEST(ProjectCodec, OptionalKeysAreLeftOutAndKeysAreSorted) {
+  ProjectFile f;
+  Batch w;
+  w.id = Uuid::generate();
+  w.name = "Vide";
+  w.nodes = {node("output")};
+  f.batches = {w};
+  const std::string text = *ProjectCodec::encode(f);
+  for (const char* absent : {"\"current\"", "\"folders\"", "\"confidential\"", "\"timelines\"", "\"mediaID\"",
+                             "\"world\"", "\"shotsFolded\"", "\"openGroups\"", "\"placeholder\"", "\"anim\"",
+                             "\"masks\"", "\"path\"", "null"})
+    EXPECT_EQ(text.find(absent), std::string::npos) << absent;
+  EXPECT_LT(text.find("\"batches\""), text.find("\"media\""));
+  EXPECT_LT(text.find("\"media\""), text.find("\"recent\""));
+  EXPECT_LT(text.find("\"recent\""), text.find("\"version\""));
+  EXPECT_NE(text.find(w.id.toString()), std::string::npos);  // upper-case UUIDs
+}
+
+TEST(ProjectCodec, MinimalFileReadsWithDefaults) {
+  std::string error;
+  const auto f = ProjectCodec::decode(kMinimal, &error);
+  ASSERT_TRUE(f) << error;
+  const Batch& b = f->batches[0];
+  EXPECT_FALSE(b.mediaID);
+  EXPECT_FALSE(b.worldPos);
+  EXPECT_FALSE(b.placeholder);
+  ASSERT_TRUE(b.lastUsed);
+  EXPECT_LT(std::abs(std::chrono::duration<double>(std::chrono::system_clock::now() - *b.lastUsed).count()), 60.0);
+  const Node& n = b.nodes[0];
+  EXPECT_EQ(n.params.at("sat"), 0.5);
+  EXPECT_EQ(n.params.at("gamma"), 1.06);  // the kind's defaults fill what the file lacks
+  EXPECT_EQ(n.params.size(), 6u);
+  EXPECT_FALSE(f->current);
+  EXPECT_FALSE(f->timelinesJSON);
+}
+
+TEST(ProjectCodec, DamagedRowsAndKeysAreSkippedOneByOne) {
+  const std::string text = R"({"version":1,"media":[],"recent":[],"batches":[{
+    "id":"0E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8","name":"W",
+    "positions":{"1E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8":[5],"2E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8":[1,2,3],"nope":[1,2]},
+    "edges":[{"from":"1E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8","to":"2E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8","port":0},
+             {"from":"3E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8","to":"2E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8","port":1,"fromPort":1}],
+    "nodes":[
+      {"id":"1E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8","kind":"mask","params":{},"bypass":false,
+       "track":{"abc":[1,2,3,4,5],"7":[1,2,3,4,5],"8":[1,2]},"shape":[[1,2,3,4,5,6],[1,2]],"shapeClosed":true,
+       "ellipse":false,"magicPoints":[[0.5,0.5,0.2]],"magicFrame":0,"prompt":"",
+       "anim":{"cx":[[0,1,7,0.3,0,0.3,0],[5,2,1,0.3,0,0.3]],"cy":[[0,1,0,0.3,0,0.3]]}},
+      {"id":"2E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8","kind":"comp","params":{"mattes":1},"bypass":false,"track":{},
+       "shape":[],"shapeClosed":false,"ellipse":false,"magicPoints":[],"magicFrame":0,"prompt":""},
+      {"id":"3E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8","kind":"no_such_kind","params":{},"bypass":false,"track":{},
+       "shape":[],"shapeClosed":false,"ellipse":false,"magicPoints":[],"magicFrame":0,"prompt":""}]}]})";
+  std::string error;
+  const auto f = ProjectCodec::decode(text, &error);
+  ASSERT_TRUE(f) << error;
+  const Batch& b = f->batches[0];
+  ASSERT_EQ(b.nodes.size(), 2u);  // the unknown kind is dropped
+  const Node& mask = b.nodes[0];
+  EXPECT_EQ(mask.track.size(), 1u);  // "abc" and the short row go, frame 7 stays
+  EXPECT_TRUE(mask.track.count(7));
+  EXPECT_EQ(mask.shape.size(), 1u);
+  EXPECT_FALSE(mask.magicPoints[0].positive);
+  ASSERT_EQ(mask.anim.at("cx").size(), 1u);  // the six-number row is dropped
+  EXPECT_EQ(mask.anim.at("cx")[0].interp, KeyInterp::linear);  // code 7 reads as linear
+  EXPECT_FALSE(mask.anim.count("cy"));  // every row dropped: not animated
+  ASSERT_EQ(b.edges.size(), 1u);        // the edge from the dropped node goes too
+  EXPECT_EQ(b.positions.size(), 1u);    // a single number, a bad key: gone
+}
+
+TEST(ProjectCodec, OldFilesAreCorrected) {
+  auto world = [](const std::string& nodes, const std::string& edges) {
+    return R"({"version":1,"media":[],"recent":[],"batches":[{"id":"0E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8","name":"W","positions":{},"nodes":[)" +
+           nodes + "],\"edges\":[" + edges + "]}]}";
+  };
+  auto nodeText = [](const char* id, const char* kind, const char* params) {
+    return std::string(R"({"id":")") + id + R"(","kind":")" + kind + R"(","params":)" + params +
+           R"(,"bypass":false,"track":{},"shape":[],"shapeClosed":false,"ellipse":false,"magicPoints":[],"magicFrame":0,"prompt":""})";
+  };
+  const char* A = "1E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8";
+  const char* C = "2E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8";
+  const std::string edge = std::string(R"({"from":")") + A + R"(","to":")" + C + R"(","port":4})";
+  auto comp = [&](const char* params) {
+    auto f = ProjectCodec::decode(world(nodeText(A, "color", "{}") + "," + nodeText(C, "comp", params), edge));
+    return f->batches[0].nodes[1].params.at("mattes");
+  };
+  EXPECT_EQ(comp(R"({"mattes":1})"), 3);
+  EXPECT_EQ(comp(R"({"mattes":5})"), 5);
+  EXPECT_EQ(comp("{}"), 3);  // the kind's default 1, then corrected
+
+  auto mv = ProjectCodec::decode(world(nodeText(A, "motionvec", R"({"soft":61})"), ""));
+  EXPECT_EQ(mv->batches[0].nodes[0].params.at("soft"), 61);
+  EXPECT_EQ(mv->batches[0].nodes[0].params.at("mvv"), 2);
+  mv = ProjectCodec::decode(world(nodeText(A, "motionvec", R"({"soft":60,"tsmooth":6})"), ""));
+  EXPECT_EQ(mv->batches[0].nodes[0].params.at("soft"), 12);
+  EXPECT_EQ(mv->batches[0].nodes[0].params.at("tsmooth"), 0);
+
+  auto body = ProjectCodec::decode(world(nodeText(A, "bodymask", R"({"smooth":0,"contrast":1,"feather":0,"chatter":0.3})"), ""));
+  const auto& p = body->batches[0].nodes[0].params;
+  EXPECT_EQ(p.at("smooth"), 2);
+  EXPECT_EQ(p.at("contrast"), 3);
+  EXPECT_EQ(p.at("feather"), 1);
+  EXPECT_EQ(p.at("chatter"), 0.5);
+  EXPECT_EQ(p.at("grow"), 0);  // the rest at its defaults
+}
+
+TEST(ProjectCodec, RefusesWhatIsNotAProject) {
+  const std::string good = kMinimal;
+  std::vector<std::string> bad = {
+      "",
+      good.substr(0, good.size() / 2),                                   // truncated
+      "[1,2,3]",                                                         // not an object
+      std::string(good).replace(good.find("\"version\": 1"), 12, "\"version\": \"1\""),  // wrong type
+      std::string(good).replace(good.find("\"recent\": []"), 12, "\"recent\": {}"),
+      std::string(good).replace(good.find("\"magicFrame\": 0"), 15, "\"magicFrame\": 1e300"),  // hostile number
+      std::string(good).replace(good.find("\"bypass\": false"), 15, "\"bypass\": 0"),
+      std::string(good).replace(good.find("\"name\": \"Minimal\""), 17, "\"name\": \"\xC3\x28\""),  // not UTF-8
+      std::string(500000, '[') + std::string(500000, ']'),                    // deep nesting
+  };
+  for (std::size_t i = 0; i < bad.size(); ++i) {
+    std::string error;
+    EXPECT_FALSE(ProjectCodec::decode(bad[i], &error)) << i;
+    EXPECT_FALSE(error.empty()) << i;
+  }
+  ProjectFile f = *ProjectCodec::decode(kMinimal);
+  f.batches[0].nodes[0].params["sat"] = std::numeric_limits<double>::quiet_NaN();
+  std::string error;
+  EXPECT_FALSE(ProjectCodec::encode(f, &error));
+  EXPECT_FALSE(error.empty());
+}
