@@ -6,6 +6,7 @@
 #include "engine/engine.h"
 #include "platform/app_paths.h"
 #include "platform/scheduler.h"
+#include "platform/user_defaults.h"
 
 namespace ombrik {
 
@@ -18,7 +19,9 @@ AppModel::Options AppModel::processOptions() {
 }
 
 AppModel::AppModel(const Options& options)
-    : scheduler_(options.scheduler ? options.scheduler : makeEventLoopScheduler()) {
+    : scheduler_(options.scheduler ? options.scheduler : makeEventLoopScheduler()),
+      defaults_(options.defaultsFile.empty() ? std::make_unique<UserDefaults>()
+                                             : std::make_unique<UserDefaults>(options.defaultsFile)) {
   if (options.withEngine) {
     std::string error;
     engine = Engine::create(&error);

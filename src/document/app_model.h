@@ -2,6 +2,7 @@
 // The one central object: it owns the open world, the list of worlds and the media.
 // Views read it and call its operations; nothing in the document depends on a view.
 // Operations are split into files by subject (app_model_*.cpp).
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "document/node_layout.h"
+#include "document/project_file.h"
 #include "graph/batch.h"
 #include "graph/edge.h"
 #include "graph/media_item.h"
@@ -20,6 +22,7 @@ namespace ombrik {
 
 class Engine;
 class Scheduler;
+class UserDefaults;
 
 // One selected key of the curve editor: a parameter key and an index in its key list.
 struct KeySel {
@@ -40,7 +43,8 @@ public:
     bool installed = false;   // an installed program, not a development tree
     bool blankStart = false;  // OMBRIK_BLANK_START=1
     bool withEngine = true;   // false: no GPU work at all (pure document tests)
-    std::shared_ptr<Scheduler> scheduler;  // default: the Qt event loop
+    std::shared_ptr<Scheduler> scheduler = nullptr;  // default: the Qt event loop
+    std::string defaultsFile = {};  // a separate user-defaults file; empty: the program's
   };
   static Options processOptions();
 
@@ -112,6 +116,20 @@ public:
   Node* nodeByID(const Uuid& id);
   const Node* nodeByID(const Uuid& id) const;
 
+  // ---- the project file (app_model_project.cpp)
+  std::optional<std::filesystem::path> _projectURL;  // none: an untitled project
+  std::vector<MediaRef> missingMedia;                // refs whose file wasn't found at opening
+  std::vector<std::string> _recentKinds;
+  std::vector<std::string> _folders;
+  bool _confidential = false;
+  bool dirty = false;  // the undo history keeps this from graph editing on
+  ProjectFile makeFile();
+  bool write(const std::filesystem::path& url);
+  bool load(const std::filesystem::path& url);
+  // Imports a still picture as a media item (under `id` when given); false when unreadable.
+  bool importStill(const std::filesystem::path& url, std::optional<Uuid> id = std::nullopt);
+  UserDefaults& defaults() { return *defaults_; }
+
   const Batch* currentBatch() const;
   // Writes the open world's nodes, edges and positions back into its Batch.
   void saveCurrentBatch();
@@ -119,6 +137,8 @@ public:
 private:
   void startBlankWorld(bool placeholder);
   std::shared_ptr<Scheduler> scheduler_;
+  std::unique_ptr<UserDefaults> defaults_;
+  std::optional<std::string> timelinesJSON_, groupsJSON_, userNodesJSON_;  // carried until their features exist
 };
 
 }  // namespace ombrik

@@ -1,0 +1,149 @@
+// Saving and opening the project file.
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
+#include "document/app_model.h"
+#include "engine/engine.h"
+#include "engine/source_picture.h"
+#include "platform/user_defaults.h"
+
+namespace ombrik {
+
+namespace fs = std::filesystem;
+
+ProjectFile AppModel::makeFile() {
+  saveCurrentBatch();
+  ProjectFile f;
+  for (const auto& m : _media)
+    if (m.url) f.media.push_back({m.id, m.name, fs::absolute(*m.url).string()});
+  for (const auto& ref : missingMedia)  // media not found at opening stay in the file
+    if (std::none_of(_media.begin(), _media.end(), [&](const MediaItem& m) { return m.id == ref.id; }))
+      f.media.push_back(ref);
+  f.batches = _batches;
+  f.current = _currentBatchID;
+  f.recent = _recentKinds;
+  if (!_folders.empty()) f.folders = _folders;
+  f.timelinesJSON = timelinesJSON_;
+  f.groupsJSON = groupsJSON_;
+  f.userNodesJSON = userNodesJSON_;
+  f.confidential = _confidential;
+  return f;
+}
+
+bool AppModel::write(const fs::path& url) {
+  std::string error;
+  const auto text = ProjectCodec::encode(makeFile(), &error);
+  bool ok = bool(text);
+  if (ok) {
+    // A temporary file beside the target, synced, then renamed over it: a failed write leaves
+    // the old file whole.
+    const fs::path tmp = url.parent_path() / ("." + url.filename().string() + ".part");
+    {
+      std::ofstream out(tmp, std::ios::binary | std::ios::trunc);
+      out << *text;
+      out.flush();
+      ok = bool(out);
+    }
+    std::error_code ec;
+    if (ok) fs::rename(tmp, url, ec);
+    if (!ok || ec) {
+      fs::remove(tmp, ec);
+      ok = false;
+      error = "le fichier ne peut pas être écrit";
+    }
+  }
+  if (!ok) {
+    _status = "Enregistrement impossible : " + error;
+    return false;
+  }
+  _projectURL = url;
+  defaults_->set("lastProjectPath", url.string());
+  dirty = false;
+  return true;
+}
+
+bool AppModel::importStill(const fs::path& url, std::optional<Uuid> id) {
+  auto picture = SourcePicture::load(url);
+  if (!picture) return false;
+  MediaItem item;
+  item.id = id ? *id : Uuid::generate();
+  item.name = url.filename().string();
+  item.url = url;
+  item.width = picture->width;
+  item.height = picture->height;
+  if (engine) engine->addSource(*picture, item.id);
+  _media.push_back(item);
+  return true;
+}
+
+bool AppModel::load(const fs::path& url) {
+  std::string text;
+  {
+    std::ifstream in(url, std::ios::binary);
+    std::ostringstream ss;
+    if (in) ss << in.rdbuf();
+    text = in ? ss.str() : std::string();
+  }
+  auto file = ProjectCodec::decode(text);
+  if (!file || file->batches.empty()) {
+    _status = "Projet illisible : " + url.filename().string();
+    return false;
+  }
+
+  std::vector<std::string> missingNames;
+  std::vector<MediaRef> missing;
+  for (const auto& ref : file->media) {
+    const bool known = std::any_of(_media.begin(), _media.end(), [&](const MediaItem& m) { return m.id == ref.id; });
+    std::error_code ec;
+    if (!known && fs::exists(ref.path, ec)) importStill(ref.path, ref.id);  // clips come with video import
+    if (std::none_of(_media.begin(), _media.end(), [&](const MediaItem& m) { return m.id == ref.id; })) {
+      missingNames.push_back(ref.name);
+      missing.push_back(ref);
+    }
+  }
+  missingMedia = missing;
+  std::erase_if(_media, [&](const MediaItem& m) {
+    return std::none_of(file->media.begin(), file->media.end(), [&](const MediaRef& r) { return r.id == m.id; });
+  });
+  if (engine)
+    for (const auto& [id, picture] : std::unordered_map<Uuid, SourcePicture>(engine->sources()))
+      if (std::none_of(_media.begin(), _media.end(), [&](const MediaItem& m) { return m.id == id; }))
+        engine->addSource(std::nullopt, id);
+
+  _batches = file->batches;
+  _recentKinds = file->recent;
+  _folders = file->folders.value_or(std::vector<std::string>{});
+  timelinesJSON_ = file->timelinesJSON;
+  groupsJSON_ = file->groupsJSON;
+  userNodesJSON_ = file->userNodesJSON;
+  _confidential = file->confidential;
+
+  // The world shown: the current one unless it is a placeholder, else the first real one.
+  const Batch* show = nullptr;
+  for (const auto& b : _batches)
+    if (file->current && b.id == *file->current && !b.placeholder) show = &b;
+  for (const auto& b : _batches)
+    if (!show && !b.placeholder) show = &b;
+  if (!show) show = &_batches.front();
+  _currentBatchID = show->id;
+  _nodes = show->nodes;
+  _edges = show->edges;
+  layout.replaceAll(show->positions);
+  inspectedID.reset();
+  _keySel.clear();
+
+  _projectURL = url;
+  defaults_->set("lastProjectPath", url.string());
+  _currentFrame = 0;
+  dirty = false;
+  if (!missingNames.empty()) {
+    std::string names;
+    for (const auto& n : missingNames) names += (names.empty() ? "" : ", ") + n;
+    _status = "Médias introuvables : " + names;
+  }
+  requestRender();
+  return true;
+}
+
+}  // namespace ombrik
