@@ -1,0 +1,146 @@
+#include "app/render_command.h"
+
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <ostream>
+
+#include "document/app_model.h"
+#include "engine/engine.h"
+#include "platform/scheduler.h"
+
+namespace ombrik {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::optional<int> toInt(const std::string& s) {
+  int v = 0;
+  auto [p, ec] = std::from_chars(s.data(), s.data() + s.size(), v);
+  if (ec != std::errc() || p != s.data() + s.size()) return std::nullopt;
+  return v;
+}
+
+// The one "%d" or "%0Nd" of a pattern: its position, its length and the width it asks for.
+struct FrameField {
+  std::size_t at = std::string::npos, length = 0;
+  int width = 0;
+};
+
+FrameField frameField(const std::string& pattern) {
+  FrameField f;
+  for (std::size_t i = 0; i + 1 < pattern.size(); ++i) {
+    if (pattern[i] != '%') continue;
+    std::size_t j = i + 1;
+    int width = 0;
+    if (j < pattern.size() && pattern[j] != '0' && pattern[j] != 'd') continue;  // only %d and %0Nd
+    while (j < pattern.size() && std::isdigit(static_cast<unsigned char>(pattern[j]))) width = width * 10 + (pattern[j++] - '0');
+    if (j < pattern.size() && pattern[j] == 'd' && width <= 12) {
+      f.at = i, f.length = j + 1 - i, f.width = width;
+      return f;
+    }
+  }
+  return f;
+}
+
+}  // namespace
+
+std::string RenderCommand::fileFor(const std::string& pattern, int frame) {
+  const FrameField f = frameField(pattern);
+  if (f.at == std::string::npos) return pattern;
+  std::string digits = std::to_string(frame);
+  if (int(digits.size()) < f.width) digits.insert(0, f.width - digits.size(), '0');
+  return pattern.substr(0, f.at) + digits + pattern.substr(f.at + f.length);
+}
+
+int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) {
+  auto fail = [&](const std::string& message) {
+    err << "ombrik render : " << message << std::endl;
+    return 1;
+  };
+  std::string project, world, out;
+  int first = 1, last = 1;
+  double scale = 1;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    const std::string& a = args[i];
+    auto value = [&]() -> std::optional<std::string> {
+      if (i + 1 >= args.size()) return std::nullopt;
+      return args[++i];
+    };
+    if (a == "--world") {
+      auto v = value();
+      if (!v) return fail("--world attend un nom de monde");
+      world = *v;
+    } else if (a == "--frames") {
+      auto v = value();
+      const auto dash = v ? v->find('-') : std::string::npos;
+      auto a1 = v ? toInt(v->substr(0, dash)) : std::nullopt;
+      auto b1 = v && dash != std::string::npos ? toInt(v->substr(dash + 1)) : a1;
+      if (!a1 || !b1 || *a1 < 1 || *b1 < *a1) return fail("--frames attend A-B, de 1 à la dernière image (ex. 1-48)");
+      first = *a1, last = *b1;
+    } else if (a == "--scale") {
+      auto v = value();
+      try {
+        scale = v ? std::stod(*v) : 0;
+      } catch (...) {
+        scale = 0;
+      }
+      if (!(scale > 0 && scale <= 1)) return fail("--scale attend un nombre entre 0 et 1");
+    } else if (a == "--out") {
+      auto v = value();
+      if (!v) return fail("--out attend un motif de fichier (ex. rendu_%05d.exr)");
+      out = *v;
+    } else if (project.empty() && a.rfind("--", 0) != 0) {
+      project = a;
+    } else {
+      return fail("option inconnue : " + a);
+    }
+  }
+  if (project.empty() || out.empty())
+    return fail("usage : ombrik render PROJET.tarvom [--world NOM] [--frames A-B] [--scale S] --out MOTIF");
+  if (last > first && frameField(out).at == std::string::npos)
+    return fail("le motif de sortie doit contenir %d ou %05d pour numéroter les images");
+  std::string ext = fs::path(out).extension().string();
+  std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return char(std::tolower(c)); });
+  if (ext != ".png" && ext != ".tif" && ext != ".tiff" && ext != ".exr")
+    return fail("format de sortie inconnu (PNG, TIFF ou EXR) : " + fs::path(out).filename().string());
+
+  auto scheduler = std::make_shared<ManualScheduler>();
+  AppModel model(AppModel::Options{.installed = false, .blankStart = true, .withEngine = true, .scheduler = scheduler});
+  if (!model.engine) return fail(model._status);
+  if (!model.load(project)) return fail(model._status);
+  if (!model._status.empty()) err << "ombrik render : " << model._status << std::endl;  // missing media
+  if (!world.empty()) {
+    auto it = std::find_if(model._batches.begin(), model._batches.end(), [&](const Batch& b) { return b.name == world; });
+    if (it == model._batches.end()) return fail("aucun monde « " + world + " » dans " + fs::path(project).filename().string());
+    model._currentBatchID = it->id;
+    model._nodes = it->nodes;
+    model._edges = it->edges;
+    model.layout.replaceAll(it->positions);
+  }
+  auto output = std::find_if(model._nodes.begin(), model._nodes.end(), [](const Node& n) { return n.kind->id == "output"; });
+  if (output == model._nodes.end()) return fail("le monde n'a pas de node Sortie");
+  const Uuid outputID = output->id;
+  model._previewScale = scale;
+
+  const int count = last - first + 1;
+  for (int frame = first; frame <= last; ++frame) {
+    model._currentFrame = frame - 1;
+    model.performRender(true);
+    auto it = model.engine->outputs.find(outputID);
+    if (it == model.engine->outputs.end())
+      return fail("la Sortie ne donne pas d'image à l'image " + std::to_string(frame) + " (rien n'y est relié ?)");
+    const std::string file = fileFor(out, frame);
+    std::error_code ec;
+    if (const auto dir = fs::path(file).parent_path(); !dir.empty()) fs::create_directories(dir, ec);
+    std::string error;
+    if (!model.engine->export_(it->second, file, &error)) return fail(error);
+    err << "image " << frame << " (" << (frame - first + 1) << "/" << count << ") → " << file << std::endl;
+  }
+  return 0;
+}
+
+}  // namespace ombrik

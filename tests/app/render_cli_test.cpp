@@ -1,0 +1,133 @@
+// `ombrik render` run as a render farm would: a real project, the real binary, files on disk.
+#include <gtest/gtest.h>
+
+#include <OpenImageIO/imageio.h>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <cmath>
+#include <fstream>
+
+#include "../platform/temp_dir.h"
+#include "app/render_command.h"
+#include "document/project_file.h"
+
+namespace fs = std::filesystem;
+using namespace ombrik;
+
+namespace {
+
+struct Result {
+  int code;
+  std::string err;
+};
+
+Result render(const QStringList& args) {
+  QProcess p;
+  p.setProcessEnvironment(QProcessEnvironment::systemEnvironment());
+  p.start(OMBRIK_BINARY, QStringList{"render"} + args);
+  EXPECT_TRUE(p.waitForFinished(120000));
+  return {p.exitCode(), p.readAllStandardError().toStdString()};
+}
+
+// A flat 8x4 picture as a 16-bit TIFF.
+void writeSource(const fs::path& path, float r, float g, float b) {
+  auto out = OIIO::ImageOutput::create("tiff");
+  OIIO::ImageSpec spec(8, 4, 4, OIIO::TypeDesc::UINT16);
+  std::vector<float> px;
+  for (int i = 0; i < 32; ++i) px.insert(px.end(), {r, g, b, 1.0f});
+  ASSERT_TRUE(out->open(path.string(), spec));
+  out->write_image(OIIO::TypeDesc::FLOAT, px.data());
+  out->close();
+}
+
+std::vector<float> readImage(const fs::path& path) {
+  auto in = OIIO::ImageInput::open(path.string());
+  if (!in) return {};
+  std::vector<float> px(std::size_t(in->spec().width) * in->spec().height * in->spec().nchannels);
+  in->read_image(0, 0, 0, in->spec().nchannels, OIIO::TypeDesc::FLOAT, px.data());
+  return px;
+}
+
+// The colour node at its defaults but for the exposure: the formula, computed here.
+std::array<float, 3> colourOf(std::array<float, 3> c, float exposure) {
+  for (float& v : c) {
+    v *= std::pow(2.0f, exposure);
+    v += 0.02f * (1 - v);
+    v = std::pow(std::max(v, 0.0f), 1 / 1.06f);
+  }
+  c[0] += 0.15f * 0.06f;
+  c[2] -= 0.15f * 0.06f;
+  const float l = c[0] * 0.2126f + c[1] * 0.7152f + c[2] * 0.0722f;
+  for (float& v : c) v = l + (v - l) * 0.92f;
+  return c;
+}
+
+}  // namespace
+
+TEST(RenderCli, AnimatedColourFollowsItsCurveFrameByFrame) {
+  TempDir dir;
+  const fs::path source = dir.path / "plate.tif";
+  writeSource(source, 0.4f, 0.3f, 0.2f);
+
+  ProjectFile f;
+  const Uuid mediaID = Uuid::generate();
+  f.media = {{mediaID, "plate.tif", source.string()}};
+  Batch w;
+  w.id = Uuid::generate();
+  w.name = "Plan_01";
+  Node media(*NodeKind::find("media")), color(*NodeKind::find("color")), out(*NodeKind::find("output"));
+  media.mediaID = mediaID;
+  Keyframe k0, k2;
+  k0.f = 0, k0.v = -1;
+  k2.f = 2, k2.v = 1;
+  color.anim["exposure"] = {k0, k2};
+  w.nodes = {media, color, out};
+  w.edges = {{Uuid::generate(), media.id, color.id, 0, 0}, {Uuid::generate(), color.id, out.id, 0, 0}};
+  Batch other = w;
+  other.id = Uuid::generate();
+  other.name = "Autre";
+  other.nodes = {out};
+  other.edges.clear();
+  f.batches = {other, w};
+  const fs::path project = dir.path / "film.tarvom";
+  std::ofstream(project) << *ProjectCodec::encode(f);
+
+  const fs::path pattern = dir.path / "rendu" / "out_%05d.tif";
+  const Result r = render({QString::fromStdString(project.string()), "--world", "Plan_01", "--frames", "1-3", "--out",
+                           QString::fromStdString(pattern.string())});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_NE(r.err.find("image 2 (2/3)"), std::string::npos) << r.err;  // one progress line a frame
+  for (int frame = 1; frame <= 3; ++frame) {
+    const auto px = readImage(RenderCommand::fileFor(pattern.string(), frame));
+    ASSERT_EQ(px.size(), 8u * 4 * 4) << frame;
+    const float exposure = -1.0f + float(frame - 1);  // linear from -1 at frame 1 to +1 at frame 3
+    const auto want = colourOf({0.4f, 0.3f, 0.2f}, exposure);
+    for (int c = 0; c < 3; ++c) EXPECT_NEAR(px[(2 * 8 + 3) * 4 + c], want[c], 2.5e-3) << "frame " << frame << " channel " << c;
+    EXPECT_NEAR(px[3], 1.0f, 1e-4);
+  }
+}
+
+TEST(RenderCli, ClearMessagesAndNoFilesOnBadRequests) {
+  TempDir dir;
+  const std::string out = (dir.path / "x_%03d.png").string();
+  Result r = render({(dir.path / "absent.tarvom").c_str(), "--out", QString::fromStdString(out)});
+  EXPECT_NE(r.code, 0);
+  EXPECT_NE(r.err.find("Projet illisible : absent.tarvom"), std::string::npos) << r.err;
+  r = render({"p.tarvom", "--frames", "5-2", "--out", QString::fromStdString(out)});
+  EXPECT_NE(r.code, 0);
+  EXPECT_NE(r.err.find("--frames"), std::string::npos) << r.err;
+  r = render({"p.tarvom", "--frames", "1-4", "--out", QString::fromStdString((dir.path / "fixe.png").string())});
+  EXPECT_NE(r.code, 0);
+  EXPECT_NE(r.err.find("%d"), std::string::npos) << r.err;
+  r = render({"p.tarvom", "--out", QString::fromStdString((dir.path / "x.jpg2").string())});
+  EXPECT_NE(r.err.find("format de sortie inconnu"), std::string::npos) << r.err;
+  EXPECT_TRUE(fs::is_empty(dir.path));
+}
+
+TEST(RenderCli, FileNamesFromThePattern) {
+  EXPECT_EQ(RenderCommand::fileFor("out_%05d.exr", 7), "out_00007.exr");
+  EXPECT_EQ(RenderCommand::fileFor("a/%d.png", 12), "a/12.png");
+  EXPECT_EQ(RenderCommand::fileFor("f%04d_%d.tif", 5), "f0005_%d.tif");  // the first field only
+  EXPECT_EQ(RenderCommand::fileFor("f%3d_%02d.tif", 5), "f%3d_05.tif");   // printf would pad %3d with blanks
+  EXPECT_EQ(RenderCommand::fileFor("still.png", 5), "still.png");
+}
