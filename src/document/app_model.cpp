@@ -21,7 +21,11 @@ AppModel::Options AppModel::processOptions() {
 AppModel::AppModel(const Options& options)
     : scheduler_(options.scheduler ? options.scheduler : makeEventLoopScheduler()),
       defaults_(options.defaultsFile.empty() ? std::make_unique<UserDefaults>()
-                                             : std::make_unique<UserDefaults>(options.defaultsFile)) {
+                                             : std::make_unique<UserDefaults>(options.defaultsFile)),
+      dialogs_(options.dialogs),
+      dataDir_(options.dataDir ? *options.dataDir : AppPaths::shared().data),
+      relaunch_(options.relaunch),
+      installed_(options.installed) {
   if (options.withEngine) {
     std::string error;
     engine = Engine::create(&error);
@@ -29,7 +33,7 @@ AppModel::AppModel(const Options& options)
   }
   // The example world of a development tree needs graph editing and the sample picture;
   // until they exist every start is the blank world, marked placeholder when installed.
-  startBlankWorld(options.installed);
+  if (!(options.openLastProject && openLastProject())) startBlankWorld(options.installed);
   requestRender();
 }
 

@@ -23,6 +23,8 @@ namespace ombrik {
 class Engine;
 class Scheduler;
 class UserDefaults;
+class Dialogs;
+class AppLanguage;
 
 // One selected key of the curve editor: a parameter key and an index in its key list.
 struct KeySel {
@@ -45,6 +47,10 @@ public:
     bool withEngine = true;   // false: no GPU work at all (pure document tests)
     std::shared_ptr<Scheduler> scheduler = nullptr;  // default: the Qt event loop
     std::string defaultsFile = {};  // a separate user-defaults file; empty: the program's
+    bool openLastProject = false;   // the desktop start reopens the last project
+    std::shared_ptr<Dialogs> dialogs = nullptr;       // file panels and alerts
+    std::optional<std::filesystem::path> dataDir = {};  // default: the program's data folder
+    std::function<void()> relaunch = nullptr;          // starts a new instance and ends this one
   };
   static Options processOptions();
 
@@ -130,6 +136,18 @@ public:
   bool importStill(const std::filesystem::path& url, std::optional<Uuid> id = std::nullopt);
   UserDefaults& defaults() { return *defaults_; }
 
+  // ---- the life of a project (app_model_life.cpp)
+  std::filesystem::path projectsDir();  // data/Projets, created when missing
+  static constexpr const char* kAutoFileName = "Sans titre (auto).tarvom";
+  void saveProject();
+  void saveProjectAs();
+  void openProjectPanel();
+  void autosave();
+  bool openLastProject();
+  // Chooses the language and offers to restart in it: the project is saved first.
+  void switchLanguage(AppLanguage lang);
+  void relaunchNow();
+
   const Batch* currentBatch() const;
   // Writes the open world's nodes, edges and positions back into its Batch.
   void saveCurrentBatch();
@@ -138,6 +156,10 @@ private:
   void startBlankWorld(bool placeholder);
   std::shared_ptr<Scheduler> scheduler_;
   std::unique_ptr<UserDefaults> defaults_;
+  std::shared_ptr<Dialogs> dialogs_;
+  std::filesystem::path dataDir_;
+  std::function<void()> relaunch_;
+  bool installed_ = false;
   std::optional<std::string> timelinesJSON_, groupsJSON_, userNodesJSON_;  // carried until their features exist
 };
 

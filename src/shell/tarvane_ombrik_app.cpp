@@ -1,10 +1,12 @@
 #include "shell/tarvane_ombrik_app.h"
 
 #include <QApplication>
+#include <QProcess>
 
 #include "document/app_model.h"
 #include "platform/app_paths.h"
 #include "shell/main_window.h"
+#include "shell/qt_dialogs.h"
 
 namespace ombrik {
 
@@ -14,8 +16,19 @@ int TarvaneOmbrikApp::run(int argc, char** argv) {
   QApplication::setApplicationName("Ombrik");
   AppPaths::shared().prepare();
 
-  AppModel model;
+  auto dialogs = std::make_shared<QtDialogs>();
+  AppModel::Options options = AppModel::processOptions();
+  options.openLastProject = true;
+  options.dialogs = dialogs;
+  options.relaunch = [] {
+    QProcess::startDetached(QApplication::applicationFilePath(), QApplication::arguments().mid(1));
+    QApplication::quit();
+  };
+  AppModel model(options);
   MainWindow window(model);
+  dialogs->setParent(&window);
+  // Nothing is lost at quit: the project is written over itself, or to the automatic file.
+  QObject::connect(&app, &QApplication::aboutToQuit, [&model] { model.autosave(); });
   window.show();
   return app.exec();
 }

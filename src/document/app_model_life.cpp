@@ -1,0 +1,97 @@
+// Saving under a name, opening through a panel, the automatic file, reopening at start, and
+// the restart that a change of language asks for.
+#include <algorithm>
+
+#include "document/app_model.h"
+#include "platform/app_language.h"
+#include "platform/dialogs.h"
+#include "platform/user_defaults.h"
+
+namespace ombrik {
+
+namespace fs = std::filesystem;
+
+fs::path AppModel::projectsDir() {
+  const fs::path dir = dataDir_ / "Projets";
+  std::error_code ec;
+  fs::create_directories(dir, ec);
+  return dir;
+}
+
+void AppModel::saveProject() {
+  if (!_projectURL) {
+    saveProjectAs();
+    return;
+  }
+  if (write(*_projectURL)) _status = "Projet enregistré : " + _projectURL->filename().string();
+}
+
+void AppModel::saveProjectAs() {
+  if (!dialogs_) return;
+  SavePanel panel;
+  panel.title = "Enregistrer le projet";
+  panel.directory = _projectURL ? _projectURL->parent_path() : projectsDir();
+  panel.proposedName = _projectURL ? _projectURL->filename().string() : "Projet_01.tarvom";
+  panel.types = {"tarvom"};
+  auto url = dialogs_->save(panel);
+  if (!url) return;
+  if (url->extension() != ".tarvom") *url = url->string() + ".tarvom";
+  if (write(*url)) _status = "Projet enregistré : " + url->filename().string();
+}
+
+void AppModel::openProjectPanel() {
+  if (!dialogs_) return;
+  OpenPanel panel;
+  panel.title = "Ouvrir un projet";
+  panel.directory = projectsDir();
+  panel.types = {"tarvom", "json"};
+  auto url = dialogs_->open(panel);
+  if (!url) return;
+  if (_projectURL) autosave();  // an untitled project isn't written to the automatic file here
+  if (load(*url)) _status = "Projet ouvert : " + url->filename().string();
+}
+
+void AppModel::autosave() {
+  if (_batches.empty()) return;
+  const bool untitled = !_projectURL;
+  const fs::path target = untitled ? projectsDir() / kAutoFileName : *_projectURL;
+  write(target);  // a failure here is ignored: nothing asks at quit
+  if (untitled) _projectURL.reset();  // still untitled; "lastProjectPath" keeps the automatic file
+}
+
+bool AppModel::openLastProject() {
+  const auto last = defaults_->string("lastProjectPath");
+  std::error_code ec;
+  if (!last || last->empty() || !fs::exists(*last, ec)) return false;
+  const std::string status = _status;
+  if (!load(*last)) {
+    _status = status;  // no message at start
+    return false;
+  }
+  if (fs::path(*last).filename() == kAutoFileName) _projectURL.reset();  // the work comes back, untitled
+  return true;
+}
+
+void AppModel::switchLanguage(AppLanguage lang) {
+  if (AppLanguage::current(*defaults_, installed_) == lang) return;
+  AppLanguage::choose(*defaults_, lang);
+  if (!dialogs_) return;
+  Alert alert;
+  if (lang == AppLanguage::french) {
+    alert = {"Ombrik passera en français.", "Redémarrer maintenant ? Votre projet est enregistré avant.",
+             {"Redémarrer", "Plus tard"}};
+  } else {
+    alert = {"Ombrik will switch to English.", "Restart now? Your project is saved first.", {"Restart", "Later"}};
+  }
+  if (dialogs_->alert(alert) == 0) {
+    autosave();
+    relaunchNow();
+  }
+}
+
+void AppModel::relaunchNow() {
+  defaults_->sync();
+  if (relaunch_) relaunch_();
+}
+
+}  // namespace ombrik

@@ -1,0 +1,52 @@
+#include "shell/qt_dialogs.h"
+
+#include <QFileDialog>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QStringList>
+
+#include "platform/string_catalogue.h"
+
+namespace ombrik {
+
+namespace {
+QString q(const std::string& s) { return QString::fromStdString(s); }
+QString filterFor(const std::vector<std::string>& types, bool others) {
+  QStringList patterns;
+  for (const auto& t : types) patterns << "*." + q(t);
+  QString filter = patterns.join(' ').isEmpty() ? QString() : "(" + patterns.join(' ') + ")";
+  if (others) filter += ";;(*)";
+  return filter;
+}
+}  // namespace
+
+std::optional<std::filesystem::path> QtDialogs::save(const SavePanel& panel) {
+  QFileDialog dialog(parent_, q(tr(panel.title)), q((panel.directory / panel.proposedName).string()),
+                     filterFor(panel.types, panel.otherTypesAllowed));
+  dialog.setAcceptMode(QFileDialog::AcceptSave);
+  if (!panel.canCreateFolders) dialog.setOption(QFileDialog::ReadOnly);
+  if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return std::nullopt;
+  return dialog.selectedFiles().front().toStdString();
+}
+
+std::optional<std::filesystem::path> QtDialogs::open(const OpenPanel& panel) {
+  const QString file = QFileDialog::getOpenFileName(parent_, q(tr(panel.title)), q(panel.directory.string()),
+                                                    filterFor(panel.types, false));
+  if (file.isEmpty()) return std::nullopt;
+  return file.toStdString();
+}
+
+int QtDialogs::alert(const Alert& a) {
+  QMessageBox box(parent_);
+  box.setText(q(a.title));
+  box.setInformativeText(q(a.text));
+  std::vector<QPushButton*> buttons;
+  for (const auto& b : a.buttons) buttons.push_back(box.addButton(q(b), QMessageBox::AcceptRole));
+  if (!buttons.empty()) box.setDefaultButton(buttons.front());
+  box.exec();
+  for (std::size_t i = 0; i < buttons.size(); ++i)
+    if (box.clickedButton() == buttons[i]) return int(i);
+  return int(buttons.size()) - 1;
+}
+
+}  // namespace ombrik

@@ -1,0 +1,21 @@
+#pragma once
+#include "platform/dialogs.h"
+
+class QWidget;
+
+namespace ombrik {
+
+// The desktop's file panels and alerts.
+class QtDialogs final : public Dialogs {
+public:
+  explicit QtDialogs(QWidget* parent = nullptr) : parent_(parent) {}
+  void setParent(QWidget* parent) { parent_ = parent; }
+  std::optional<std::filesystem::path> save(const SavePanel& panel) override;
+  std::optional<std::filesystem::path> open(const OpenPanel& panel) override;
+  int alert(const Alert& alert) override;
+
+private:
+  QWidget* parent_;
+};
+
+}  // namespace ombrik
