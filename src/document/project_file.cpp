@@ -217,6 +217,64 @@ TrackerPt trackerFrom(const json& j) {
   return t;
 }
 
+json nodeJ(const Node& n);
+std::optional<Node> nodeFrom(const json& j);
+
+// A group's stored form: its inner graph, ports, controls, and the values of its controls.
+json groupRefJ(const Node& n) {
+  const NodeGroup& g = *n.group;
+  json nodes = json::array();
+  for (const auto& inner : g.nodes) nodes.push_back(nodeJ(inner));
+  json edges = json::array();
+  for (const auto& e : g.edges)
+    edges.push_back({{"from", e.from.toString()}, {"to", e.to.toString()}, {"port", e.port}, {"fromPort", e.fromPort}});
+  json positions = json::object();
+  for (const auto& [id, p] : g.positions) positions[id.toString()] = pointJ(p);
+  json inputs = json::array();
+  for (const auto& in : g.inputs) {
+    json targets = json::array();
+    for (const auto& t : in.targets) targets.push_back({{"node", t.node.toString()}, {"port", t.port}});
+    inputs.push_back({{"name", in.name}, {"isMatte", in.isMatte}, {"targets", targets}});
+  }
+  json controls = json::array();
+  for (const auto& c : g.controls) controls.push_back({{"node", c.node.toString()}, {"key", c.key}, {"label", c.label}});
+  json j = {{"name", n.kind->title.raw}, {"nodes", nodes},   {"edges", edges},  {"positions", positions},
+            {"inputs", inputs},          {"output", g.output.toString()}, {"controls", controls}};
+  if (!g.info.empty()) j["info"] = g.info;
+  if (!g.author.empty()) j["author"] = g.author;
+  json values = json::object();
+  for (const auto& [k, v] : n.params)
+    if (k.size() > 1 && k[0] == 'c' && std::all_of(k.begin() + 1, k.end(), ::isdigit)) values[k] = v;
+  if (!values.empty()) j["values"] = values;
+  return j;
+}
+
+std::optional<std::pair<std::string, NodeGroup>> groupFrom(const json& j) {
+  NodeGroup g;
+  const std::string name = text(field(j, "name"));
+  for (const auto& n : array(field(j, "nodes")))
+    if (auto node = nodeFrom(n)) g.nodes.push_back(std::move(*node));
+  for (const auto& e : array(field(j, "edges"))) {
+    Edge edge{Uuid::generate(), uuid(field(e, "from")), uuid(field(e, "to")), int32(field(e, "port")), 0};
+    if (auto* fp = optField(e, "fromPort")) edge.fromPort = int32(*fp);
+    g.edges.push_back(edge);
+  }
+  for (const auto& [k, v] : object(field(j, "positions")).items())
+    if (auto id = Uuid::parse(k))
+      if (auto p = point(v)) g.positions[*id] = *p;
+  for (const auto& in : array(field(j, "inputs"))) {
+    GroupInput input{text(field(in, "name")), boolean(field(in, "isMatte")), {}};
+    for (const auto& t : array(field(in, "targets"))) input.targets.push_back({uuid(field(t, "node")), int32(field(t, "port"))});
+    g.inputs.push_back(input);
+  }
+  g.output = uuid(field(j, "output"));
+  for (const auto& c : array(field(j, "controls")))
+    g.controls.push_back({uuid(field(c, "node")), text(field(c, "key")), text(field(c, "label"))});
+  if (auto* v = optField(j, "info")) g.info = text(*v);
+  if (auto* v = optField(j, "author")) g.author = text(*v);
+  return std::pair{name, g};
+}
+
 json openGroupJ(const OpenGroup& g) {
   json controls = json::array();
   for (const auto& c : g.controls) controls.push_back({{"node", c.node.toString()}, {"key", c.key}, {"label", c.label}});
@@ -314,6 +372,7 @@ json nodeJ(const Node& n) {
     j["masks"] = masks;
     j["maskIndex"] = n.maskIndex;
   }
+  if (n.group) j["group"] = groupRefJ(n);
   if (!n.anim.empty()) {
     json anim = json::object();
     for (const auto& [key, ks] : n.anim) {
@@ -329,8 +388,22 @@ json nodeJ(const Node& n) {
 std::optional<Node> nodeFrom(const json& j) {
   const Uuid id = uuid(field(j, "id"));
   const std::string& kindID = text(field(j, "kind"));
-  const KindRef* kind = NodeKind::find(kindID);
-  // Group nodes join with groups; an unknown kind drops the node, and its edges with it.
+  KindRef groupKind;
+  std::optional<NodeGroup> group;
+  if (kindID == "group")
+    if (auto* g = optField(j, "group")) {
+      std::optional<std::pair<std::string, NodeGroup>> parsed;
+      try {
+        parsed = groupFrom(*g);
+      } catch (const Unreadable&) {  // a group that doesn't convert gives no group
+      }
+      if (parsed) {
+        group = parsed->second;
+        groupKind = NodeKind::group(parsed->first.empty() ? "Groupe" : parsed->first, *group);
+      }
+    }
+  // An unknown kind (a group without its graph among them) drops the node, and its edges with it.
+  const KindRef* kind = groupKind ? &groupKind : NodeKind::find(kindID);
   const auto params = paramsOf(field(j, "params"));
   const bool bypass = boolean(field(j, "bypass"));
   const auto track = frames<MaskKey>(field(j, "track"), maskKey);
@@ -343,6 +416,7 @@ std::optional<Node> nodeFrom(const json& j) {
   if (!kind) return std::nullopt;
 
   Node n(*kind, id);
+  if (group) n.group = std::move(*group);
   for (const auto& [k, v] : params) n.params[k] = v;
   n.bypass = bypass;
   n.track = track;

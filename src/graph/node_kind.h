@@ -16,6 +16,7 @@
 namespace ombrik {
 
 struct NodeKind;
+struct NodeGroup;
 
 // A shared, immutable kind. Nodes carry one each (group and user kinds live outside the
 // catalogues), and copying a node must not copy its thirty parameter descriptors.
@@ -67,6 +68,8 @@ struct NodeKind {
   static const std::vector<KindRef>& fxMore();
   static const std::vector<KindRef>& localAI();
   static const Localized& defaultHint();
+  // The kind of a group node: its ports from the group's inputs, one parameter per control.
+  static KindRef group(const std::string& name, const NodeGroup& group);
 
   // The well-known kinds.
   static const KindRef& media();

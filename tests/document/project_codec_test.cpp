@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "document/project_file.h"
+#include "groups/node_group.h"
 
 using namespace ombrik;
 
@@ -265,4 +266,46 @@ TEST(ProjectCodec, RefusesWhatIsNotAProject) {
   std::string error;
   EXPECT_FALSE(ProjectCodec::encode(f, &error));
   EXPECT_FALSE(error.empty());
+}
+
+TEST(ProjectCodec, GroupNodesKeepTheirInnerGraph) {
+  NodeGroup g;
+  Node inner1 = node("color"), inner2 = node("glow");
+  inner1.params["sat"] = 0.4;
+  g.nodes = {inner1, inner2};
+  g.edges = {{Uuid::generate(), inner1.id, inner2.id, 0, 0}};
+  g.positions[inner1.id] = {1, 2};
+  g.inputs = {GroupInput{"Front", false, {{inner1.id, 0}}}, GroupInput{"Matte", true, {{inner2.id, 1}}}};
+  g.output = inner2.id;
+  g.controls = {{inner1.id, "sat", "Saturation du groupe"}};
+  g.info = "Mon look";
+  Node group(NodeKind::group("Look", g));
+  group.group = g;
+  group.params["c0"] = 0.4;
+  EXPECT_EQ(group.kind->inputs.size(), 2u);
+  EXPECT_EQ(group.kind->params[0].key, "c0");
+  EXPECT_EQ(group.kind->params[0].max, 2);  // taken from the inner parameter's spec
+  EXPECT_EQ(group.kind->params[0].def, 0.4);
+  EXPECT_EQ(group.kind->info.raw, "Mon look · Contient : Réglage couleur → Glow.");
+
+  ProjectFile f;
+  Batch w;
+  w.id = Uuid::generate();
+  w.name = "Groupes";
+  w.lastUsed = std::chrono::system_clock::time_point(std::chrono::seconds(1790000000));
+  w.nodes = {group};
+  f.batches = {w};
+  const auto back = ProjectCodec::decode(*ProjectCodec::encode(f));
+  ASSERT_TRUE(back);
+  ASSERT_EQ(back->batches[0].nodes.size(), 1u);
+  const Node& read = back->batches[0].nodes[0];
+  ASSERT_TRUE(read.group);
+  EXPECT_EQ(read.kind->id, "group");
+  EXPECT_EQ(read.kind->title.raw, "Look");
+  EXPECT_EQ(read.group->nodes, g.nodes);
+  EXPECT_EQ(read.group->inputs, g.inputs);
+  EXPECT_EQ(read.group->controls, g.controls);
+  EXPECT_EQ(read.group->output, g.output);
+  EXPECT_EQ(read.params.at("c0"), 0.4);
+  EXPECT_EQ(ProjectCodec::encode(*back), ProjectCodec::encode(f));
 }
