@@ -220,16 +220,40 @@ TrackerPt trackerFrom(const json& j) {
 json nodeJ(const Node& n);
 std::optional<Node> nodeFrom(const json& j);
 
+// Edges are stored without their id (reading gives new ones); positions by UUID text.
+json edgesJ(const std::vector<Edge>& edges) {
+  json a = json::array();
+  for (const auto& e : edges)
+    a.push_back({{"from", e.from.toString()}, {"to", e.to.toString()}, {"port", e.port}, {"fromPort", e.fromPort}});
+  return a;
+}
+std::vector<Edge> edgesFrom(const json& a) {
+  std::vector<Edge> out;
+  for (const auto& e : array(a)) {
+    Edge edge{Uuid::generate(), uuid(field(e, "from")), uuid(field(e, "to")), int32(field(e, "port")), 0};
+    if (auto* fp = optField(e, "fromPort")) edge.fromPort = int32(*fp);
+    out.push_back(edge);
+  }
+  return out;
+}
+json positionsJ(const std::map<Uuid, Point>& positions) {
+  json o = json::object();
+  for (const auto& [id, p] : positions) o[id.toString()] = pointJ(p);
+  return o;
+}
+std::map<Uuid, Point> positionsFrom(const json& o) {  // bad keys and short arrays are skipped
+  std::map<Uuid, Point> out;
+  for (const auto& [k, v] : object(o).items())
+    if (auto id = Uuid::parse(k))
+      if (auto p = point(v)) out[*id] = *p;
+  return out;
+}
+
 // A group's stored form: its inner graph, ports, controls, and the values of its controls.
 json groupRefJ(const Node& n) {
   const NodeGroup& g = *n.group;
   json nodes = json::array();
   for (const auto& inner : g.nodes) nodes.push_back(nodeJ(inner));
-  json edges = json::array();
-  for (const auto& e : g.edges)
-    edges.push_back({{"from", e.from.toString()}, {"to", e.to.toString()}, {"port", e.port}, {"fromPort", e.fromPort}});
-  json positions = json::object();
-  for (const auto& [id, p] : g.positions) positions[id.toString()] = pointJ(p);
   json inputs = json::array();
   for (const auto& in : g.inputs) {
     json targets = json::array();
@@ -238,7 +262,7 @@ json groupRefJ(const Node& n) {
   }
   json controls = json::array();
   for (const auto& c : g.controls) controls.push_back({{"node", c.node.toString()}, {"key", c.key}, {"label", c.label}});
-  json j = {{"name", n.kind->title.raw}, {"nodes", nodes},   {"edges", edges},  {"positions", positions},
+  json j = {{"name", n.kind->title.raw}, {"nodes", nodes}, {"edges", edgesJ(g.edges)}, {"positions", positionsJ(g.positions)},
             {"inputs", inputs},          {"output", g.output.toString()}, {"controls", controls}};
   if (!g.info.empty()) j["info"] = g.info;
   if (!g.author.empty()) j["author"] = g.author;
@@ -254,14 +278,8 @@ std::optional<std::pair<std::string, NodeGroup>> groupFrom(const json& j) {
   const std::string name = text(field(j, "name"));
   for (const auto& n : array(field(j, "nodes")))
     if (auto node = nodeFrom(n)) g.nodes.push_back(std::move(*node));
-  for (const auto& e : array(field(j, "edges"))) {
-    Edge edge{Uuid::generate(), uuid(field(e, "from")), uuid(field(e, "to")), int32(field(e, "port")), 0};
-    if (auto* fp = optField(e, "fromPort")) edge.fromPort = int32(*fp);
-    g.edges.push_back(edge);
-  }
-  for (const auto& [k, v] : object(field(j, "positions")).items())
-    if (auto id = Uuid::parse(k))
-      if (auto p = point(v)) g.positions[*id] = *p;
+  g.edges = edgesFrom(field(j, "edges"));
+  g.positions = positionsFrom(field(j, "positions"));
   for (const auto& in : array(field(j, "inputs"))) {
     GroupInput input{text(field(in, "name")), boolean(field(in, "isMatte")), {}};
     for (const auto& t : array(field(in, "targets"))) input.targets.push_back({uuid(field(t, "node")), int32(field(t, "port"))});
@@ -487,13 +505,8 @@ json batchJ(const Batch& b) {
   json nodes = json::array();
   for (const auto& n : b.nodes) nodes.push_back(nodeJ(n));
   j["nodes"] = nodes;
-  json edges = json::array();
-  for (const auto& e : b.edges)
-    edges.push_back({{"from", e.from.toString()}, {"to", e.to.toString()}, {"port", e.port}, {"fromPort", e.fromPort}});
-  j["edges"] = edges;
-  json positions = json::object();
-  for (const auto& [id, p] : b.positions) positions[id.toString()] = pointJ(p);
-  j["positions"] = positions;
+  j["edges"] = edgesJ(b.edges);
+  j["positions"] = positionsJ(b.positions);
   if (b.mediaID) j["mediaID"] = b.mediaID->toString();
   if (b.worldPos) j["world"] = pointJ(*b.worldPos);
   if (b.film)
@@ -532,11 +545,8 @@ Batch batchFrom(const json& j) {
 
   std::set<Uuid> alive;
   for (const auto& n : b.nodes) alive.insert(n.id);
-  for (const auto& e : array(field(j, "edges"))) {
-    Edge edge{Uuid::generate(), uuid(field(e, "from")), uuid(field(e, "to")), int32(field(e, "port")), 0};
-    if (auto* fp = optField(e, "fromPort")) edge.fromPort = int32(*fp);
+  for (const auto& edge : edgesFrom(field(j, "edges")))  // only between nodes that survived
     if (alive.count(edge.from) && alive.count(edge.to)) b.edges.push_back(edge);
-  }
   for (auto& n : b.nodes) {  // a Composite wired before it counted its mattes shows all its inputs
     if (n.kind->id != "comp") continue;
     int highest = -1;
@@ -544,9 +554,7 @@ Batch batchFrom(const json& j) {
       if (e.to == n.id) highest = std::max(highest, e.port);
     if (highest >= 3) n.params["mattes"] = std::max(double(highest - 1), double(n.p("mattes")));
   }
-  for (const auto& [k, v] : object(field(j, "positions")).items())
-    if (auto id = Uuid::parse(k))
-      if (auto p = point(v)) b.positions[*id] = *p;
+  b.positions = positionsFrom(field(j, "positions"));
   if (auto* v = optField(j, "mediaID")) b.mediaID = uuid(*v);
   if (auto* v = optField(j, "world")) b.worldPos = point(*v);
   if (auto* v = optField(j, "film"))

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <fstream>
 
+#include "../engine/colour_reference.h"
 #include "../platform/temp_dir.h"
 #include "app/render_command.h"
 #include "document/project_file.h"
@@ -48,20 +49,6 @@ std::vector<float> readImage(const fs::path& path) {
   return px;
 }
 
-// The colour node at its defaults but for the exposure: the formula, computed here.
-std::array<float, 3> colourOf(std::array<float, 3> c, float exposure) {
-  for (float& v : c) {
-    v *= std::pow(2.0f, exposure);
-    v += 0.02f * (1 - v);
-    v = std::pow(std::max(v, 0.0f), 1 / 1.06f);
-  }
-  c[0] += 0.15f * 0.06f;
-  c[2] -= 0.15f * 0.06f;
-  const float l = c[0] * 0.2126f + c[1] * 0.7152f + c[2] * 0.0722f;
-  for (float& v : c) v = l + (v - l) * 0.92f;
-  return c;
-}
-
 }  // namespace
 
 TEST(RenderCli, AnimatedColourFollowsItsCurveFrameByFrame) {
@@ -101,7 +88,7 @@ TEST(RenderCli, AnimatedColourFollowsItsCurveFrameByFrame) {
     const auto px = readImage(RenderCommand::fileFor(pattern.string(), frame));
     ASSERT_EQ(px.size(), 8u * 4 * 4) << frame;
     const float exposure = -1.0f + float(frame - 1);  // linear from -1 at frame 1 to +1 at frame 3
-    const auto want = colourOf({0.4f, 0.3f, 0.2f}, exposure);
+    const auto want = test::colourAtDefaults({0.4f, 0.3f, 0.2f}, exposure);
     for (int c = 0; c < 3; ++c) EXPECT_NEAR(px[(2 * 8 + 3) * 4 + c], want[c], 2.5e-3) << "frame " << frame << " channel " << c;
     EXPECT_NEAR(px[3], 1.0f, 1e-4);
   }

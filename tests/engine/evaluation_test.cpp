@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "../platform/temp_dir.h"
+#include "colour_reference.h"
 #include "engine_fixture.h"
 
 using namespace ombrik;
@@ -41,17 +42,7 @@ TEST_F(EngineTest, ColourKindFollowsItsFormulaEndToEnd) {
   e.evaluate({media, color, out}, {wire(media, color), wire(color, out)}, 0);
   const auto px = pixels(out.id);
   ASSERT_FALSE(px.empty());
-  // exposure 0.15, lift 0.02, gamma 1.06, gain 1, sat 0.92, temp 0.15 (the defaults)
-  float c[3] = {0.5f, 0.25f, 0.125f};
-  for (float& v : c) {
-    v *= std::pow(2.0f, 0.15f);
-    v += 0.02f * (1 - v);
-    v = std::pow(std::max(v, 0.0f), 1 / 1.06f);
-  }
-  c[0] += 0.15f * 0.06f;
-  c[2] -= 0.15f * 0.06f;
-  const float l = c[0] * 0.2126f + c[1] * 0.7152f + c[2] * 0.0722f;
-  for (float& v : c) v = l + (v - l) * 0.92f;
+  const auto c = colourAtDefaults({0.5f, 0.25f, 0.125f});
   const Px p = at(px, 8, 3, 2);
   EXPECT_NEAR(p.r, c[0], 2e-3);
   EXPECT_NEAR(p.g, c[1], 2e-3);
