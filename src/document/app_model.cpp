@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "engine/engine.h"
+#include "engine/source_picture.h"
 #include "platform/app_paths.h"
 #include "platform/scheduler.h"
 #include "platform/user_defaults.h"
@@ -16,6 +17,17 @@ AppModel::Options AppModel::processOptions() {
   const char* blank = std::getenv("OMBRIK_BLANK_START");
   o.blankStart = blank && std::strcmp(blank, "1") == 0;
   return o;
+}
+
+void AppModel::startExampleWorld() {
+  Batch world;
+  world.id = Uuid::generate();
+  world.name = "Beauty_v01";
+  _batches.push_back(world);
+  _currentBatchID = world.id;
+  addMedia(SampleImage::make(), "Exemple beauté");
+  buildDefaultGraph();
+  saveCurrentBatch();
 }
 
 AppModel::AppModel(const Options& options)
@@ -33,11 +45,20 @@ AppModel::AppModel(const Options& options)
   }
   // The example world of a development tree needs graph editing and the sample picture;
   // until they exist every start is the blank world, marked placeholder when installed.
-  if (!(options.openLastProject && openLastProject())) startBlankWorld(options.installed);
+  layout.onChange = [this] { historyChanged(); };
+  if (!(options.openLastProject && openLastProject())) {
+    // An installed program starts blank; a development tree opens the example world.
+    if (options.installed || options.blankStart) startBlankWorld(options.installed);
+    else startExampleWorld();
+  }
+  resetHistory();
+  history.dirty = false;
   requestRender();
 }
 
-AppModel::~AppModel() = default;
+AppModel::~AppModel() {
+  if (history.pending) scheduler_->cancel(*history.pending);
+}
 
 void AppModel::startBlankWorld(bool placeholder) {
   Batch world;

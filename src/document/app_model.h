@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "document/history_state.h"
 #include "document/node_layout.h"
 #include "document/project_file.h"
 #include "graph/batch.h"
@@ -21,6 +22,7 @@
 namespace ombrik {
 
 class Engine;
+struct SourcePicture;
 class Scheduler;
 class UserDefaults;
 class Dialogs;
@@ -116,8 +118,65 @@ public:
   };
   Binding binding(const Uuid& id, const std::string& key);
 
-  // The one path by which the open graph tells that it changed.
-  void nodesChanged();
+  // ---- the one notifying path (app_model_history.cpp): every store of _nodes or _edges ends
+  // here, so history, render and caches hear of it in one order.
+  void storedNodes();
+  void storedEdges();
+  void nodesChanged() { storedNodes(); }
+
+  // ---- undo history (app_model_history.cpp)
+  HistoryState history;
+  std::vector<WorldSnapshot> worldUndo;  // at most 10
+  std::optional<double> _trackingProgress, _magicProgress;  // a run in progress commits as one step
+  GraphSnapshot snapshot() const;
+  void historyChanged();
+  void undo();
+  void redo();
+  void resetHistory();
+  void pushWorldUndo(const std::string& label);
+  void undoWorld();
+  // Opens another world: the open one is saved into its Batch first.
+  void openBatch(const Uuid& id);
+  std::optional<Uuid> _selected;
+  std::set<Uuid> _selection;
+  std::optional<Uuid> _viewedNode;
+
+  // ---- graph editing (app_model_graph.cpp)
+  struct QuickAddLink {
+    Uuid from;
+    Point at;
+  };
+  std::vector<Node> copiedNodes;  // the clipboard survives a change of world
+  std::vector<Edge> copiedEdges;
+  std::optional<QuickAddLink> quickAddLink;
+  int quickAddFromPort = 0;
+  bool _quickAddVisible = false;
+  static constexpr double kNodeRadius = 36;  // the drawn node's radius in the editor
+
+  static Node newNode(const KindRef& kind) { return Node(kind); }
+  Uuid addNode(const KindRef& kind, Point at);
+  void addEffect(const KindRef& kind);
+  void quickAdd(const KindRef& kind);
+  void connect(const Uuid& from, const Uuid& to, int port, int fromPort);
+  void disconnect(const Uuid& edgeID);
+  std::optional<Uuid> cycleEdgePort(const Uuid& edgeID);
+  void insert(const Uuid& nodeID, const Uuid& edgeID);
+  void intercalate(const Uuid& nodeID, const Uuid& edgeID);
+  void deleteNode(const Uuid& id);
+  void deleteSelection();
+  void copyNodes();
+  void pasteNodes(Point offset);
+  void select(std::optional<Uuid> id, bool additive = false);
+  bool isSelected(const Uuid& id) const;
+  void setParams(const Uuid& id, const std::map<std::string, double>& params);
+  void setMedia(const Uuid& nodeID, const Uuid& mediaID);
+  void useMedia(const Uuid& mediaID);
+  bool isUpstream(const Uuid& a, const Uuid& of) const;  // a feeds `of`
+  std::optional<Uuid> upstreamMedia(const Uuid& id) const;
+  std::optional<Uuid> positionSource(const Uuid& id) const;
+  void buildDefaultGraph();
+  // A picture made in memory becomes a media item of the project.
+  Uuid addMedia(const SourcePicture& picture, const std::string& name);
   void invalidatePlayCache() {}  // the play cache arrives with playback
   Node* nodeByID(const Uuid& id);
   const Node* nodeByID(const Uuid& id) const;
@@ -128,7 +187,7 @@ public:
   std::vector<std::string> _recentKinds;
   std::vector<std::string> _folders;
   bool _confidential = false;
-  bool dirty = false;  // the undo history keeps this from graph editing on
+
   ProjectFile makeFile();
   bool write(const std::filesystem::path& url);
   bool load(const std::filesystem::path& url);
@@ -154,6 +213,14 @@ public:
 
 private:
   void startBlankWorld(bool placeholder);
+  void startExampleWorld();
+  void placeRenoise(const Uuid& id);
+  static bool isMultiWire(const std::string& kind, int port);
+  void commitHistory();
+  void apply(const SharedGraph& state);
+  // Work for later that does nothing if the model is gone by then.
+  Scheduler::Token later(double seconds, std::function<void()> work);
+  std::shared_ptr<int> alive_ = std::make_shared<int>(0);
   std::shared_ptr<Scheduler> scheduler_;
   std::unique_ptr<UserDefaults> defaults_;
   std::shared_ptr<Dialogs> dialogs_;

@@ -41,11 +41,6 @@ const Node* AppModel::nodeByID(const Uuid& id) const {
   return nullptr;
 }
 
-void AppModel::nodesChanged() {
-  // History, caches and the auto-cache join this path with graph editing.
-  requestRender();
-}
-
 Node AppModel::animated(const Node& node, std::optional<int> frame) const {
   if (node.anim.empty()) return node;
   const double f = double(frame ? *frame : evalFrameOverride ? *evalFrameOverride : _currentFrame);

@@ -59,7 +59,7 @@ bool AppModel::write(const fs::path& url) {
   }
   _projectURL = url;
   defaults_->set("lastProjectPath", url.string());
-  dirty = false;
+  history.dirty = false;
   return true;
 }
 
@@ -136,7 +136,8 @@ bool AppModel::load(const fs::path& url) {
   _projectURL = url;
   defaults_->set("lastProjectPath", url.string());
   _currentFrame = 0;
-  dirty = false;
+  resetHistory();
+  history.dirty = false;
   if (!missingNames.empty()) {
     std::string names;
     for (const auto& n : missingNames) names += (names.empty() ? "" : ", ") + n;

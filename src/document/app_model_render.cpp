@@ -16,7 +16,7 @@ CompSize AppModel::fullCompSize(int width, int height) {
 void AppModel::requestRender() {
   if (renderQueued) return;
   renderQueued = true;
-  scheduler_->post([this] { performRender(false); });
+  later(0, [this] { performRender(false); });
 }
 
 void AppModel::recomputeComp() {

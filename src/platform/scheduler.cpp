@@ -2,15 +2,37 @@
 
 #include <QCoreApplication>
 #include <QTimer>
+#include <map>
 
 namespace ombrik {
 
 namespace {
 class EventLoopScheduler final : public Scheduler {
 public:
-  void post(std::function<void()> work) override {
-    QTimer::singleShot(0, QCoreApplication::instance(), std::move(work));
+  Token postAfter(double seconds, std::function<void()> work) override {
+    const Token t = ++next_;
+    auto* timer = new QTimer(QCoreApplication::instance());
+    timer->setSingleShot(true);
+    QObject::connect(timer, &QTimer::timeout, timer, [this, t, timer, work = std::move(work)] {
+      timers_.erase(t);
+      timer->deleteLater();
+      work();
+    });
+    timers_[t] = timer;
+    timer->start(int(seconds * 1000));
+    return t;
   }
+  void cancel(Token token) override {
+    auto it = timers_.find(token);
+    if (it == timers_.end()) return;
+    it->second->stop();
+    it->second->deleteLater();
+    timers_.erase(it);
+  }
+
+private:
+  std::map<Token, QTimer*> timers_;
+  Token next_ = 0;
 };
 }  // namespace
 

@@ -31,7 +31,7 @@ TEST(AppModelStart, InstalledBlankWorldIsAPlaceholder) {
 }
 
 TEST(AppModelStart, OpenWorldLagsItsBatchUntilSaved) {
-  AppModel model(AppModel::Options{.withEngine = false, .scheduler = std::make_shared<ManualScheduler>()});
+  AppModel model(AppModel::Options{.blankStart = true, .withEngine = false, .scheduler = std::make_shared<ManualScheduler>()});
   model._nodes.push_back(Node(NodeKind::color()));
   model.layout.set(model._nodes.back().id, {100, 100});
   EXPECT_EQ(model.currentBatch()->nodes.size(), 1u);

@@ -19,7 +19,7 @@ struct Life {
   int relaunches = 0;
   std::unique_ptr<AppModel> start(bool openLast = true) {
     return std::make_unique<AppModel>(AppModel::Options{
-        .withEngine = false, .scheduler = std::make_shared<ManualScheduler>(),
+        .blankStart = true, .withEngine = false, .scheduler = std::make_shared<ManualScheduler>(),
         .defaultsFile = (dir.path / "defaults.conf").string(), .openLastProject = openLast, .dialogs = dialogs,
         .dataDir = dir.path / "data", .relaunch = [this] { ++relaunches; }});
   }

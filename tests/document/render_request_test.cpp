@@ -32,7 +32,7 @@ TEST(RenderRequest, CompSizeFollowsTheFirstPictureCappedAt4096) {
   EXPECT_EQ(AppModel::fullCompSize(10000, 1), (CompSize{4096, 1}));
 
   auto scheduler = std::make_shared<ManualScheduler>();
-  AppModel model(AppModel::Options{.withEngine = true, .scheduler = scheduler});
+  AppModel model(AppModel::Options{.blankStart = true, .withEngine = true, .scheduler = scheduler});
   ASSERT_TRUE(model.engine);
   MediaItem big;
   big.id = Uuid::generate();

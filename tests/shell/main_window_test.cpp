@@ -14,7 +14,7 @@ TEST(MainWindow, TitledOmbrikShowingTheWorld) {
   char name[] = "shell_tests";
   char* argv[] = {name, nullptr};
   QApplication app(argc, argv);
-  AppModel model(AppModel::Options{.withEngine = false, .scheduler = std::make_shared<ManualScheduler>()});
+  AppModel model(AppModel::Options{.blankStart = true, .withEngine = false, .scheduler = std::make_shared<ManualScheduler>()});
   MainWindow window(model);
   window.show();
   EXPECT_EQ(window.windowTitle(), "Ombrik");

@@ -1,0 +1,150 @@
+// The notifying path of the graph, and undo by whole graph states.
+#include <algorithm>
+
+#include "document/app_model.h"
+#include "platform/scheduler.h"
+
+namespace ombrik {
+
+Scheduler::Token AppModel::later(double seconds, std::function<void()> work) {
+  std::weak_ptr<int> alive = alive_;
+  return scheduler_->postAfter(seconds, [alive, work = std::move(work)] {
+    if (alive.lock()) work();
+  });
+}
+
+void AppModel::storedNodes() {
+  invalidatePlayCache();
+  requestRender();
+  historyChanged();
+  // The first real work makes a placeholder world a real one.
+  for (auto& b : _batches)
+    if (_currentBatchID && b.id == *_currentBatchID && b.placeholder && _nodes.size() >= 2) b.placeholder = false;
+}
+
+void AppModel::storedEdges() {
+  // A body or hair matte wired for the first time starts computing once AI tools exist.
+  invalidatePlayCache();
+  requestRender();
+  historyChanged();
+}
+
+GraphSnapshot AppModel::snapshot() const { return {_nodes, _edges, layout.positions()}; }
+
+void AppModel::historyChanged() {
+  history.dirty = true;
+  if (history.pending) scheduler_->cancel(*history.pending);
+  history.pending = later(HistoryState::kQuiet, [this] { commitHistory(); });
+}
+
+void AppModel::commitHistory() {
+  if (history.pending) scheduler_->cancel(*history.pending);
+  history.pending.reset();
+  if (_trackingProgress || _magicProgress) {  // the whole run becomes one step
+    historyChanged();
+    return;
+  }
+  const SharedGraph now =
+      HistoryState::capture(_nodes, _edges, layout.positions(), history.stable ? &*history.stable : nullptr);
+  if (!history.stable) {
+    history.stable = now;
+    return;
+  }
+  if (now == *history.stable) return;  // taken back within the delay: no step
+  history.undo.push_back(*history.stable);
+  if (history.undo.size() > HistoryState::kMaxUndo) history.undo.erase(history.undo.begin());
+  history.redo.clear();
+  history.stable = now;
+}
+
+void AppModel::apply(const SharedGraph& state) {
+  const GraphSnapshot s = state.snapshot();
+  layout.replaceAll(s.positions);
+  _edges = s.edges;
+  storedEdges();
+  _nodes = s.nodes;
+  storedNodes();
+  if (history.pending) scheduler_->cancel(*history.pending);
+  history.pending.reset();
+  history.stable = state;  // applying a state makes no new step
+  auto exists = [&](const Uuid& id) { return nodeByID(id) != nullptr; };
+  if (_selected && !exists(*_selected)) _selected.reset();
+  std::erase_if(_selection, [&](const Uuid& id) { return !exists(id); });
+  if (_viewedNode && !exists(*_viewedNode)) _viewedNode.reset();
+}
+
+void AppModel::undo() {
+  if (history.pending) commitHistory();  // the newest change can be undone at once
+  if (_trackingProgress || _magicProgress) {
+    _status = "Attendez la fin du calcul pour annuler.";
+    return;
+  }
+  if (history.undo.empty()) {
+    _status = "Rien à annuler.";
+    return;
+  }
+  SharedGraph previous = history.undo.back();
+  history.undo.pop_back();
+  history.redo.push_back(HistoryState::capture(_nodes, _edges, layout.positions(), &previous));
+  apply(previous);
+  _status = "Annulé.";
+}
+
+void AppModel::redo() {
+  if (history.pending) commitHistory();
+  if (history.redo.empty()) {
+    _status = "Rien à rétablir.";
+    return;
+  }
+  SharedGraph next = history.redo.back();
+  history.redo.pop_back();
+  history.undo.push_back(HistoryState::capture(_nodes, _edges, layout.positions(), &next));
+  apply(next);
+  _status = "Rétabli.";
+}
+
+void AppModel::resetHistory() {
+  if (history.pending) scheduler_->cancel(*history.pending);
+  history.pending.reset();
+  history.undo.clear();
+  history.redo.clear();
+  history.stable = HistoryState::capture(_nodes, _edges, layout.positions(), nullptr);
+}
+
+void AppModel::pushWorldUndo(const std::string& label) {
+  saveCurrentBatch();
+  worldUndo.push_back({label, _batches, _currentBatchID});
+  if (worldUndo.size() > 10) worldUndo.erase(worldUndo.begin());
+}
+
+void AppModel::undoWorld() {
+  if (worldUndo.empty()) return;
+  WorldSnapshot s = std::move(worldUndo.back());
+  worldUndo.pop_back();
+  _batches = s.batches;
+  Uuid target = _batches.empty() ? Uuid() : _batches.front().id;
+  for (const auto& b : _batches)
+    if (s.current && b.id == *s.current) target = b.id;
+  _currentBatchID.reset();  // the graph it replaces is not saved over the restored worlds
+  if (!_batches.empty()) openBatch(target);
+  _status = "Annulé : " + s.label + ".";
+  requestRender();
+}
+
+void AppModel::openBatch(const Uuid& id) {
+  auto it = std::find_if(_batches.begin(), _batches.end(), [&](const Batch& b) { return b.id == id; });
+  if (it == _batches.end()) return;
+  if (_currentBatchID) saveCurrentBatch();
+  it = std::find_if(_batches.begin(), _batches.end(), [&](const Batch& b) { return b.id == id; });
+  _currentBatchID = id;
+  _nodes = it->nodes;
+  _edges = it->edges;
+  layout.replaceAll(it->positions);
+  _selected.reset();
+  _selection.clear();
+  _viewedNode.reset();
+  resetHistory();
+  requestRender();
+}
+
+}  // namespace ombrik
