@@ -175,6 +175,9 @@ public:
   std::optional<Uuid> upstreamMedia(const Uuid& id) const;
   std::optional<Uuid> positionSource(const Uuid& id) const;
   void buildDefaultGraph();
+  // The 3D keyer's remembered colours, picked at a point in fractions of the picture.
+  void keyerAddSample(const Uuid& id, Point at, bool subtract);
+  void keyerClear(const Uuid& id);
   // A picture made in memory becomes a media item of the project.
   Uuid addMedia(const SourcePicture& picture, const std::string& name);
   void invalidatePlayCache() {}  // the play cache arrives with playback

@@ -104,6 +104,12 @@ public:
   // Triangles from `source` drawn over `target`: 4 floats a vertex (position 0..1, texture coordinate).
   void drawMesh(const Tex& source, const Tex& target, std::span<const float> vertices);
 
+  // ---- user kernels (user_kernels.cpp)
+  // Compiles a kernel written in the effect convention; nothing on success (the pipeline is set
+  // or replaced at once), else the compiler's messages placed in the user's texts.
+  std::optional<std::string> compileUserKernel(const std::string& name, const std::string& helpers,
+                                               const std::string& body, const std::vector<std::string>& params);
+
   // ---- files
   bool writeRaw(const Tex& texture, const std::filesystem::path& path, std::string* error = nullptr);
   Tex rawNoise(const std::filesystem::path& path, bool cap);
@@ -131,6 +137,9 @@ private:
   Tex produce(const Node& node);
   Tex produceLimited(const Node& node);
   Tex produceRaw(const Node& node);
+  Tex produceFx(const Node& node);
+  Tex produceKeyer3D(const Node& node, const Tex& front);
+  Tex combinedMattes(const Node& node);
   Tex alphaOut(const Uuid& id);
   Tex maskOut(const Uuid& id, int k);
   Tex limitToMatte(const Node& node, const Tex& front, const Tex& result);

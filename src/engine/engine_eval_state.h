@@ -22,6 +22,7 @@ struct Engine::Eval {
   std::unordered_set<Uuid> alphaVisiting;
   std::unordered_map<Uuid, std::array<float, 6>> xformParams;
   std::unordered_map<Uuid, Tex> muxCached;
+  std::unordered_map<Uuid, Tex> combined;  // the memo of combinedMattes
   std::optional<Uuid> ignoreMatte;
   std::unordered_set<Uuid> cut;  // nodes read from a file: their upstream is never walked
 

@@ -220,7 +220,8 @@ Engine::Tex Engine::alphaOut(const Uuid& id) {
   };
   Tex a;
   if (node->kind->makesMatte()) a = t;
-  else if (kind != "xform" && kind != "meshwarp" && q >= 0 && (a = input(id, q))) {
+  else if (kind == "comp" && (a = combinedMattes(*node))) {
+  } else if (kind != "xform" && kind != "meshwarp" && q >= 0 && (a = input(id, q))) {
   } else if (kind == "media") {
     a = tex(id, 7);
     dispatch("k_alpha2gray", {t, a}, {});

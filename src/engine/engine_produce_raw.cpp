@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <set>
 
 #include "engine/affine.h"
 #include "engine/engine.h"
@@ -67,6 +68,8 @@ Engine::Tex Engine::produceRaw(const Node& node) {
       if (Tex a = alphaOut(e->from)) alphaSide_[id] = a;
     return front();
   }
+
+  if (node.kind->kernel) return produceFx(node);  // the catalogue's own rules for Front and bypass
 
   Tex f = front();
   if (!f) return nullptr;
@@ -262,8 +265,11 @@ Engine::Tex Engine::produceRaw(const Node& node) {
     return out;
   }
 
-  // The effect catalogue, warps, AI and paint kinds: not available yet.
-  return nullptr;
+  // Warps, motion fields, AI and paint kinds come with their features; everything else is an
+  // effect of the catalogue.
+  static const std::set<std::string> later = {"meshwarp", "motionvec", "facereshape", "paintbeauty", "beautyzones", "genfill"};
+  if (later.count(kind) || node.kind->isModel()) return nullptr;
+  return produceFx(node);
 }
 
 }  // namespace ombrik

@@ -29,10 +29,15 @@ struct Library {
   }
 };
 
-std::string prelude(const std::vector<ShaderFile>& files = shaderFiles()) {
+std::string textOf(const std::vector<ShaderFile>& files, std::string_view path) {
   for (const auto& f : files)
-    if (f.path == "prelude.glsl") return std::string(f.text);
+    if (f.path == path) return std::string(f.text);
   return {};
+}
+std::string prelude(const std::vector<ShaderFile>& files = shaderFiles()) { return textOf(files, "prelude.glsl"); }
+// The effects' header: the prelude and the FX convention.
+std::string effectHeader(const std::vector<ShaderFile>& files = shaderFiles()) {
+  return prelude(files) + "\n" + textOf(files, "fx_convention.glsl") + "\n";
 }
 
 Library library(std::string_view folder, const std::vector<ShaderFile>& files = shaderFiles()) {
@@ -93,10 +98,14 @@ const std::vector<std::string>& baseKernelNames() {
 std::string kernelProgram(const std::string& name) {
   for (const char* folder : {"base", "platform", "fx", "fx_more"}) {
     Library lib = library(folder);
-    if (auto it = lib.kernels.find(name); it != lib.kernels.end()) return program(prelude(), it->second, name);
+    const bool effect = folder[0] == 'f';
+    if (auto it = lib.kernels.find(name); it != lib.kernels.end())
+      return program(effect ? effectHeader() : prelude(), it->second, name);
   }
   return {};
 }
+
+std::string userHeader() { return effectHeader(); }
 
 KernelLibraryReport buildKernelLibrary(gpu::Device& device, const KernelLibraryOptions& options) {
   return buildKernelLibrary(device, options, shaderFiles());
@@ -113,7 +122,8 @@ KernelLibraryReport buildKernelLibrary(gpu::Device& device, const KernelLibraryO
 
   // 1. The base kernels and the first effect source as one library, else the base alone.
   bool withFx = true;
-  auto joined = checkLibrary(compiler, options.cacheDir, pre + base.joined() + fx.joined(), "noyau");
+  const std::string fxPre = effectHeader(files);
+  auto joined = checkLibrary(compiler, options.cacheDir, fxPre + base.joined() + fx.joined(), "noyau");
   if (!joined.ok()) {
     log += joined.messages;
     withFx = false;
@@ -136,7 +146,7 @@ KernelLibraryReport buildKernelLibrary(gpu::Device& device, const KernelLibraryO
     for (const auto& kind : NodeKind::all())
       if (kind->kernel)
         if (auto it = fx.kernels.find(*kind->kernel); it != fx.kernels.end())
-          jobs.emplace_back(*kind->kernel, program(pre, it->second, *kind->kernel));
+          jobs.emplace_back(*kind->kernel, program(fxPre, it->second, *kind->kernel));
   for (const auto& [name, text] : library("platform", files).kernels) jobs.emplace_back(name, program(pre, text, name));
 
   std::vector<gpu::ShaderCompiler::Result> results(jobs.size());

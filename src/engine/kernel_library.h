@@ -34,5 +34,7 @@ KernelLibraryReport buildKernelLibrary(gpu::Device& device, const KernelLibraryO
 const std::vector<std::string>& baseKernelNames();
 // The text a kernel compiles from: the prelude, its file, and a main that calls it. Empty if unknown.
 std::string kernelProgram(const std::string& name);
+// What a user kernel is written after: the prelude and the effect convention.
+std::string userHeader();
 
 }  // namespace ombrik
