@@ -9,6 +9,7 @@
 #include "engine/kernel_library.h"
 #include "engine/shader_sources.h"
 #include "gpu/device.h"
+#include "graph/node_kind.h"
 
 using namespace ombrik;
 namespace fs = std::filesystem;
@@ -71,4 +72,7 @@ TEST(KernelLibrary, WarmStartCompilesNothing) {
   EXPECT_EQ(second.compiled, 0);
   EXPECT_EQ(second.fromCache, first.compiled);
   EXPECT_EQ(warm->pipelineCount(), cold->pipelineCount());
+  EXPECT_TRUE(second.failed.empty());
+  for (const auto& kind : NodeKind::fx()) EXPECT_TRUE(warm->hasPipeline(*kind->kernel)) << *kind->kernel;
+  for (const auto& name : baseKernelNames()) EXPECT_TRUE(warm->hasPipeline(name)) << name;
 }
