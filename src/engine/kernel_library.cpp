@@ -148,6 +148,19 @@ KernelLibraryReport buildKernelLibrary(gpu::Device& device, const KernelLibraryO
         if (auto it = fx.kernels.find(*kind->kernel); it != fx.kernels.end())
           jobs.emplace_back(*kind->kernel, program(fxPre, it->second, *kind->kernel));
   for (const auto& [name, text] : library("platform", files).kernels) jobs.emplace_back(name, program(pre, text, name));
+  // 3. The second effect source, its own library after the user header; its failure is logged
+  //    and leaves the rest running.
+  const Library fxMore = library("fx_more", files);
+  if (!fxMore.kernels.empty()) {
+    auto second = checkLibrary(compiler, options.cacheDir, fxPre + fxMore.joined(), "effets");
+    if (!second.ok()) {
+      log += "Effets (2e lot) : " + second.messages + "\n";
+    } else {
+      for (const auto& kind : NodeKind::fxMore())
+        if (auto it = fxMore.kernels.find(*kind->kernel); it != fxMore.kernels.end())
+          jobs.emplace_back(*kind->kernel, program(fxPre, it->second, *kind->kernel));
+    }
+  }
 
   std::vector<gpu::ShaderCompiler::Result> results(jobs.size());
   std::atomic<std::size_t> next{0};
