@@ -16,10 +16,12 @@
 #include <vector>
 
 #include "engine/kernel_runner.h"
+#include "engine/test_pictures.h"
 
 using ombrik::test::half;
 using ombrik::test::Image;
 using ombrik::test::KernelRunner;
+using ombrik::test::Lcg;
 using ombrik::test::Rgba;
 using ombrik::test::storedPicture;
 
@@ -51,23 +53,8 @@ double luma(C c) { return 0.2126 * c.r + 0.7152 * c.g + 0.0722 * c.b; }
 // Applies f to each colour channel, keeping alpha.
 C perChannel(C c, const std::function<double(double)>& f) { return {f(c.r), f(c.g), f(c.b), c.a}; }
 
-// Reproducible values without depending on <random>'s distributions.
-struct Lcg {
-  uint32_t s;
-  explicit Lcg(uint32_t seed) : s(seed * 2654435761u + 977u) {}
-  float next(float lo, float hi) {
-    s = s * 1664525u + 1013904223u;
-    return lo + (hi - lo) * float(s >> 8) * (1.0f / 16777216.0f);
-  }
-};
-
 Image noise(int w, int h, uint32_t seed, float lo, float hi, float alphaLo = 0, float alphaHi = 1) {
-  Lcg rng(seed);
-  return storedPicture(w, h, [&](int, int) {
-    Rgba c{rng.next(lo, hi), rng.next(lo, hi), rng.next(lo, hi), 0};
-    c.a = rng.next(alphaLo, alphaHi);
-    return c;
-  });
+  return ombrik::test::noisyPicture(w, h, seed, lo, hi, alphaLo, alphaHi);
 }
 
 // A smooth picture (gradients and a slow wave) with a varying alpha: bilinear reads of it stay

@@ -12,10 +12,12 @@
 #include <vector>
 
 #include "engine/kernel_runner.h"
+#include "engine/test_pictures.h"
 
 using ombrik::test::half;
 using ombrik::test::Image;
 using ombrik::test::KernelRunner;
+using ombrik::test::Lcg;
 using ombrik::test::Rgba;
 using ombrik::test::storedPicture;
 
@@ -46,23 +48,8 @@ float smooth(float e0, float e1, float x) {
   return t * t * (3.0f - 2.0f * t);
 }
 
-// Reproducible values without depending on <random>'s distributions.
-struct Lcg {
-  uint32_t s;
-  explicit Lcg(uint32_t seed) : s(seed * 2654435761u + 12345u) {}
-  float next(float lo, float hi) {
-    s = s * 1664525u + 1013904223u;
-    return lo + (hi - lo) * float(s >> 8) * (1.0f / 16777216.0f);
-  }
-};
-
 Image noise(int w, int h, uint32_t seed, float lo, float hi, float alphaLo = 1, float alphaHi = 1) {
-  Lcg rng(seed);
-  return storedPicture(w, h, [&](int, int) {
-    Rgba c{rng.next(lo, hi), rng.next(lo, hi), rng.next(lo, hi), 0};
-    c.a = rng.next(alphaLo, alphaHi);
-    return c;
-  });
+  return ombrik::test::noisyPicture(w, h, seed, lo, hi, alphaLo, alphaHi);
 }
 
 // Premultiplied colours with alpha in lo..hi.
