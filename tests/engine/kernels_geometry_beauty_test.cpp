@@ -18,6 +18,7 @@ using ombrik::test::half;
 using ombrik::test::Image;
 using ombrik::test::KernelRunner;
 using ombrik::test::Lcg;
+using ombrik::test::matches;
 using ombrik::test::Rgba;
 using ombrik::test::storedPicture;
 
@@ -87,28 +88,6 @@ Rgba bilinear(const Image& im, float u, float v, bool zero) {
          fetch(im, x0, y0 + 1, zero) * ((1 - fx) * fy) + fetch(im, x0 + 1, y0 + 1, zero) * (fx * fy);
 }
 
-// Every value within tol (relative above 1); reports the first few misses.
-::testing::AssertionResult matches(const Image& got, const Image& want, float tol = kStep) {
-  if (got.w != want.w || got.h != want.h)
-    return ::testing::AssertionFailure() << "size " << got.w << "x" << got.h << ", expected " << want.w << "x"
-                                         << want.h;
-  int bad = 0;
-  std::ostringstream out;
-  for (int y = 0; y < want.h; ++y)
-    for (int x = 0; x < want.w; ++x) {
-      const float* g = &got.at(x, y).r;
-      const float* e = &want.at(x, y).r;
-      for (int c = 0; c < 4; ++c) {
-        float lim = std::max(tol, tol * std::fabs(e[c]));
-        if (!(std::fabs(g[c] - e[c]) <= lim)) {
-          if (bad < 6) out << " (" << x << "," << y << ")." << "rgba"[c] << " = " << g[c] << " expected " << e[c] << ";";
-          ++bad;
-        }
-      }
-    }
-  if (bad) return ::testing::AssertionFailure() << bad << " values off:" << out.str();
-  return ::testing::AssertionSuccess();
-}
 
 // Runs a kernel whose last texture is a fresh output of w x h, and reads that output back.
 Image runInto(const std::string& kernel, std::vector<ombrik::gpu::TexturePtr> inputs, int w, int h,
