@@ -99,8 +99,9 @@ std::string kernelProgram(const std::string& name) {
   for (const char* folder : {"base", "platform", "fx", "fx_more"}) {
     Library lib = library(folder);
     const bool effect = folder[0] == 'f';
+    const std::string more = std::string(folder) == "fx_more" ? textOf(shaderFiles(), "fx_more_common.glsl") + "\n" : "";
     if (auto it = lib.kernels.find(name); it != lib.kernels.end())
-      return program(effect ? effectHeader() : prelude(), it->second, name);
+      return program(effect ? effectHeader() + more : prelude(), it->second, name);
   }
   return {};
 }
@@ -151,14 +152,15 @@ KernelLibraryReport buildKernelLibrary(gpu::Device& device, const KernelLibraryO
   // 3. The second effect source, its own library after the user header; its failure is logged
   //    and leaves the rest running.
   const Library fxMore = library("fx_more", files);
+  const std::string fxMorePre = fxPre + textOf(files, "fx_more_common.glsl") + "\n";
   if (!fxMore.kernels.empty()) {
-    auto second = checkLibrary(compiler, options.cacheDir, fxPre + fxMore.joined(), "effets");
+    auto second = checkLibrary(compiler, options.cacheDir, fxMorePre + fxMore.joined(), "effets");
     if (!second.ok()) {
       log += "Effets (2e lot) : " + second.messages + "\n";
     } else {
       for (const auto& kind : NodeKind::fxMore())
         if (auto it = fxMore.kernels.find(*kind->kernel); it != fxMore.kernels.end())
-          jobs.emplace_back(*kind->kernel, program(fxPre, it->second, *kind->kernel));
+          jobs.emplace_back(*kind->kernel, program(fxMorePre, it->second, *kind->kernel));
     }
   }
 
