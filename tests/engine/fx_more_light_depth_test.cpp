@@ -1,0 +1,715 @@
+// Pixel tests of the light, blur and depth effects of the second effect library. Expectations are
+// computed here on the CPU from the inputs exactly as the half-float textures store them, with the
+// same taps read through a bilinear clamp-to-edge sampler, and compared within about two
+// half-float steps (relative above 1). The animated effects are also checked for being a pure
+// function of the time.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "engine/kernel_runner.h"
+#include "engine/test_pictures.h"
+
+using ombrik::test::Image;
+using ombrik::test::KernelRunner;
+using ombrik::test::matches;
+using ombrik::test::Rgba;
+using ombrik::test::storedPicture;
+
+namespace {
+
+// Reads through the sampler may carry the driver's quantised filter weights.
+constexpr float kSampled = 2e-3f;
+
+struct V3 {
+  double x = 0, y = 0, z = 0;
+};
+V3 operator+(V3 a, V3 b) { return {a.x + b.x, a.y + b.y, a.z + b.z}; }
+V3 operator-(V3 a, V3 b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
+V3 operator*(V3 a, V3 b) { return {a.x * b.x, a.y * b.y, a.z * b.z}; }
+V3 operator*(V3 a, double k) { return {a.x * k, a.y * k, a.z * k}; }
+V3 operator/(V3 a, double k) { return {a.x / k, a.y / k, a.z / k}; }
+V3 all(double v) { return {v, v, v}; }
+V3 rgbOf(const Rgba& c) { return {c.r, c.g, c.b}; }
+Rgba withAlpha(V3 c, float a) { return {float(c.x), float(c.y), float(c.z), a}; }
+V3 apply(V3 c, const std::function<double(double)>& f) { return {f(c.x), f(c.y), f(c.z)}; }
+double dot(V3 a, V3 b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+double length(V3 a) { return std::sqrt(dot(a, a)); }
+V3 normalize(V3 a) { return a / length(a); }
+
+double sat(double v) { return std::clamp(v, 0.0, 1.0); }
+V3 sat(V3 c) { return apply(c, [](double v) { return sat(v); }); }
+V3 floorAt0(V3 c) { return apply(c, [](double v) { return std::max(v, 0.0); }); }
+double lerp(double a, double b, double t) { return a + (b - a) * t; }
+V3 lerp(V3 a, V3 b, double t) { return a + (b - a) * t; }
+double smooth(double e0, double e1, double x) {
+  double t = sat((x - e0) / (e1 - e0));
+  return t * t * (3 - 2 * t);
+}
+double below(double a, double b, double x) { return 1 - smooth(a, b, x); }
+double fract(double v) { return v - std::floor(v); }
+double luma(V3 c) { return 0.2126 * c.x + 0.7152 * c.y + 0.0722 * c.z; }
+double luma(const Rgba& c) { return luma(rgbOf(c)); }
+int rounded(double v) { return int(std::floor(v + 0.5)); }
+constexpr double kRad = 0.0174532925;
+
+V3 hueColor(double h) {
+  double t = fract(h / 360) * 6;
+  return sat(V3{std::fabs(t - 3) - 1, 2 - std::fabs(t - 2), 2 - std::fabs(t - 4)});
+}
+// The saturation about the luminance, scaled by k.
+V3 saturate(V3 c, double k) {
+  double l = luma(c);
+  return all(l) + (c - all(l)) * k;
+}
+
+// The integer hash; arithmetic wraps at 32 bits.
+double hash2(uint32_t x, uint32_t y, uint32_t s) {
+  uint32_t h = x * 374761393u + y * 668265263u + s * 2246822519u;
+  h = (h ^ (h >> 13)) * 1274126177u;
+  h ^= h >> 16;
+  return double(float(h) * (1.0f / 4294967295.0f));
+}
+// Value noise on the integer lattice and its octaves.
+double hashAt(double px, double py, double seed) {
+  return hash2(uint32_t(int(std::floor(px))), uint32_t(int(std::floor(py))), uint32_t(int(seed * 7 + 11)));
+}
+double noise(double px, double py, double seed) {
+  double ix = std::floor(px), iy = std::floor(py), fx = px - ix, fy = py - iy;
+  double ux = fx * fx * (3 - 2 * fx), uy = fy * fy * (3 - 2 * fy);
+  double a = hashAt(ix, iy, seed), b = hashAt(ix + 1, iy, seed);
+  double c = hashAt(ix, iy + 1, seed), d = hashAt(ix + 1, iy + 1, seed);
+  return lerp(lerp(a, b, ux), lerp(c, d, ux), uy);
+}
+double fbm(double px, double py, double seed, int n) {
+  double a = 0.5, sum = 0, norm = 0;
+  for (int k = 0; k < n; ++k) {
+    sum += a * noise(px, py, seed + 3 * k);
+    norm += a;
+    px = 2.03 * px + 5.2, py = 2.03 * py + 1.3;
+    a *= 0.5;
+  }
+  return sum / norm;
+}
+
+struct V2 {
+  double x = 0, y = 0;
+};
+V2 rot(V2 v, double deg) {
+  double c = std::cos(deg * kRad), s = std::sin(deg * kRad);
+  return {c * v.x - s * v.y, s * v.x + c * v.y};
+}
+// A point of the unit disc on the golden spiral.
+V2 disc(int i, int n) {
+  double r = std::sqrt((i + 0.5) / n), a = 2.39996323 * i;
+  return {r * std::cos(a), r * std::sin(a)};
+}
+
+Rgba fetch(const Image& im, int x, int y) { return im.at(std::clamp(x, 0, im.w - 1), std::clamp(y, 0, im.h - 1)); }
+// Bilinear read with clamp-to-edge at normalised (u, v); texel centres at half-integers.
+V3 sample(const Image& im, double u, double v) {
+  double px = u * im.w - 0.5, py = v * im.h - 0.5;
+  int x0 = int(std::floor(px)), y0 = int(std::floor(py));
+  double fx = px - x0, fy = py - y0;
+  return rgbOf(fetch(im, x0, y0)) * ((1 - fx) * (1 - fy)) + rgbOf(fetch(im, x0 + 1, y0)) * (fx * (1 - fy)) +
+         rgbOf(fetch(im, x0, y0 + 1)) * ((1 - fx) * fy) + rgbOf(fetch(im, x0 + 1, y0 + 1)) * (fx * fy);
+}
+// The Sobel gradient of the luminance, neighbours px pixels apart.
+double sobel(const Image& im, double u, double v, double px) {
+  double dx = px / im.w, dy = px / im.h;
+  auto l = [&](int i, int j) { return luma(sample(im, u + i * dx, v + j * dy)); };
+  double gx = (l(1, -1) + 2 * l(1, 0) + l(1, 1)) - (l(-1, -1) + 2 * l(-1, 0) + l(-1, 1));
+  double gy = (l(-1, 1) + 2 * l(0, 1) + l(1, 1)) - (l(-1, -1) + 2 * l(0, -1) + l(1, -1));
+  return std::sqrt(gx * gx + gy * gy);
+}
+// Depth, near white; inverted above 0.5.
+double depthAt(const Image& im, double u, double v, double inv) {
+  double z = sat(luma(sample(im, u, v)));
+  return inv > 0.5 ? 1 - z : z;
+}
+
+Image noisy(int w, int h, uint32_t seed, float lo, float hi) {
+  return ombrik::test::noisyPicture(w, h, seed, lo, hi, 0.1f, 1.0f);
+}
+// A smooth depth picture (near white at the bottom, a bump in the middle), opaque.
+Image depthPicture(int w, int h) {
+  return storedPicture(w, h, [&](int x, int y) {
+    float u = (x + 0.5f) / w, v = (y + 0.5f) / h;
+    float z = 0.15f + 0.6f * v + 0.25f * std::exp(-12.0f * ((u - 0.55f) * (u - 0.55f) + (v - 0.4f) * (v - 0.4f)));
+    return Rgba{z, z, z, 1};
+  });
+}
+
+template <class F>
+Image expected(int w, int h, F f) {
+  Image im(w, h);
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) im.at(x, y) = f(x, y);
+  return im;
+}
+
+// An effect pass as the engine runs it: {src, matte, aux, dst}, the parameters padded to 16, then
+// useMatte, width, height, time. Matte and aux are the source itself when not given.
+struct FxRun {
+  const Image* aux = nullptr;
+  const Image* matte = nullptr;
+  float time = 0;
+};
+Image runFx(const std::string& kernel, const Image& src, std::vector<float> params, FxRun opt = {}) {
+  auto& gpu = KernelRunner::shared();
+  EXPECT_TRUE(gpu.has(kernel)) << kernel << " has no pipeline";
+  if (!gpu.has(kernel)) return Image(src.w, src.h);
+  params.resize(16, 0.0f);
+  params.insert(params.end(), {opt.matte ? 1.0f : 0.0f, float(src.w), float(src.h), opt.time});
+  auto s = gpu.upload(src);
+  auto m = opt.matte ? gpu.upload(*opt.matte) : s;
+  auto a = opt.aux ? gpu.upload(*opt.aux) : s;
+  auto out = gpu.blank(src.w, src.h);
+  gpu.run(kernel, {s, m, a, out}, params);
+  return gpu.read(out);
+}
+
+bool samePicture(const Image& a, const Image& b) { return bool(matches(a, b, 0.0f)); }
+double largestDifference(const Image& a, const Image& b) {
+  float d = 0;
+  for (std::size_t i = 0; i < a.px.size(); ++i)
+    d = std::max({d, std::fabs(a.px[i].r - b.px[i].r), std::fabs(a.px[i].g - b.px[i].g),
+                  std::fabs(a.px[i].b - b.px[i].b)});
+  return d;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Light
+
+// cx, cy, length, thresh, intensity, hue, tintsat, only, beams
+V3 shafts(const Image& src, int x, int y, const std::vector<float>& P, double time) {
+  const double w = src.w, h = src.h, u = (x + 0.5) / w, v = (y + 0.5) / h, asp = w / h;
+  const double cx = P[0] / 100.0, cy = P[1] / 100.0;
+  const double dx = (cx - u) * P[2] / 64, dy = (cy - v) * P[2] / 64;
+  const double j = hash2(x, y, 3);
+  double qx = u + dx * j, qy = v + dy * j;
+  const double th = P[3], ik = 1 / std::max(1 - th, 0.02);
+  V3 acc;
+  double ws = 0, wt = 1;
+  for (int i = 0; i < 64; ++i) {
+    qx += dx, qy += dy;
+    V3 t = sample(src, qx, qy);
+    acc = acc + t * (sat((luma(t) - th) * ik) * wt);
+    ws += wt;
+    wt *= 0.965;
+  }
+  V3 tint = lerp(all(1), hueColor(P[5]), P[6]);
+  double ex = (u - cx) * asp + 0.00001, ey = (v - cy) + 0.00001, el = std::hypot(ex, ey);
+  ex /= el, ey /= el;
+  const double tw = 0.08 * time;
+  double nb = 0.6 * noise(12 * ex + tw, 12 * ey, 7) + 0.4 * noise(31 * ex - tw, 31 * ey, 8);
+  double beams = lerp(1, 1.6 * sat(2 * nb - 0.45), P[8]);
+  V3 rays = acc / ws * tint * (P[4] * 2 * beams);
+  V3 s = rgbOf(src.at(x, y));
+  return P[7] > 0.5 ? rays : s + rays * (all(1) - sat(s) * 0.5);
+}
+
+TEST(FxMoreLightKernels, ShaftsGatherTheBrightSamplesOnTheWayToTheCentre) {
+  const int w = 32, h = 24;
+  const Image src = noisy(w, h, 101, 0.0f, 1.4f);
+  const std::vector<std::vector<float>> cases = {
+      {50, 25, 0.5f, 0.72f, 0.9f, 40, 0.3f, 0, 0.7f},   // defaults
+      {20, 80, 0.9f, 0.5f, 1.5f, 200, 0.8f, 0, 1.0f},   // centre low left, strong beams
+      {110, -10, 0.3f, 0.9f, 2.0f, 0, 1.0f, 1, 0.0f},   // centre outside, rays alone, no beams
+  };
+  for (const auto& P : cases)
+    for (float time : {0.0f, 4.5f}) {
+      Image want = expected(w, h, [&](int x, int y) { return withAlpha(shafts(src, x, y, P, time), src.at(x, y).a); });
+      EXPECT_TRUE(matches(runFx("fx_shafts", src, P, {.time = time}), want, kSampled))
+          << "centre " << P[0] << "," << P[1] << " time " << time;
+    }
+  // Nothing above the threshold: no rays at all.
+  const Image dark = noisy(w, h, 102, 0.0f, 0.5f);
+  EXPECT_TRUE(matches(runFx("fx_shafts", dark, cases[0]), dark));
+}
+
+TEST(FxMoreLightKernels, PrismGlowDispersesTheBlurredHighlights) {
+  const int w = 24, h = 16;
+  const Image src = noisy(w, h, 111, 0.0f, 1.0f), blurred = noisy(w, h, 112, 0.0f, 1.5f);
+  // thresh, size (already spent on the blur), intensity, disp, sat
+  const std::vector<std::vector<float>> cases = {
+      {0.78f, 30, 0.5f, 0.03f, 1.2f}, {0.3f, 30, 1.5f, 0.15f, 2.0f}, {0.5f, 30, 1.0f, 0.1f, 0.0f}};
+  for (const auto& P : cases) {
+    Image want = expected(w, h, [&](int x, int y) {
+      double dx = (x + 0.5) / w - 0.5, dy = (y + 0.5) / h - 0.5;
+      V3 acc, wsum;
+      for (int j = 0; j <= 6; ++j) {
+        double t = j / 6.0, k = 1 + (t - 0.5) * P[3];
+        V3 wt = hueColor(260 * t);
+        V3 g = apply(sample(blurred, 0.5 + dx * k, 0.5 + dy * k),
+                     [&](double c) { return std::max(c - P[0], 0.0) / std::max(1.0 - P[0], 0.05); });
+        acc = acc + g * wt;
+        wsum = wsum + wt;
+      }
+      V3 g = {acc.x / std::max(wsum.x, 1e-4), acc.y / std::max(wsum.y, 1e-4), acc.z / std::max(wsum.z, 1e-4)};
+      g = floorAt0(saturate(g, P[4]));
+      return withAlpha(rgbOf(src.at(x, y)) + g * P[2], src.at(x, y).a);
+    });
+    EXPECT_TRUE(matches(runFx("fx_prismglow", src, P, {.aux = &blurred}), want, kSampled))
+        << "disp " << P[3] << " sat " << P[4];
+  }
+}
+
+// thresh, length, branches, angle, intensity, iris
+V3 glints(const Image& src, int x, int y, const std::vector<float>& P) {
+  const int menu = rounded(P[2]), nb = menu <= 0 ? 4 : menu == 1 ? 6 : 8;
+  const double th = P[0], ik = 1 / std::max(1 - th, 0.02), u = (x + 0.5) / src.w, v = (y + 0.5) / src.h;
+  V3 acc;
+  for (int b = 0; b < nb; ++b) {
+    double a = (P[3] + 360.0 * b / nb) * kRad;
+    for (int j = 0; j < 20; ++j) {
+      double t = j / 20.0, d = t * P[1];
+      V3 c = sample(src, u + std::cos(a) * d / src.w, v + std::sin(a) * d / src.h);
+      double k = sat((luma(c) - th) * ik);
+      V3 tint = lerp(all(1), hueColor(300 * t) * 1.5, P[5]);
+      acc = acc + c * tint * (k * k * (1 - t) * (1 - t / 2));
+    }
+  }
+  return rgbOf(src.at(x, y)) + acc * (0.2 * P[4]);
+}
+
+TEST(FxMoreLightKernels, GlintsDrawStarBranchesFromTheBrightPoints) {
+  const int w = 32, h = 24;
+  const Image src = noisy(w, h, 121, 0.0f, 1.2f);
+  const std::vector<std::vector<float>> cases = {
+      {0.85f, 12, 0, 45, 1, 0.3f}, {0.6f, 9, 1, 10, 0.5f, 1}, {0.7f, 15, 2, -120, 0.7f, 0}, {0.7f, 15, 5, 0, 0.3f, 0.5f}};
+  for (const auto& P : cases) {
+    Image want = expected(w, h, [&](int x, int y) { return withAlpha(glints(src, x, y, P), src.at(x, y).a); });
+    EXPECT_TRUE(matches(runFx("fx_glints", src, P), want, kSampled)) << "branches " << P[2] << " angle " << P[3];
+  }
+  // A single bright point on black: with four branches at 0 degrees its light goes along the row
+  // and the column only.
+  Image dot(w, h, {0, 0, 0, 1});
+  dot.at(16, 12) = {4, 4, 4, 1};
+  Image got = runFx("fx_glints", dot, {0.5f, 20, 0, 0, 1, 0});
+  EXPECT_GT(got.at(26, 12).r, 0.05f);
+  EXPECT_GT(got.at(16, 4).r, 0.05f);
+  EXPECT_EQ(got.at(26, 4).r, 0.0f);
+  EXPECT_EQ(got.at(22, 18).r, 0.0f);
+}
+
+// lx, ly, intensity, size, ghosts, ring, streak, hue, follow
+V3 flare(const Image& src, int x, int y, const std::vector<float>& P) {
+  const double asp = double(src.w) / src.h, u = (x + 0.5) / src.w, v = (y + 0.5) / src.h;
+  const double lu = P[0] / 100.0, lv = P[1] / 100.0;
+  const V2 p{(u - 0.5) * asp, v - 0.5}, l{(lu - 0.5) * asp, lv - 0.5};
+  const double sz = std::max<double>(P[3], 0.05);
+  const V3 tint = hueColor(P[7]), warm = lerp(all(1), tint, 0.5);
+  const V2 dl{p.x - l.x, p.y - l.y};
+  const double r = std::hypot(dl.x, dl.y);
+  V3 f = warm * (1.2 * std::exp(-18 * r / sz) + 0.25 * std::exp(-4 * r / sz));
+  f = f + lerp(V3{0.6, 0.8, 1}, tint, 0.3) * (P[6] * std::exp(-220 * std::fabs(dl.y) / sz) * std::exp(-1.6 * std::fabs(dl.x) / sz));
+  f = f + warm * (0.25 * std::pow(std::max(0.0, std::sin(6 * std::atan2(dl.y, dl.x) + 0.5)), 8.0) * std::exp(-6 * r / sz));
+  auto ring = [&](double at) {
+    double d = (r - at * sz) * 40 / sz;
+    return std::exp(-d * d);
+  };
+  f = f + V3{ring(0.30), ring(0.315), ring(0.33)} * (0.35 * P[5]);
+  const double pos[6] = {-0.35, -0.7, 0.4, -1.1, -1.5, 0.75}, rad[6] = {0.05, 0.11, 0.035, 0.16, 0.07, 0.025};
+  for (int i = 0; i < 6; ++i) {
+    double gr = rad[i] * sz, dg = std::hypot(p.x - l.x * pos[i], p.y - l.y * pos[i]);
+    V3 col = lerp(hueColor(P[7] + 47.0 * i), all(1), 0.35);
+    V3 disc{below(0.6 * gr, 1.04 * gr, dg), below(0.6 * gr, gr, dg), below(0.55 * gr, 0.96 * gr, dg)};
+    f = f + col * disc * (0.18 * P[4]);
+  }
+  double vis = P[8] > 0.5 ? smooth(0.25, 0.85, luma(sample(src, lu, lv))) : 1;
+  return rgbOf(src.at(x, y)) + f * (P[2] * vis);
+}
+
+TEST(FxMoreLightKernels, FlareDrawsCoreStreakRingAndGhostsAroundTheLight) {
+  const int w = 48, h = 32;
+  const Image src = noisy(w, h, 131, 0.0f, 0.6f);
+  const std::vector<std::vector<float>> cases = {
+      {72, 28, 1, 1, 0.7f, 0.5f, 0.6f, 30, 0},     // defaults
+      {20, 70, 0.6f, 2.5f, 2, 2, 0, 200, 0},       // big, no streak
+      {105, -10, 1.5f, 0.4f, 1, 1, 2, 310, 0},     // light outside the picture
+  };
+  for (const auto& P : cases) {
+    Image want = expected(w, h, [&](int x, int y) { return withAlpha(flare(src, x, y, P), src.at(x, y).a); });
+    EXPECT_TRUE(matches(runFx("fx_flare", src, P), want, kSampled)) << "light " << P[0] << "," << P[1];
+  }
+  // Following the source's brightness: a covered light (dark there) draws nothing, a bright one
+  // draws the flare scaled by how bright it is.
+  Image lit = src;
+  for (int y = 8; y < 16; ++y)
+    for (int x = 24; x < 40; ++x) lit.at(x, y) = {0.7f, 0.7f, 0.7f, 1};
+  const std::vector<float> follow = {66, 37, 1, 1, 0.7f, 0.5f, 0.6f, 30, 1};
+  Image want = expected(w, h, [&](int x, int y) { return withAlpha(flare(lit, x, y, follow), lit.at(x, y).a); });
+  EXPECT_TRUE(matches(runFx("fx_flare", lit, follow), want, kSampled));
+  const Image black(w, h, {0, 0, 0, 0.5f});
+  EXPECT_TRUE(matches(runFx("fx_flare", black, follow), black));
+}
+
+// intensity, hue1, hue2, side, extent, speed, seed
+V3 lightleak(const Image& src, int x, int y, const std::vector<float>& P, double time) {
+  const double asp = double(src.w) / src.h, u = (x + 0.5) / src.w, v = (y + 0.5) / src.h;
+  const double t = time * P[5], qx = u * asp, qy = v;
+  const double n1 = fbm(1.6 * qx + 0.35 * t, 1.6 * qy + 0.12 * t, P[6], 4);
+  const double n2 = fbm(0.9 * qx - 0.2 * t, 0.9 * qy + 0.27 * t, P[6] + 9, 3);
+  const double e = std::max<double>(P[4], 0.02);
+  const int side = rounded(P[3]);
+  const double edge = side == 0   ? below(0, e, u)
+                      : side == 1 ? smooth(1 - e, 1, u)
+                      : side == 2 ? below(0, e, v)
+                      : side == 3 ? smooth(1 - e, 1, v)
+                                  : 0.5;
+  const double leak = smooth(0.4, 0.8, n1 + 0.9 * (edge - 0.5));
+  V3 col = lerp(hueColor(P[1]), hueColor(P[2]), smooth(0.3, 0.7, n2));
+  col = lerp(col, V3{1, 0.95, 0.85}, 0.5 * leak * leak);
+  const double flick = 0.85 + 0.15 * std::sin(6.3 * t + P[6]);
+  V3 s = rgbOf(src.at(x, y));
+  return s + col * (all(1) - sat(s)) * (leak * P[0] * flick);
+}
+
+TEST(FxMoreLightKernels, LightLeakEntersFromTheChosenSide) {
+  const int w = 48, h = 32;
+  const Image src = noisy(w, h, 141, 0.0f, 0.9f);
+  for (int side = 0; side <= 4; ++side) {
+    const std::vector<float> P = {1.5f, 20, 330, float(side), 0.6f, 0.8f, float(3 + side * 7)};
+    for (float time : {0.0f, 2.7f}) {
+      Image want = expected(w, h, [&](int x, int y) { return withAlpha(lightleak(src, x, y, P, time), src.at(x, y).a); });
+      EXPECT_TRUE(matches(runFx("fx_lightleak", src, P, {.time = time}), want, kSampled)) << "side " << side << " time " << time;
+    }
+  }
+  // White stays white: the leak only fills what is left below 1.
+  const Image white(w, h, {1, 1, 1, 1});
+  EXPECT_TRUE(matches(runFx("fx_lightleak", white, {2, 20, 330, 4, 1, 0.3f, 1}), white));
+}
+
+TEST(FxMoreLightKernels, MistLiftsAndBleedsTheBlurredHighlightsWithinTheMatte) {
+  const int w = 16, h = 12;
+  const Image src = noisy(w, h, 151, 0.0f, 1.2f), blurred = noisy(w, h, 152, 0.0f, 1.4f), matte = noisy(w, h, 153, 0, 1);
+  // amount, size, thresh, warm, lift
+  const std::vector<std::vector<float>> cases = {{0.4f, 30, 0.55f, 0.2f, 0.03f}, {1, 30, 0.2f, 1, 0.2f}, {0.7f, 30, 1, 0.5f, 0}};
+  for (const auto& P : cases)
+    for (const Image* m : {(const Image*)nullptr, &matte}) {
+      Image want = expected(w, h, [&](int x, int y) {
+        V3 s = rgbOf(src.at(x, y)), b = rgbOf(blurred.at(x, y));
+        V3 warm = lerp(all(1), V3{1, 0.9, 0.78}, P[3]);
+        V3 hl = apply(b, [&](double c) { return std::max(c - P[2], 0.0) / std::max(1.0 - P[2], 0.05); });
+        V3 c = lerp(s, V3{std::max(s.x, b.x), std::max(s.y, b.y), std::max(s.z, b.z)}, 0.6 * P[0]);
+        c = c + hl * warm * (0.8 * P[0]);
+        c = c + warm * (all(1) - sat(c)) * P[4];
+        double k = m ? m->at(x, y).r : 1;
+        return withAlpha(lerp(s, c, k), src.at(x, y).a);
+      });
+      EXPECT_TRUE(matches(runFx("fx_mist", src, P, {.aux = &blurred, .matte = m}), want))
+          << "amount " << P[0] << " matte " << (m != nullptr);
+    }
+}
+
+TEST(FxMoreLightKernels, HalationRingsTheHighlightsWithTheBlurOutsideThem) {
+  const int w = 16, h = 12;
+  const Image src = noisy(w, h, 161, 0.0f, 1.2f), blurred = noisy(w, h, 162, 0.0f, 1.2f);
+  // thresh, size, intensity, hue, only
+  const std::vector<std::vector<float>> cases = {{0.6f, 10, 0.6f, 8, 0}, {0.3f, 10, 2, 200, 1}, {0.98f, 10, 1, 40, 0}};
+  for (const auto& P : cases) {
+    Image want = expected(w, h, [&](int x, int y) {
+      V3 s = rgbOf(src.at(x, y));
+      double ik = 1 / std::max(1.0 - P[0], 0.05);
+      double hb = sat((luma(blurred.at(x, y)) - P[0]) * ik), hs = sat((luma(s) - P[0]) * ik);
+      V3 add = lerp(hueColor(P[3]), all(1), 0.12) * (std::max(hb - 0.6 * hs, 0.0) * P[2]);
+      return withAlpha(P[4] > 0.5 ? add : s + add, src.at(x, y).a);
+    });
+    EXPECT_TRUE(matches(runFx("fx_halation", src, P, {.aux = &blurred}), want)) << "thresh " << P[0] << " only " << P[4];
+  }
+}
+
+TEST(FxMoreLightKernels, NeonLightsTheEdgesAndTheirBlurredGlow) {
+  const int w = 24, h = 16;
+  const Image src = noisy(w, h, 171, 0.0f, 1.0f), blurred = noisy(w, h, 172, 0.2f, 0.6f);
+  // thresh, size, intensity, hue, imgcolor, orig
+  const std::vector<std::vector<float>> cases = {{0.45f, 8, 1.5f, 190, 0, 0.15f}, {0.2f, 5, 0.8f, 0, 1, 1}, {0.9f, 1, 0.5f, 300, 0, 0.5f}};
+  for (const auto& P : cases) {
+    Image want = expected(w, h, [&](int x, int y) {
+      double u = (x + 0.5) / w, v = (y + 0.5) / h;
+      V3 s = rgbOf(src.at(x, y));
+      double e = smooth(P[0], P[0] + 0.25, sobel(src, u, v, 1));
+      double g = 2.5 * sobel(blurred, u, v, std::max(1.0, P[1] / 2.0));
+      V3 col = P[4] > 0.5 ? normalize(apply(s, [](double c) { return std::max(c, 0.02); })) * 1.4 : hueColor(P[3]);
+      return withAlpha(s * P[5] + (col * (1.2 * e + g) + all(0.35 * e)) * P[2], src.at(x, y).a);
+    });
+    EXPECT_TRUE(matches(runFx("fx_neon", src, P, {.aux = &blurred}), want, kSampled)) << "size " << P[1] << " imgcolor " << P[4];
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Blur and sharpness
+
+TEST(FxMoreBlurKernels, TiltShiftBlursOutsideTheBandThenLiftsColour) {
+  const int w = 32, h = 24;
+  const Image src = noisy(w, h, 201, 0.0f, 1.3f);
+  // cy, band, trans, blur (pixels), angle, sat, contrast
+  const std::vector<std::vector<float>> cases = {
+      {55, 15, 25, 3, 0, 1.25f, 1.1f}, {30, 10, 40, 5, 30, 2, 0.5f}, {50, 0, 1, 2.5f, -90, 0, 1.6f}, {60, 20, 20, 0.4f, 10, 1, 1}};
+  for (const auto& P : cases) {
+    Image want = expected(w, h, [&](int x, int y) {
+      const double asp = double(w) / h, u = (x + 0.5) / w, v = (y + 0.5) / h;
+      V2 q = rot({(u - 0.5) * asp, v - P[0] / 100.0}, -P[4]);
+      double k = smooth(0, std::max(P[2] / 100.0, 0.001), std::fabs(q.y) - P[1] / 200.0), rad = k * P[3];
+      V3 c = rgbOf(src.at(x, y));
+      if (rad > 0.5) {
+        V3 acc;
+        double ws = 0;
+        for (int i = 0; i < 48; ++i) {
+          V2 d = disc(i, 48);
+          V3 t = sample(src, u + rad * d.x / w, v + rad * d.y / h);
+          double wt = 1 + 4 * std::max(luma(t) - 0.8, 0.0);
+          acc = acc + t * wt;
+          ws += wt;
+        }
+        c = acc / ws;
+      }
+      c = floorAt0(saturate(c, P[5]));
+      c = floorAt0((c - all(0.5)) * P[6] + all(0.5));
+      return withAlpha(c, src.at(x, y).a);
+    });
+    EXPECT_TRUE(matches(runFx("fx_tiltshift", src, P), want, kSampled)) << "cy " << P[0] << " angle " << P[4];
+  }
+  // Neutral colour and a blur of at most half a pixel: the picture is kept.
+  EXPECT_TRUE(matches(runFx("fx_tiltshift", src, {50, 10, 10, 0.5f, 0, 1, 1}), src));
+}
+
+TEST(FxMoreBlurKernels, SpinBlurAveragesFortyJitteredTapsOnTheArc) {
+  const int w = 32, h = 20;
+  const Image src = noisy(w, h, 211, 0.0f, 1.0f);
+  // angle, cx, cy
+  const std::vector<std::vector<float>> cases = {{8, 50, 50}, {40, 20, 70}, {90, 100, 0}};
+  for (const auto& P : cases) {
+    Image want = expected(w, h, [&](int x, int y) {
+      const double asp = double(w) / h, u = (x + 0.5) / w, v = (y + 0.5) / h, cx = P[1] / 100.0, cy = P[2] / 100.0;
+      const V2 d{(u - cx) * asp, v - cy};
+      const double j = hash2(x, y, 5) - 0.5;
+      V3 acc;
+      for (int i = 0; i < 40; ++i) {
+        V2 r = rot(d, P[0] * ((i + j) / 39.0 - 0.5));
+        acc = acc + sample(src, cx + r.x / asp, cy + r.y);
+      }
+      return withAlpha(acc / 40, src.at(x, y).a);
+    });
+    EXPECT_TRUE(matches(runFx("fx_spinblur", src, P), want, kSampled)) << "angle " << P[0];
+  }
+  // No angle: every tap is the pixel itself.
+  EXPECT_TRUE(matches(runFx("fx_spinblur", src, {0, 30, 40}), src, kSampled));
+}
+
+TEST(FxMoreBlurKernels, ClarityAddsLocalContrastSparingTheExtremes) {
+  const int w = 16, h = 12;
+  const Image src = noisy(w, h, 221, 0.0f, 1.0f), blurred = noisy(w, h, 222, 0.0f, 1.0f);
+  // amount, radius, protect
+  const std::vector<std::vector<float>> cases = {{0.6f, 30, 0.6f}, {2, 30, 0}, {-1, 30, 1}};
+  for (const auto& P : cases) {
+    Image want = expected(w, h, [&](int x, int y) {
+      V3 s = rgbOf(src.at(x, y));
+      double l = luma(s), lb = luma(blurred.at(x, y)), e = sat(2 * std::fabs(l - 0.5));
+      return withAlpha(floorAt0(s + all((l - lb) * P[0] * (1 - P[2] * e * e))), src.at(x, y).a);
+    });
+    EXPECT_TRUE(matches(runFx("fx_clarity", src, P, {.aux = &blurred}), want)) << "amount " << P[0];
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Depth (the depth picture in aux, near white)
+
+// density, start, end, hue, tintsat, bright, wisps, speed, ground, invdepth
+V3 depthfog(const Image& src, const Image& dep, int x, int y, const std::vector<float>& P, double time) {
+  const double asp = double(src.w) / src.h, u = (x + 0.5) / src.w, v = (y + 0.5) / src.h;
+  const double dist = 1 - depthAt(dep, u, v, P[9]);
+  double f = smooth(P[1], std::max<double>(P[2], P[1] + 0.01), dist);
+  const double vol = fbm(u * asp * 3 + 0.1 * time * P[7], v * 3, 4, 4);
+  f *= sat(1 + 2 * (vol - 0.5) * P[6]);
+  f *= lerp(1, smooth(0.15, 0.9, v), P[8]);
+  f = sat(f * P[0]);
+  const V3 fog = lerp(all(1), hueColor(P[3]), P[4]) * P[5];
+  return lerp(rgbOf(src.at(x, y)), fog, f);
+}
+
+TEST(FxMoreDepthKernels, FogThickensWithDistance) {
+  const int w = 40, h = 28;
+  const Image src = noisy(w, h, 301, 0.0f, 1.0f), dep = depthPicture(w, h);
+  const std::vector<std::vector<float>> cases = {
+      {0.7f, 0.25f, 1, 210, 0.15f, 0.85f, 0.3f, 0.5f, 0, 0},
+      {1, 0.1f, 0.6f, 30, 1, 1.2f, 1, 2, 1, 0},
+      {0.9f, 0.5f, 0.2f, 120, 0.5f, 0.5f, 0, 0, 0.5f, 1},  // end before start: a 0.01 ramp
+  };
+  for (const auto& P : cases)
+    for (float time : {0.0f, 3.3f}) {
+      Image want = expected(w, h, [&](int x, int y) { return withAlpha(depthfog(src, dep, x, y, P, time), src.at(x, y).a); });
+      EXPECT_TRUE(matches(runFx("fx_depthfog", src, P, {.aux = &dep, .time = time}), want, kSampled))
+          << "start " << P[1] << " time " << time;
+    }
+  // Without a depth input the engine passes the picture itself: its own luminance is the depth.
+  const auto& P = cases[0];
+  Image want = expected(w, h, [&](int x, int y) { return withAlpha(depthfog(src, src, x, y, P, 1), src.at(x, y).a); });
+  EXPECT_TRUE(matches(runFx("fx_depthfog", src, P, {.time = 1}), want, kSampled));
+}
+
+// focus, range, blur (pixels), bokeh, show, invdepth
+V3 depthdof(const Image& src, const Image& dep, int x, int y, const std::vector<float>& P) {
+  const double u = (x + 0.5) / src.w, v = (y + 0.5) / src.h, R = P[2];
+  auto coc = [&](double z) { return sat((std::fabs(z - P[0]) - std::max<double>(P[1], 0.001) / 2) / 0.3) * R; };
+  const double zc = depthAt(dep, u, v, P[5]), cc = coc(zc);
+  V3 acc = rgbOf(src.at(x, y));
+  double ws = 1;
+  if (R > 0.5)
+    for (int i = 0; i < 64; ++i) {
+      V2 dk = disc(i, 64);
+      double len = R * std::hypot(dk.x, dk.y), qu = u + R * dk.x / src.w, qv = v + R * dk.y / src.h;
+      double zj = depthAt(dep, qu, qv, P[5]), cj = coc(zj);
+      double reach = zj >= zc - 0.02 ? cj : std::min(cj, cc);
+      V3 t = sample(src, qu, qv);
+      double wt = sat(reach - len + 1) * (1 + 6 * P[3] * std::max(luma(t) - 0.75, 0.0));
+      acc = acc + t * wt;
+      ws += wt;
+    }
+  V3 c = acc / ws;
+  if (P[4] > 0.5) c = lerp(c, V3{0.2, 1, 0.4}, 0.45 * (1 - sat(cc / std::max(0.15 * R, 0.5))));
+  return c;
+}
+
+TEST(FxMoreDepthKernels, DepthOfFieldBlursByTheCircleOfConfusion) {
+  const int w = 32, h = 24;
+  const Image src = noisy(w, h, 311, 0.0f, 1.3f), dep = depthPicture(w, h);
+  const std::vector<std::vector<float>> cases = {
+      {0.75f, 0.08f, 4, 1, 0, 0}, {0.3f, 0.2f, 6, 3, 0, 0}, {0.5f, 0, 3, 0, 1, 1}, {0.9f, 0.6f, 5, 0.5f, 1, 0}};
+  for (const auto& P : cases) {
+    Image want = expected(w, h, [&](int x, int y) { return withAlpha(depthdof(src, dep, x, y, P), src.at(x, y).a); });
+    EXPECT_TRUE(matches(runFx("fx_depthdof", src, P, {.aux = &dep}), want, kSampled)) << "focus " << P[0] << " blur " << P[2];
+  }
+  // A maximum blur of half a pixel or less gives the source.
+  EXPECT_TRUE(matches(runFx("fx_depthdof", src, {0.1f, 0, 0.5f, 3, 0, 0}, {.aux = &dep}), src));
+  // A sharp foreground (near, white depth, left half, in focus) takes nothing from the blurred
+  // background beside it, whose own circle of confusion would otherwise reach over it.
+  const Rgba fore{0.2f, 0.6f, 0.3f, 1};
+  Image split = storedPicture(w, h, [&](int x, int) { return x < w / 2 ? Rgba{1, 1, 1, 1} : Rgba{0, 0, 0, 1}; });
+  Image pic = storedPicture(w, h, [&](int x, int y) {
+    return x < w / 2 ? fore : ((x + y) % 2) ? Rgba{0.9f, 0.1f, 0.1f, 1} : Rgba{0.1f, 0.1f, 0.9f, 1};
+  });
+  Image got = runFx("fx_depthdof", pic, {1, 0.1f, 4, 0, 0, 0}, {.aux = &split});
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x <= w / 2 - 2; ++x) EXPECT_TRUE(matches(Image(1, 1, got.at(x, y)), Image(1, 1, fore))) << x << "," << y;
+  // The checked background is blurred towards the mean of its two colours.
+  EXPECT_NEAR(got.at(w - 6, 10).r, 0.5f, 0.15f);
+  EXPECT_NEAR(got.at(w - 5, 10).r, 0.5f, 0.15f);
+}
+
+// lx, ly, height, intensity, hue, tintsat, relief, shadow, spec, falloff, smooth (pixels), invdepth
+V3 depthrelight(const Image& src, const Image& dep, int x, int y, const std::vector<float>& P) {
+  const double w = src.w, h = src.h, asp = w / h, u = (x + 0.5) / w, v = (y + 0.5) / h, inv = P[11];
+  const double st = std::max<double>(P[10], 1);
+  const double gx = (depthAt(dep, u + st / w, v, inv) - depthAt(dep, u - st / w, v, inv)) * h / (2 * st);
+  const double gy = (depthAt(dep, u, v + st / h, inv) - depthAt(dep, u, v - st / h, inv)) * h / (2 * st);
+  const V3 n = normalize({-gx * P[6], -gy * P[6], 1});
+  const double z = depthAt(dep, u, v, inv);
+  V3 L = V3{(P[0] / 100.0 - 0.5) * asp, P[1] / 100.0 - 0.5, P[2]} - V3{(u - 0.5) * asp, v - 0.5, z / 2};
+  const double dl = length(L);
+  L = L / std::max(dl, 1e-4);
+  const double lam = std::max(dot(n, L), 0.0), att = 1 / (1 + 4 * dl * dl * P[9]);
+  const double spec = std::pow(std::max(0.0, dot(n, normalize(L + V3{0, 0, 1}))), 40.0) * P[8];
+  const V3 tint = lerp(all(1), hueColor(P[4]), P[5]);
+  const double sh = lam * att;
+  const V3 s = rgbOf(src.at(x, y));
+  return s * (1 - P[7] + P[7] * sat(1.6 * sh)) + s * tint * (sh * P[3]) + tint * (spec * att * P[3]);
+}
+
+TEST(FxMoreDepthKernels, RelightShadesTheDepthSurfaceFromAPointLight) {
+  const int w = 40, h = 28;
+  const Image src = noisy(w, h, 321, 0.0f, 1.0f), dep = depthPicture(w, h);
+  const std::vector<std::vector<float>> cases = {
+      {25, 25, 0.6f, 1, 35, 0.4f, 2, 0.5f, 0.2f, 1, 4, 0},
+      {80, 60, 0.2f, 2.5f, 200, 1, 8, 1, 1, 3, 1, 0},
+      {-50, 150, 2, 0.5f, 0, 0, 0.5f, 0, 0.5f, 0, 2.5f, 1},
+  };
+  for (const auto& P : cases) {
+    Image want = expected(w, h, [&](int x, int y) { return withAlpha(depthrelight(src, dep, x, y, P), src.at(x, y).a); });
+    EXPECT_TRUE(matches(runFx("fx_depthrelight", src, P, {.aux = &dep}), want, kSampled)) << "light " << P[0] << "," << P[1];
+  }
+}
+
+// ox, oy, dolly, pivot, anim, period, invdepth
+V3 depthparallax(const Image& src, const Image& dep, int x, int y, const std::vector<float>& P, double time) {
+  const double u = (x + 0.5) / src.w, v = (y + 0.5) / src.h;
+  V2 off{P[0] / 100.0, P[1] / 100.0};
+  double zk = P[2];
+  const double ph = 6.2831853 * time / std::max<double>(P[5], 0.1);
+  const int mode = rounded(P[4]);
+  if (mode == 1) off = {off.x * std::sin(ph), off.y * std::sin(ph)}, zk *= std::sin(ph);
+  if (mode == 2) off = {std::cos(ph) * P[0] / 100.0, std::sin(ph) * P[1] / 100.0};
+  const double crop = 1 + (std::fabs(P[0]) + std::fabs(P[1])) / 100.0 + std::fabs(P[2]) / 2;
+  const V2 base{(u - 0.5) / crop + 0.5, (v - 0.5) / crop + 0.5};
+  V2 q = base, prev = base;
+  double prevDiff = 0;
+  for (int i = 0; i <= 40; ++i) {
+    double t = 1 - i / 40.0, k = t - P[3], g = std::max(1 + zk * k, 0.05);
+    V2 xq{0.5 + (base.x - 0.5 - off.x * k) / g, 0.5 + (base.y - 0.5 - off.y * k) / g};
+    double diff = depthAt(dep, xq.x, xq.y, P[6]) - t;
+    if (diff >= 0) {
+      double f = i == 0 ? 1 : prevDiff / (prevDiff - diff);
+      q = {lerp(prev.x, xq.x, f), lerp(prev.y, xq.y, f)};
+      break;
+    }
+    q = prev = xq;
+    prevDiff = diff;
+  }
+  return sample(src, q.x, q.y);
+}
+
+TEST(FxMoreDepthKernels, ParallaxMarchesTheRayToTheDepthSurface) {
+  const int w = 40, h = 28;
+  const Image src = noisy(w, h, 331, 0.0f, 1.0f), dep = depthPicture(w, h);
+  const std::vector<std::vector<float>> cases = {
+      {2, 0, 0.05f, 0.5f, 0, 6, 0}, {8, -5, -0.2f, 0.2f, 1, 4, 0}, {-6, 4, 0.3f, 0.8f, 2, 3, 1}, {10, 10, 0.1f, 0, 1, 0.05f, 0}};
+  for (const auto& P : cases)
+    for (float time : {0.0f, 1.3f}) {
+      Image want = expected(w, h, [&](int x, int y) { return withAlpha(depthparallax(src, dep, x, y, P, time), src.at(x, y).a); });
+      EXPECT_TRUE(matches(runFx("fx_depthparallax", src, P, {.aux = &dep, .time = time}), want, kSampled))
+          << "offset " << P[0] << "," << P[1] << " anim " << P[4] << " time " << time;
+    }
+  // A depth of black everywhere: no surface before the farthest step, where the ray ends.
+  const Image far(w, h, {0, 0, 0, 1});
+  const std::vector<float> P = {5, -3, 0.1f, 0.4f, 0, 6, 0};
+  Image want = expected(w, h, [&](int x, int y) {
+    const double crop = 1 + 0.08 + 0.05, g = 1 - 0.1 * 0.4;
+    double bu = ((x + 0.5) / w - 0.5) / crop, bv = ((y + 0.5) / h - 0.5) / crop;
+    return withAlpha(sample(src, 0.5 + (bu + 0.05 * 0.4) / g, 0.5 + (bv - 0.03 * 0.4) / g), src.at(x, y).a);
+  });
+  EXPECT_TRUE(matches(runFx("fx_depthparallax", src, P, {.aux = &far}), want, kSampled));
+}
+
+// ---------------------------------------------------------------------------------------------
+// Animation: a frame is a pure function of the time.
+
+TEST(FxMoreAnimatedKernels, TheSameTimeGivesTheSamePictureAndAnotherTimeAnother) {
+  const int w = 32, h = 24;
+  const Image src = noisy(w, h, 401, 0.0f, 1.4f), dep = depthPicture(w, h);
+  struct Case {
+    std::string kernel;
+    std::vector<float> P;
+    const Image* aux;
+  };
+  const Case cases[] = {
+      {"fx_shafts", {50, 25, 0.5f, 0.72f, 0.9f, 40, 0.3f, 0, 1}, nullptr},
+      {"fx_lightleak", {1, 20, 330, 4, 0.5f, 0.3f, 1}, nullptr},
+      {"fx_depthfog", {0.7f, 0.25f, 1, 210, 0.15f, 0.85f, 0.8f, 1, 0, 0}, &dep},
+      {"fx_depthparallax", {2, 0, 0.05f, 0.5f, 1, 6, 0}, &dep},
+  };
+  for (const auto& c : cases) {
+    Image a = runFx(c.kernel, src, c.P, {.aux = c.aux, .time = 1.25f});
+    Image again = runFx(c.kernel, src, c.P, {.aux = c.aux, .time = 1.25f});
+    Image later = runFx(c.kernel, src, c.P, {.aux = c.aux, .time = 2.5f});
+    EXPECT_TRUE(samePicture(a, again)) << c.kernel << " isn't reproducible";
+    EXPECT_GT(largestDifference(a, later), 0.01) << c.kernel << " doesn't move with the time";
+  }
+}
+
+}  // namespace
