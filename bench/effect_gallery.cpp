@@ -42,6 +42,7 @@ int main(int argc, char** argv) {
     Node media(NodeKind::media());
     media.mediaID = sample;
     Node n(kind);
+    if (kind->id == "media") n.mediaID = sample;
     const std::vector<Edge> edges{{Uuid::generate(), media.id, n.id, 0, 0}};
     engine->evaluate({media, n}, edges, 1.0f);  // first run: pool textures
     const auto t0 = Clock::now();
