@@ -8,53 +8,24 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
-#include <functional>
 #include <numbers>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "engine/fx_reference.h"
 #include "engine/kernel_runner.h"
 #include "engine/test_pictures.h"
 
-using ombrik::test::half;
-using ombrik::test::Image;
-using ombrik::test::KernelRunner;
-using ombrik::test::Lcg;
-using ombrik::test::Rgba;
-using ombrik::test::storedPicture;
+using namespace ombrik::test;
 
 namespace {
 
 constexpr double kPi = std::numbers::pi;
-constexpr double kStep = 1e-3;
-constexpr double kSampled = 2e-3;
-
-// Colours in double for the references.
-struct C {
-  double r = 0, g = 0, b = 0, a = 0;
-};
-C of(const Rgba& p) { return {p.r, p.g, p.b, p.a}; }
-C operator+(C x, C y) { return {x.r + y.r, x.g + y.g, x.b + y.b, x.a + y.a}; }
-C operator-(C x, C y) { return {x.r - y.r, x.g - y.g, x.b - y.b, x.a - y.a}; }
-C operator*(C x, double k) { return {x.r * k, x.g * k, x.b * k, x.a * k}; }
-C grey(double v, double a = 1) { return {v, v, v, a}; }
-C rgb(C c, double a) { return {c.r, c.g, c.b, a}; }
 constexpr C kOpaqueBlack{0, 0, 0, 1};
 
-double sat(double v) { return std::clamp(v, 0.0, 1.0); }
-double lerp(double a, double b, double t) { return a + (b - a) * t; }
-double smooth(double e0, double e1, double x) {
-  double t = sat((x - e0) / (e1 - e0));
-  return t * t * (3 - 2 * t);
-}
-double luma(C c) { return 0.2126 * c.r + 0.7152 * c.g + 0.0722 * c.b; }
-// Applies f to each colour channel, keeping alpha.
-C perChannel(C c, const std::function<double(double)>& f) { return {f(c.r), f(c.g), f(c.b), c.a}; }
-
 Image noise(int w, int h, uint32_t seed, float lo, float hi, float alphaLo = 0, float alphaHi = 1) {
-  return ombrik::test::noisyPicture(w, h, seed, lo, hi, alphaLo, alphaHi);
+  return noisyPicture(w, h, seed, lo, hi, alphaLo, alphaHi);
 }
 
 // A smooth picture (gradients and a slow wave) with a varying alpha: bilinear reads of it stay
@@ -66,83 +37,10 @@ Image smoothPicture(int w, int h) {
   });
 }
 
-// The kernel's parameters padded to 16, then the FxInfo: useMatte, width, height, time.
-std::vector<float> params(std::vector<float> p, int w, int h, float useMatte = 0) {
-  p.resize(16, 0.0f);
-  p.insert(p.end(), {useMatte, float(w), float(h), 0.0f});
-  return p;
-}
-
-// One pass of an effect kernel: src, matte, aux, dst as the engine binds them (matte and aux are
-// the source itself when not given).
-Image runFx(const std::string& kernel, const Image& src, const std::vector<float>& P, const Image* matte = nullptr,
-            const Image* aux = nullptr) {
-  auto& runner = KernelRunner::shared();
-  auto s = runner.upload(src);
-  auto m = matte ? runner.upload(*matte) : s;
-  auto a = aux ? runner.upload(*aux) : s;
-  auto out = runner.blank(src.w, src.h);
-  runner.run(kernel, {s, m, a, out}, P);
-  return runner.read(out);
-}
-
-// Compares every channel of every pixel with the reference (nullopt: a pixel that sits on a
-// decision boundary and is not checked); reports the first few misses.
-::testing::AssertionResult matches(const Image& got, const std::function<std::optional<C>(int, int)>& want,
-                                   double tol = kStep) {
-  int bad = 0, checked = 0;
-  std::ostringstream out;
-  for (int y = 0; y < got.h; ++y)
-    for (int x = 0; x < got.w; ++x) {
-      const std::optional<C> e = want(x, y);
-      if (!e) continue;
-      ++checked;
-      const Rgba& g = got.at(x, y);
-      const double gv[4] = {g.r, g.g, g.b, g.a}, ev[4] = {e->r, e->g, e->b, e->a};
-      for (int c = 0; c < 4; ++c) {
-        double lim = std::max(tol, tol * std::fabs(ev[c]));
-        if (!(std::fabs(gv[c] - ev[c]) <= lim)) {
-          if (bad < 6) out << " (" << x << "," << y << ")." << "rgba"[c] << " = " << gv[c] << " expected " << ev[c] << ";";
-          ++bad;
-        }
-      }
-    }
-  if (checked < got.w * got.h / 2) return ::testing::AssertionFailure() << "only " << checked << " pixels checked";
-  if (bad) return ::testing::AssertionFailure() << bad << " values off:" << out.str();
-  return ::testing::AssertionSuccess();
-}
-
-std::string describe(const std::string& kernel, const std::vector<float>& p) {
-  std::ostringstream s;
-  s << kernel << "(";
-  for (size_t i = 0; i < p.size(); ++i) s << (i ? ", " : "") << p[i];
-  s << ")";
-  return s.str();
-}
-
-// Runs each parameter set over the picture and checks it against ref(source pixel, params).
-void checkPointwise(const std::string& kernel, const Image& src, const std::vector<std::vector<float>>& cases,
-                    const std::function<C(C, const std::vector<float>&)>& ref) {
-  for (const auto& p : cases) {
-    Image out = runFx(kernel, src, params(p, src.w, src.h));
-    EXPECT_TRUE(matches(out, [&](int x, int y) { return std::optional<C>(ref(of(src.at(x, y)), p)); }))
-        << describe(kernel, p);
-  }
-}
-
-// The fully saturated colour of a hue, by the usual six-sector HSV construction.
-C hueColour(double h) {
-  h = std::fmod(h, 360.0);
-  if (h < 0) h += 360;
-  const double sector = h / 60, f = sector - std::floor(sector);
-  switch (int(sector) % 6) {
-    case 0: return {1, f, 0, 0};
-    case 1: return {1 - f, 1, 0, 0};
-    case 2: return {0, 1, f, 0};
-    case 3: return {0, 1 - f, 1, 0};
-    case 4: return {f, 0, 1, 0};
-    default: return {1, 0, 1 - f, 0};
-  }
+// Compares with the reference (nullopt: a pixel that sits on a decision boundary and is not
+// checked); half the pixels at least must be checked.
+::testing::AssertionResult matches(const Image& got, const Expectation& want, double tol = kStep) {
+  return ombrik::test::matches(got, want, tol, {1, 2});
 }
 
 // The HSV hue in degrees by sorting the channels: which one is largest picks the sector pair,
@@ -155,16 +53,6 @@ double hsvHue(C c) {
   else if (mx == c.g) h = 120 + 60 * (c.b - c.r) / chroma;
   else h = 240 + 60 * (c.r - c.g) / chroma;
   return h >= 360 ? h - 360 : h;
-}
-
-// Bilinear read at normalised (u, v) with clamp-to-edge borders, texel centres at half-integers.
-C bilinear(const Image& im, double u, double v) {
-  const double px = u * im.w - 0.5, py = v * im.h - 0.5;
-  const int x0 = int(std::floor(px)), y0 = int(std::floor(py));
-  const double fx = px - x0, fy = py - y0;
-  auto at = [&](int x, int y) { return of(im.at(std::clamp(x, 0, im.w - 1), std::clamp(y, 0, im.h - 1))); };
-  return at(x0, y0) * ((1 - fx) * (1 - fy)) + at(x0 + 1, y0) * (fx * (1 - fy)) + at(x0, y0 + 1) * ((1 - fx) * fy) +
-         at(x0 + 1, y0 + 1) * (fx * fy);
 }
 
 // A geometry kernel's result at a source position: the sampled source inside, opaque black
@@ -216,12 +104,12 @@ TEST(FxColourKernels, WheelsLiftGainThenFlooredGamma) {
 TEST(FxColourKernels, HueTurnsAboutTheGreyAxis) {
   const Image src = noise(12, 8, 2, 0.0f, 1.0f);
   // A third of a turn carries red to green, green to blue and blue to red; two thirds the other way.
-  Image third = runFx("fx_huesat", src, params({120, 1, 0, 0}, src.w, src.h));
+  Image third = runEffect("fx_huesat", src, params({120, 1, 0, 0}, src.w, src.h));
   EXPECT_TRUE(matches(third, [&](int x, int y) {
     C s = of(src.at(x, y));
     return std::optional<C>(C{s.b, s.r, s.g, s.a});
   }));
-  Image twoThirds = runFx("fx_huesat", src, params({-120, 1, 0, 0}, src.w, src.h));
+  Image twoThirds = runEffect("fx_huesat", src, params({-120, 1, 0, 0}, src.w, src.h));
   EXPECT_TRUE(matches(twoThirds, [&](int x, int y) {
     C s = of(src.at(x, y));
     return std::optional<C>(C{s.g, s.b, s.r, s.a});
@@ -308,11 +196,11 @@ TEST(FxColourKernels, PosterizeLevelsAndThreshold) {
     return perChannel(s, [&](double v) { return std::floor(sat(v) * n + 0.5) / n; });
   });
   // Exact level values: 0.5 at 6 levels rounds up to 3 / 5.
-  Image half5 = runFx("fx_posterize", Image(8, 6, {0.5f, 0.1f, 0.95f, 0.25f}), params({6}, 8, 6));
+  Image half5 = runEffect("fx_posterize", Image(8, 6, {0.5f, 0.1f, 0.95f, 0.25f}), params({6}, 8, 6));
   EXPECT_TRUE(matches(half5, [](int, int) { return std::optional<C>(C{0.6, 0.0, 1.0, 0.25}); }));
 
   checkPointwise("fx_threshold", src, {{0.5f, 0.02f}, {0.3f, 0}, {0.7f, 0.5f}}, [](C s, const std::vector<float>& p) {
-    return rgb(grey(smooth(p[0] - p[1], p[0] + p[1] + 0.0001, luma(s))), s.a);
+    return withAlpha(grey(smooth(p[0] - p[1], p[0] + p[1] + 0.0001, luma(s))), s.a);
   });
 }
 
@@ -351,17 +239,17 @@ TEST(FxColourKernels, MatteLimitsTheEffectOnlyWhenBound) {
   const std::vector<float> p = {2.5f, 0.4f, 0.1f};
   auto full = [&](C s) { return perChannel(s, [&](double v) { return (v - p[1]) * p[0] + p[1] + p[2]; }); };
 
-  Image limited = runFx("fx_contrast", src, params(p, w, h, 1), &matte);
+  Image limited = runEffect("fx_contrast", src, params(p, w, h, 1), &matte);
   EXPECT_TRUE(matches(limited, [&](int x, int y) {
     C s = of(src.at(x, y));
     return std::optional<C>(s + (full(s) - s) * matte.at(x, y).r);
   }));
   // Bound but not in use (useMatte 0), as the engine binds the source in its place.
-  Image unlimited = runFx("fx_contrast", src, params(p, w, h, 0), &matte);
+  Image unlimited = runEffect("fx_contrast", src, params(p, w, h, 0), &matte);
   EXPECT_TRUE(matches(unlimited, [&](int x, int y) { return std::optional<C>(full(of(src.at(x, y)))); }));
 
   // A kernel that moves alpha too is limited on all four channels.
-  Image flipped = runFx("fx_flip", src, params({1, 0}, w, h, 1), &matte);
+  Image flipped = runEffect("fx_flip", src, params({1, 0}, w, h, 1), &matte);
   EXPECT_TRUE(matches(flipped, [&](int x, int y) {
     C s = of(src.at(x, y));
     return std::optional<C>(s + (of(src.at(w - 1 - x, y)) - s) * matte.at(x, y).r);
@@ -376,7 +264,7 @@ TEST(FxMatteKernels, LumaKeyRangeInvertAndCrossedBounds) {
   checkPointwise("fx_lumakey", src, {{0.2f, 0.8f, 0}, {0.2f, 0.8f, 1}, {0.6f, 0.3f, 0}, {0.5f, 0.5f, 1}},
                  [](C s, const std::vector<float>& p) {
                    double k = smooth(p[0], std::max(double(p[1]), p[0] + 0.001), luma(s));
-                   return grey(p[2] > 0.5f ? 1 - k : k);
+                   return grey(p[2] > 0.5f ? 1 - k : k, 1);
                  });
 }
 
@@ -400,7 +288,7 @@ TEST(FxMatteKernels, ChromaKeyHueDistanceWrapsAroundTheCircle) {
     const double hueIn = 1 - smooth(p[1], p[1] * (1 + 4 * p[3]) + 0.001, dh);
     const double satIn = smooth(p[2] - p[3], p[2] + p[3] + 0.001, saturation);
     const double k = 1 - hueIn * satIn;
-    return grey(p[4] > 0.5f ? 1 - k : k);
+    return grey(p[4] > 0.5f ? 1 - k : k, 1);
   };
   checkPointwise("fx_chromakey", src,
                  {{120, 30, 0.2f, 0.1f, 0}, {355, 20, 0.3f, 0.05f, 0}, {5, 15, 0.4f, 0, 1}, {240, 60, 0.1f, 0.5f, 0}},
@@ -411,7 +299,7 @@ TEST(FxMatteKernels, ChromaKeyHueDistanceWrapsAroundTheCircle) {
     C c = hueColour(x < 4 ? 5 : 30);
     return Rgba{float(c.r), float(c.g), float(c.b), 1};
   });
-  Image keyed = runFx("fx_chromakey", reds, params({355, 20, 0.3f, 0.05f, 0}, 8, 6));
+  Image keyed = runEffect("fx_chromakey", reds, params({355, 20, 0.3f, 0.05f, 0}, 8, 6));
   EXPECT_LT(keyed.at(1, 2).r, 0.001f);
   EXPECT_GT(keyed.at(6, 2).r, 0.999f);
 }
@@ -423,10 +311,10 @@ TEST(FxMatteKernels, MatteEditGrowGammaInvertReadTheBlurredMatte) {
   const Image blurred = noise(w, h, 10, -0.1f, 1.1f);
   for (const std::vector<float>& p : std::vector<std::vector<float>>{
            {2, 1, 0, 0}, {2, 2.2f, 0.2f, 0}, {2, 0.5f, -0.3f, 1}, {2, 0, 0.1f, 0} /* gamma 0: exponent 100 */}) {
-    Image out = runFx("fx_matteedit", src, params(p, w, h), nullptr, &blurred);
+    Image out = runEffect("fx_matteedit", src, params(p, w, h), nullptr, &blurred);
     EXPECT_TRUE(matches(out, [&](int x, int y) {
       double a = std::pow(sat(blurred.at(x, y).r + p[2]), 1 / std::max(double(p[1]), 0.01));
-      return std::optional<C>(grey(p[3] > 0.5f ? 1 - a : a));
+      return std::optional<C>(grey(p[3] > 0.5f ? 1 - a : a, 1));
     })) << describe("fx_matteedit", p);
   }
 }
@@ -434,7 +322,7 @@ TEST(FxMatteKernels, MatteEditGrowGammaInvertReadTheBlurredMatte) {
 TEST(FxMatteKernels, NegativeIsOpaqueAndSaturatesBeforeInverting) {
   const Image src = noise(16, 8, 11, -0.3f, 1.3f);
   checkPointwise("fx_negative", src, {{1}, {0.5f}, {0}}, [](C s, const std::vector<float>& p) {
-    return rgb(perChannel(s, [&](double v) { return lerp(v, 1 - sat(v), p[0]); }), 1);
+    return withAlpha(perChannel(s, [&](double v) { return lerp(v, 1 - sat(v), p[0]); }), 1);
   });
 }
 
@@ -456,13 +344,13 @@ TEST(FxMatteKernels, EdgeBlurInsideCentredAndOutside) {
            {8, 3, 1},        // anything else is centred
            {8, 2, 0},        // curve 0: the exponent stops at 100
        }) {
-    Image out = runFx("fx_edgeblur", sharp, params(p, w, h), nullptr, &blurred);
+    Image out = runEffect("fx_edgeblur", sharp, params(p, w, h), nullptr, &blurred);
     const int mode = int(std::lround(p[1]));
     EXPECT_TRUE(matches(out, [&](int x, int y) {
       const double a = sat(sharp.at(x, y).r), b = sat(blurred.at(x, y).r);
       double r = mode == 0 ? a * sat(2 * b) : mode == 2 ? std::max(a, sat(2 * b)) : b;
       r = std::pow(sat(r), 1 / std::max(double(p[2]), 0.01));
-      return std::optional<C>(grey(r));
+      return std::optional<C>(grey(r, 1));
     })) << describe("fx_edgeblur", p);
   }
 }
@@ -477,10 +365,10 @@ TEST(FxMatteKernels, TrackBoostAmplifiesLocalContrastInGrey) {
     return Rgba{s.r + rng.next(-0.1f, 0.1f), s.g + rng.next(-0.1f, 0.1f), s.b + rng.next(-0.1f, 0.1f), 1};
   });
   for (float gain : {4.0f, 0.0f, 1.5f, 20.0f}) {
-    Image out = runFx("fx_trackboost", src, params({24, gain}, w, h), nullptr, &blurred);
+    Image out = runEffect("fx_trackboost", src, params({24, gain}, w, h), nullptr, &blurred);
     EXPECT_TRUE(matches(out, [&](int x, int y) {
       auto y601 = [](C c) { return 0.299 * c.r + 0.587 * c.g + 0.114 * c.b; };
-      return std::optional<C>(grey(sat(0.5 + gain * (y601(of(src.at(x, y))) - y601(of(blurred.at(x, y)))))));
+      return std::optional<C>(grey(sat(0.5 + gain * (y601(of(src.at(x, y))) - y601(of(blurred.at(x, y))))), 1));
     })) << "gain " << gain;
   }
 }
@@ -496,7 +384,7 @@ TEST(FxGeometryKernels, TransformMovesScalesAndTurnsAboutTheCentre) {
   };
   for (const Case& k : {Case{0, 0, 1, 0}, Case{25, 0, 1, 0}, Case{-12.5f, 20, 1.5f, 0}, Case{0, 0, 1, 90},
                         Case{10, -5, 0.7f, 33}, Case{-3, 4, 2.5f, -140}}) {
-    Image out = runFx("fx_transform", src, params({k.tx, k.ty, k.scale, k.rot}, w, h));
+    Image out = runEffect("fx_transform", src, params({k.tx, k.ty, k.scale, k.rot}, w, h));
     const double aspect = double(w) / h, t = -k.rot * kPi / 180;
     EXPECT_TRUE(matches(
         out,
@@ -514,12 +402,12 @@ TEST(FxGeometryKernels, TransformTurnsClockwiseAndShiftsInWholePixels) {
   // On a square picture a quarter turn is a permutation of the pixels: a positive angle turns the
   // picture clockwise as shown (rows run downward), so the top-left corner lands top right.
   const Image square = noise(16, 16, 15, 0.0f, 1.0f);
-  Image turned = runFx("fx_transform", square, params({0, 0, 1, 90}, 16, 16));
+  Image turned = runEffect("fx_transform", square, params({0, 0, 1, 90}, 16, 16));
   EXPECT_TRUE(matches(turned, [&](int x, int y) { return std::optional<C>(of(square.at(y, 15 - x))); }, kSampled));
 
   // A quarter of the width to the right: 4 columns of opaque black come in on the left.
   const Image src = noise(16, 8, 16, 0.0f, 1.0f);
-  Image shifted = runFx("fx_transform", src, params({25, -25, 1, 0}, 16, 8));
+  Image shifted = runEffect("fx_transform", src, params({25, -25, 1, 0}, 16, 8));
   EXPECT_TRUE(matches(shifted, [&](int x, int y) {
     return std::optional<C>(x < 4 || y >= 6 ? kOpaqueBlack : of(src.at(x - 4, y + 2)));
   }, kSampled));
@@ -531,7 +419,7 @@ TEST(FxGeometryKernels, TransformScaleZeroDividesByOneHundredth) {
   // other pixel maps far outside. A scale floored any lower would send the centre outside too.
   const int w = 25, h = 15;
   const Image src = noise(w, h, 17, 0.0f, 1.0f, 0.2f, 0.9f);
-  Image out = runFx("fx_transform", src, params({0.2f, -0.1f, 0, 0}, w, h));
+  Image out = runEffect("fx_transform", src, params({0.2f, -0.1f, 0, 0}, w, h));
   EXPECT_TRUE(matches(out, [&](int x, int y) -> std::optional<C> {
     if (x != 12 || y != 7) return kOpaqueBlack;
     // Source (0.5 - 0.2, 0.5 + 0.1): column 7.0, halfway between rows 8 and 9.
@@ -544,7 +432,7 @@ TEST(FxGeometryKernels, FlipMirrorsEitherAxisWithAlpha) {
   const Image src = noise(w, h, 18, -0.2f, 1.2f);
   for (int fx = 0; fx < 2; ++fx)
     for (int fy = 0; fy < 2; ++fy) {
-      Image out = runFx("fx_flip", src, params({fx ? 0.51f : 0.5f, fy ? 1.0f : 0.5f}, w, h));
+      Image out = runEffect("fx_flip", src, params({fx ? 0.51f : 0.5f, fy ? 1.0f : 0.5f}, w, h));
       EXPECT_TRUE(matches(out, [&](int x, int y) {
         return std::optional<C>(of(src.at(fx ? w - 1 - x : x, fy ? h - 1 - y : y)));
       })) << "flop " << fx << " flip " << fy;
@@ -562,7 +450,7 @@ TEST(FxGeometryKernels, CropKeepsPixelsOnTheBoundsAndBlacksOutTheRest) {
   };
   for (const Case& k : {Case{0, 0, 0, 0, 0, 31, 0, 15}, Case{10.9375f, 10.9375f, 15.625f, 15.625f, 3, 28, 2, 13},
                         Case{10.95f, 10.95f, 15.63f, 15.63f, 4, 27, 3, 12}, Case{50, 50, 0, 0, 0, -1, 0, 15}}) {
-    Image out = runFx("fx_crop", src, params({k.l, k.r, k.t, k.b}, w, h));
+    Image out = runEffect("fx_crop", src, params({k.l, k.r, k.t, k.b}, w, h));
     EXPECT_TRUE(matches(out, [&](int x, int y) {
       const bool kept = x >= k.x0 && x <= k.x1 && y >= k.y0 && y <= k.y1;
       return std::optional<C>(kept ? of(src.at(x, y)) : kOpaqueBlack);
@@ -577,7 +465,7 @@ TEST(FxGeometryKernels, LensDistortBarrelPincushionAndZoomFloor) {
   // pixels right around it read the source.
   for (const std::vector<float>& p : std::vector<std::vector<float>>{
            {0, 1}, {0.08f, 1}, {-0.3f, 1.2f}, {0.5f, 0.7f}, {-220, 0}}) {
-    Image out = runFx("fx_lensdistort", src, params(p, w, h));
+    Image out = runEffect("fx_lensdistort", src, params(p, w, h));
     const double aspect = double(w) / h;
     EXPECT_TRUE(matches(
         out,
@@ -590,7 +478,7 @@ TEST(FxGeometryKernels, LensDistortBarrelPincushionAndZoomFloor) {
         << describe("fx_lensdistort", p);
   }
   // k 0 at zoom 1 is the picture itself.
-  Image same = runFx("fx_lensdistort", src, params({0, 1}, w, h));
+  Image same = runEffect("fx_lensdistort", src, params({0, 1}, w, h));
   EXPECT_TRUE(matches(same, [&](int x, int y) { return std::optional<C>(of(src.at(x, y))); }, kSampled));
 }
 
@@ -602,10 +490,10 @@ TEST(FxCompositeKernels, MergeDissolvesColourAndKeepsFrontAlpha) {
   const Image front = noise(w, h, 20, 0.0f, 1.0f);
   const Image back = noise(w, h, 21, -0.2f, 1.5f);
   for (float amount : {0.0f, 0.3f, 1.0f}) {
-    Image out = runFx("fx_merge", front, params({amount}, w, h), nullptr, &back);
+    Image out = runEffect("fx_merge", front, params({amount}, w, h), nullptr, &back);
     EXPECT_TRUE(matches(out, [&](int x, int y) {
       C f = of(front.at(x, y)), b = of(back.at(x, y));
-      return std::optional<C>(rgb(f + (b - f) * amount, f.a));
+      return std::optional<C>(withAlpha(f + (b - f) * amount, f.a));
     })) << "amount " << amount;
   }
 }
@@ -615,7 +503,7 @@ TEST(FxLightKernels, BloomAddsTheBlurAboveTheThreshold) {
   const Image src = noise(w, h, 22, 0.0f, 1.2f);
   const Image blurred = noise(w, h, 23, 0.0f, 1.5f);
   for (const std::vector<float>& p : std::vector<std::vector<float>>{{0.7f, 40, 0.5f}, {0, 40, 2}, {1.2f, 3, 1}}) {
-    Image out = runFx("fx_bloom", src, params(p, w, h), nullptr, &blurred);
+    Image out = runEffect("fx_bloom", src, params(p, w, h), nullptr, &blurred);
     EXPECT_TRUE(matches(out, [&](int x, int y) {
       C s = of(src.at(x, y)), b = of(blurred.at(x, y));
       return std::optional<C>(C{s.r + std::max(b.r - p[0], 0.0) * p[2], s.g + std::max(b.g - p[0], 0.0) * p[2],
@@ -629,7 +517,7 @@ TEST(FxLightKernels, VignetteIsRoundWhateverTheAspect) {
   const Image src = noise(w, h, 24, 0.0f, 1.2f);
   for (const std::vector<float>& p : std::vector<std::vector<float>>{
            {0.4f, 0.8f, 0.5f}, {1, 0.3f, 0.2f}, {0.7f, 0.6f, 1}, {0, 0.3f, 0.2f}}) {
-    Image out = runFx("fx_vignette", src, params(p, w, h));
+    Image out = runEffect("fx_vignette", src, params(p, w, h));
     EXPECT_TRUE(matches(out, [&](int x, int y) {
       const double dx = ((x + 0.5) / w - 0.5) * 2, dy = (y + 0.5) / h - 0.5;
       const double v = 1 - smooth(p[1] - p[2] / 2, p[1] + p[2] / 2, std::hypot(dx, dy));
@@ -638,7 +526,7 @@ TEST(FxLightKernels, VignetteIsRoundWhateverTheAspect) {
   }
   // Hard and full: the corners go black, the centre stays, and points at the same distance
   // across and down (in heights) match.
-  Image hard = runFx("fx_vignette", Image(w, h, {1, 1, 1, 1}), params({1, 0.35f, 0.1f}, w, h));
+  Image hard = runEffect("fx_vignette", Image(w, h, {1, 1, 1, 1}), params({1, 0.35f, 0.1f}, w, h));
   EXPECT_LT(hard.at(0, 0).r, 0.001f);
   EXPECT_GT(hard.at(24, 12).r, 0.999f);
   EXPECT_NEAR(hard.at(24 + 8, 12).r, hard.at(24, 12 + 8).r, 1e-3f);

@@ -14,15 +14,10 @@
 #include <vector>
 
 #include "engine/kernel_runner.h"
+#include "engine/rgba_reference.h"
 #include "engine/test_pictures.h"
 
-using ombrik::test::half;
-using ombrik::test::Image;
-using ombrik::test::KernelRunner;
-using ombrik::test::Lcg;
-using ombrik::test::matches;
-using ombrik::test::Rgba;
-using ombrik::test::storedPicture;
+using namespace ombrik::test;
 
 namespace {
 
@@ -34,60 +29,12 @@ constexpr float kSampled = 2e-3f;
 
 KernelRunner& gpu() { return KernelRunner::shared(); }
 
-Rgba operator+(Rgba a, Rgba b) { return {a.r + b.r, a.g + b.g, a.b + b.b, a.a + b.a}; }
-Rgba operator-(Rgba a, Rgba b) { return {a.r - b.r, a.g - b.g, a.b - b.b, a.a - b.a}; }
-Rgba operator*(Rgba a, float k) { return {a.r * k, a.g * k, a.b * k, a.a * k}; }
-float luma(Rgba c) { return 0.2126f * c.r + 0.7152f * c.g + 0.0722f * c.b; }
-float sat(float v) { return std::clamp(v, 0.0f, 1.0f); }
-float lerp(float a, float b, float t) { return a + (b - a) * t; }
-Rgba lerp(Rgba a, Rgba b, float t) { return a + (b - a) * t; }
-float smooth(float e0, float e1, float x) {
-  float t = sat((x - e0) / (e1 - e0));
-  return t * t * (3.0f - 2.0f * t);
-}
-
 Image noisy(int w, int h, uint32_t seed, float lo, float hi, float alphaLo = 1, float alphaHi = 1) {
-  return ombrik::test::noisyPicture(w, h, seed, lo, hi, alphaLo, alphaHi);
+  return noisyPicture(w, h, seed, lo, hi, alphaLo, alphaHi);
 }
 
-template <class F>
-Image expected(int w, int h, F f) {
-  Image im(w, h);
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) im.at(x, y) = f(x, y);
-  return im;
-}
-
-Rgba fetch(const Image& im, int x, int y) { return im.at(std::clamp(x, 0, im.w - 1), std::clamp(y, 0, im.h - 1)); }
-
-// Bilinear read with clamp-to-edge at normalised (u, v); texel centres at half-integers.
-Rgba bilinear(const Image& im, double u, double v) {
-  double px = u * im.w - 0.5, py = v * im.h - 0.5;
-  int x0 = int(std::floor(px)), y0 = int(std::floor(py));
-  float fx = float(px - x0), fy = float(py - y0);
-  return fetch(im, x0, y0) * ((1 - fx) * (1 - fy)) + fetch(im, x0 + 1, y0) * (fx * (1 - fy)) +
-         fetch(im, x0, y0 + 1) * ((1 - fx) * fy) + fetch(im, x0 + 1, y0 + 1) * (fx * fy);
-}
-
-
-// An effect pass as the engine runs it: {src, matte, aux, dst}, the parameters padded to 16,
-// then useMatte, width, height, time.
-struct FxRun {
-  const Image* matte = nullptr;  // bound with useMatte 1
-  const Image* aux = nullptr;    // else aux is src
-  float time = 0;
-};
-Image runFx(const std::string& kernel, const Image& src, std::vector<float> params, FxRun opt = {}) {
-  EXPECT_TRUE(gpu().has(kernel)) << kernel << " has no pipeline";
-  params.resize(16, 0.0f);
-  params.insert(params.end(), {opt.matte ? 1.0f : 0.0f, float(src.w), float(src.h), opt.time});
-  auto s = gpu().upload(src);
-  auto m = opt.matte ? gpu().upload(*opt.matte) : s;
-  auto a = opt.aux ? gpu().upload(*opt.aux) : s;
-  auto out = gpu().blank(src.w, src.h);
-  gpu().run(kernel, {s, m, a, out}, params);
-  return gpu().read(out);
-}
+// Bilinear read with clamp-to-edge at normalised (u, v), the position worked out in double.
+Rgba bilinear(const Image& im, double u, double v) { return bilinearRgba<double>(im, u, v, false); }
 
 // FX_END's limit by the matte: mix(s, o, m) on all four channels.
 Rgba limited(Rgba s, Rgba o, const Image* matte, int x, int y) { return matte ? lerp(s, o, matte->at(x, y).r) : o; }
@@ -261,14 +208,6 @@ TEST(FxFilterKernels, EdgeIsTheSobelGradientOfLuminance) {
   EXPECT_TRUE(matches(runFx("fx_edge", flat, {5.0f, 1.0f}), Image(w, h, {0, 0, 0, 1.0f})));
 }
 
-// The integer hash the noise draws from; arithmetic wraps at 32 bits.
-float hashOf(uint32_t x, uint32_t y, uint32_t s) {
-  uint32_t h = x * 374761393u + y * 668265263u + s * 2246822519u;
-  h = (h ^ (h >> 13)) * 1274126177u;
-  h ^= h >> 16;
-  return float(h) * (1.0f / 4294967295.0f);
-}
-
 TEST(FxFilterKernels, NoiseHashesPixelSeedAndFrame) {
   const int w = 16, h = 10;
   Image src = noisy(w, h, 29, 0.2f, 0.8f, 0.0f, 1.0f);
@@ -281,9 +220,9 @@ TEST(FxFilterKernels, NoiseHashesPixelSeedAndFrame) {
   for (const auto& c : cases) {
     Image want = expected(w, h, [&](int x, int y) {
       Rgba s = src.at(x, y);
-      float nr = hashOf(x, y, c.t) * 2 - 1;
-      float ng = c.mono > 0.5f ? nr : hashOf(x, y, c.t + 17) * 2 - 1;
-      float nb = c.mono > 0.5f ? nr : hashOf(x, y, c.t + 31) * 2 - 1;
+      float nr = hash2(x, y, c.t) * 2 - 1;
+      float ng = c.mono > 0.5f ? nr : hash2(x, y, c.t + 17) * 2 - 1;
+      float nb = c.mono > 0.5f ? nr : hash2(x, y, c.t + 31) * 2 - 1;
       return Rgba{s.r + nr * c.amount, s.g + ng * c.amount, s.b + nb * c.amount, s.a};
     });
     EXPECT_TRUE(matches(runFx("fx_noise", src, {c.amount, c.mono, c.seed}, {.time = c.time}), want))

@@ -15,100 +15,24 @@
 #include <string>
 #include <vector>
 
+#include "engine/fx_reference.h"
 #include "engine/kernel_runner.h"
 #include "engine/test_pictures.h"
 
-using ombrik::test::Image;
-using ombrik::test::KernelRunner;
-using ombrik::test::Rgba;
-using ombrik::test::storedPicture;
+using namespace ombrik::test;
 
 namespace {
 
-constexpr double kSampled = 2e-3;
-constexpr double kDegree = 0.0174532925;
 constexpr double kTau = 6.2831853;
-const std::array<double, 3> kLuma = {0.2126, 0.7152, 0.0722};
 
-struct C {
-  double r = 0, g = 0, b = 0, a = 0;
-};
-C of(const Rgba& p) { return {p.r, p.g, p.b, p.a}; }
-C operator+(C x, C y) { return {x.r + y.r, x.g + y.g, x.b + y.b, x.a + y.a}; }
-C operator-(C x, C y) { return {x.r - y.r, x.g - y.g, x.b - y.b, x.a - y.a}; }
-C operator*(C x, double k) { return {x.r * k, x.g * k, x.b * k, x.a * k}; }
-C grey(double v) { return {v, v, v, 0}; }
-C withAlpha(C c, double a) { return {c.r, c.g, c.b, a}; }
-C mapRgb(C c, const std::function<double(double)>& f) { return {f(c.r), f(c.g), f(c.b), c.a}; }
-C lerp(C x, C y, double t) { return x + (y - x) * t; }
-
-struct V {
-  double x = 0, y = 0;
-};
-V operator+(V p, V q) { return {p.x + q.x, p.y + q.y}; }
-V operator-(V p, V q) { return {p.x - q.x, p.y - q.y}; }
-V operator*(V p, double k) { return {p.x * k, p.y * k}; }
-double len(V p) { return std::hypot(p.x, p.y); }
-V rot(V v, double deg) {
-  const double c = std::cos(deg * kDegree), s = std::sin(deg * kDegree);
-  return {c * v.x - s * v.y, s * v.x + c * v.y};
-}
-
-double sat(double v) { return std::clamp(v, 0.0, 1.0); }
-double smooth(double e0, double e1, double x) {
-  const double t = sat((x - e0) / (e1 - e0));
-  return t * t * (3 - 2 * t);
-}
-double below(double a, double b, double x) { return 1 - smooth(a, b, x); }
-double luma(C c) { return kLuma[0] * c.r + kLuma[1] * c.g + kLuma[2] * c.b; }
-double fract(double v) { return v - std::floor(v); }
 // True when v is within eps of a whole number other than 0 (0 itself is computed exactly).
 bool nearWhole(double v, double eps = 1e-4) { return v != 0 && std::fabs(v - std::round(v)) < eps; }
 
-// The kernels' integer hash, to the bit.
-float hash2(uint32_t x, uint32_t y, uint32_t s) {
-  uint32_t h = x * 374761393u + y * 668265263u + s * 2246822519u;
-  h = (h ^ (h >> 13)) * 1274126177u;
-  h = h ^ (h >> 16);
-  return float(h) * (1.0f / 4294967295.0f);
-}
-float hashCell(double x, double y, double seed) {
-  return hash2(uint32_t(int(std::floor(x))), uint32_t(int(std::floor(y))), uint32_t(int(float(seed) * 7.0f + 11.0f)));
-}
-// Value noise with smoothstep blending, and its octave sum.
-double valueNoise(V p, double seed) {
-  const double ix = std::floor(p.x), iy = std::floor(p.y), fx = p.x - ix, fy = p.y - iy;
-  const double ux = fx * fx * (3 - 2 * fx), uy = fy * fy * (3 - 2 * fy);
-  const double a = hashCell(ix, iy, seed), b = hashCell(ix + 1, iy, seed);
-  const double c = hashCell(ix, iy + 1, seed), d = hashCell(ix + 1, iy + 1, seed);
-  return (a + (b - a) * ux) * (1 - uy) + (c + (d - c) * ux) * uy;
-}
-double fbm(V p, double seed, int octaves) {
-  double amp = 0.5, sum = 0, norm = 0;
-  for (int k = 0; k < octaves; ++k) {
-    sum += amp * valueNoise(p, seed + 3.0 * k);
-    norm += amp;
-    p = p * 2.03 + V{5.2, 1.3};
-    amp *= 0.5;
-  }
-  return sum / norm;
-}
+// Value noise and its octave sum at a point; the kernels work the lattice hash's seed term out in
+// float.
+double valueNoise(V2 p, double seed) { return ombrik::test::valueNoise<float>(p.x, p.y, seed); }
+double fbm(V2 p, double seed, int octaves) { return ombrik::test::fbm<float>(p.x, p.y, seed, octaves); }
 double mirror(double q) { return 1 - std::fabs(1 - 2 * fract(q / 2)); }
-
-// The fully saturated colour of a hue in degrees, by the six-sector construction.
-C hueColour(double h) {
-  h = std::fmod(h, 360.0);
-  if (h < 0) h += 360;
-  const double sector = h / 60, f = sector - std::floor(sector);
-  switch (int(sector) % 6) {
-    case 0: return {1, f, 0, 0};
-    case 1: return {1 - f, 1, 0, 0};
-    case 2: return {0, 1, f, 0};
-    case 3: return {0, 1 - f, 1, 0};
-    case 4: return {f, 0, 1, 0};
-    default: return {1, 0, 1 - f, 0};
-  }
-}
 
 // NTSC YIQ by its matrix rows and back.
 std::array<double, 3> toYiq(C c) {
@@ -119,25 +43,7 @@ C fromYiq(double y, double i, double q) {
   return {y + 0.956 * i + 0.621 * q, y - 0.272 * i - 0.647 * q, y - 1.106 * i + 1.703 * q, 0};
 }
 
-// Bilinear read at normalised (u, v), clamp-to-edge, texel centres at half-integers.
-C bilinear(const Image& im, double u, double v) {
-  const double px = u * im.w - 0.5, py = v * im.h - 0.5;
-  const int x0 = int(std::floor(px)), y0 = int(std::floor(py));
-  const double fx = px - x0, fy = py - y0;
-  auto at = [&](int x, int y) { return of(im.at(std::clamp(x, 0, im.w - 1), std::clamp(y, 0, im.h - 1))); };
-  return at(x0, y0) * ((1 - fx) * (1 - fy)) + at(x0 + 1, y0) * (fx * (1 - fy)) + at(x0, y0 + 1) * ((1 - fx) * fy) +
-         at(x0 + 1, y0 + 1) * (fx * fy);
-}
-C bilinearAtPixel(const Image& im, V p) { return bilinear(im, p.x / im.w, p.y / im.h); }
-
-// Length of the Sobel gradient of the luminance at (u, v), neighbours px pixels apart.
-double sobel(const Image& im, double u, double v, double px) {
-  const double dx = px / im.w, dy = px / im.h;
-  auto l = [&](int i, int j) { return luma(bilinear(im, u + i * dx, v + j * dy)); };
-  const double gx = (l(1, -1) + 2 * l(1, 0) + l(1, 1)) - (l(-1, -1) + 2 * l(-1, 0) + l(-1, 1));
-  const double gy = (l(-1, 1) + 2 * l(0, 1) + l(1, 1)) - (l(-1, -1) + 2 * l(0, -1) + l(1, -1));
-  return std::hypot(gx, gy);
-}
+C bilinearAtPixel(const Image& im, V2 p) { return sampleAt(im, p.x, p.y); }
 
 // A picture with detail at every scale but no jumps larger than about 0.25 between neighbours,
 // and a varying alpha: small displacements show, and bilinear reads stay accurate.
@@ -158,66 +64,16 @@ Image smoothPicture(int w, int h) {
   });
 }
 
-// The kernel's parameters padded to 16, then useMatte, width, height, time.
-std::vector<float> params(std::vector<float> p, int w, int h, float time) {
-  p.resize(16, 0.0f);
-  p.insert(p.end(), {0.0f, float(w), float(h), time});
-  return p;
-}
-
-Image runFx(const std::string& kernel, const Image& src, const std::vector<float>& p, float time = 0,
-            const Image* aux = nullptr) {
-  auto& runner = KernelRunner::shared();
-  auto s = runner.upload(src);
-  auto a = aux ? runner.upload(*aux) : s;
-  auto out = runner.blank(src.w, src.h);
-  runner.run(kernel, {s, s, a, out}, params(p, src.w, src.h, time));
-  return runner.read(out);
-}
-
 std::string describe(const std::string& kernel, const std::vector<float>& p, float time) {
   std::ostringstream s;
-  s << kernel << "(";
-  for (size_t i = 0; i < p.size(); ++i) s << (i ? ", " : "") << p[i];
-  s << ") at " << time << " s";
+  s << ombrik::test::describe(kernel, p) << " at " << time << " s";
   return s.str();
 }
 
-// Every channel of every checked pixel within tol (relative above 1); nullopt leaves a pixel out,
-// but most of the picture must be checked.
-::testing::AssertionResult matches(const Image& got, const std::function<std::optional<C>(int, int)>& want,
-                                   double tol = kSampled) {
-  int bad = 0, checked = 0;
-  std::ostringstream out;
-  for (int y = 0; y < got.h; ++y)
-    for (int x = 0; x < got.w; ++x) {
-      const std::optional<C> e = want(x, y);
-      if (!e) continue;
-      ++checked;
-      const Rgba& g = got.at(x, y);
-      const double gv[4] = {g.r, g.g, g.b, g.a}, ev[4] = {e->r, e->g, e->b, e->a};
-      for (int c = 0; c < 4; ++c) {
-        const double lim = std::max(tol, tol * std::fabs(ev[c]));
-        if (!(std::fabs(gv[c] - ev[c]) <= lim)) {
-          if (bad < 6)
-            out << " (" << x << "," << y << ")."
-                << "rgba"[c] << " = " << gv[c] << " expected " << ev[c] << ";";
-          ++bad;
-        }
-      }
-    }
-  if (checked < got.w * got.h * 9 / 10) return ::testing::AssertionFailure() << "only " << checked << " pixels checked";
-  if (bad) return ::testing::AssertionFailure() << bad << " values off:" << out.str();
-  return ::testing::AssertionSuccess();
-}
-
-// Largest difference over all channels of two pictures of one size.
-double largestDifference(const Image& a, const Image& b) {
-  double d = 0;
-  for (size_t i = 0; i < a.px.size(); ++i)
-    d = std::max({d, double(std::fabs(a.px[i].r - b.px[i].r)), double(std::fabs(a.px[i].g - b.px[i].g)),
-                  double(std::fabs(a.px[i].b - b.px[i].b)), double(std::fabs(a.px[i].a - b.px[i].a))});
-  return d;
+// Compares with the reference; nullopt leaves a pixel out, but nine tenths of the picture at least
+// must be checked.
+::testing::AssertionResult matches(const Image& got, const Expectation& want, double tol = kSampled) {
+  return ombrik::test::matches(got, want, tol, {9, 10});
 }
 
 // Frame numbers as the kernels derive them: float products, truncated.
@@ -232,7 +88,7 @@ std::optional<C> wornFilm(const Image& src, const std::vector<float>& P, float t
   const double u = (x + 0.5) / w, v = (y + 0.5) / h;
   const uint32_t fr = frameOf(std::max(time, 0.0f), std::max(P[6], 1.0f), 7919.0f * P[7]);
 
-  const V wv{(hash2(fr, 1, 3) - 0.5) * P[3] * 2 * sc, (hash2(fr, 2, 3) - 0.5) * P[3] * 4 * sc};
+  const V2 wv{(hash2(fr, 1, 3) - 0.5) * P[3] * 2 * sc, (hash2(fr, 2, 3) - 0.5) * P[3] * 4 * sc};
   C col = bilinear(src, u + wv.x / w, v + wv.y / h);
   col = col * (1 + 0.35 * P[2] * (hash2(fr, 5, 9) - 0.5));
   const double l = luma(col);
@@ -256,16 +112,16 @@ std::optional<C> wornFilm(const Image& src, const std::vector<float>& P, float t
   const int cx = int(std::floor(pcx)), cy = int(std::floor(pcy));
   const float hd = hash2(uint32_t(cx), uint32_t(cy), 3 * fr + 1);
   if (hd < 0.025f * P[1]) {
-    const V ctr{0.2 + 0.6 * hash2(uint32_t(cx), uint32_t(cy), 3 * fr + 2),
+    const V2 ctr{0.2 + 0.6 * hash2(uint32_t(cx), uint32_t(cy), 3 * fr + 2),
                 0.2 + 0.6 * hash2(uint32_t(cx), uint32_t(cy), 3 * fr + 3)};
-    const V dd = V{double(pcx) - cx, double(pcy) - cy} - ctr;
+    const V2 dd = V2{double(pcx) - cx, double(pcy) - cy} - ctr;
     const double rad = 0.04 + 0.14 * hash2(uint32_t(cx), uint32_t(cy), 3 * fr + 4);
-    const double shape = rad * (0.7 + 0.6 * valueNoise(dd * 30 + V{double(cx), double(cy)}, 5));
+    const double shape = rad * (0.7 + 0.6 * valueNoise(dd * 30 + V2{double(cx), double(cy)}, 5));
     const double dust = below(0.6 * shape, shape, len(dd));
     col = lerp(col, grey(hd < 0.006f * P[1] ? 0.95 : 0.03), 0.85 * dust);
   }
   col = col * (1 - P[5] * smooth(0.35, 0.95, len({(u - 0.5) * asp, v - 0.5})));
-  return withAlpha(mapRgb(col, [](double c) { return std::max(c, 0.0); }), src.at(x, y).a);
+  return withAlpha(perChannel(col, [](double c) { return std::max(c, 0.0); }), src.at(x, y).a);
 }
 
 // Which of the glitch's random branches a pixel took, so a test can show it exercised them.
@@ -280,7 +136,7 @@ std::optional<C> glitch(const Image& src, const std::vector<float>& P, float tim
   const float amp = hash2(t, 7, 1) < P[3] ? P[0] : 0.12f * P[0];
   const float bs = std::max(P[1], 4.0f);
   const float pixX = x + 0.5f, pixY = y + 0.5f;
-  V q{pixX, pixY};
+  V2 q{pixX, pixY};
   const uint32_t band = uint32_t(int(pixY / (bs / 2)));
   const float hb = hash2(band, t, 11);
   if (hb < 0.45f * amp) {
@@ -290,7 +146,7 @@ std::optional<C> glitch(const Image& src, const std::vector<float>& P, float tim
   const uint32_t bx = uint32_t(int(pixX / bs)), by = uint32_t(int(pixY / bs));
   const bool blk = hash2(bx, by, 5 * t + 3) < 0.12f * amp;
   if (blk) {
-    q = q + V{hash2(bx, by, t + 41) - 0.5, hash2(bx, by, t + 42) - 0.5} * (6.0 * bs);
+    q = q + V2{hash2(bx, by, t + 41) - 0.5, hash2(bx, by, t + 42) - 0.5} * (6.0 * bs);
     if (seen) ++seen->movedBlocks;
   }
   if (hash2(bx, by, 5 * t + 4) < 0.25f * P[5] * amp) {
@@ -300,9 +156,9 @@ std::optional<C> glitch(const Image& src, const std::vector<float>& P, float tim
   }
   double sh = P[2] * (0.4 + amp);
   if (hb < amp) sh *= 2;
-  C c{bilinearAtPixel(src, q + V{sh, 0}).r, bilinearAtPixel(src, q).g, bilinearAtPixel(src, q - V{sh, 0}).b, 0};
+  C c{bilinearAtPixel(src, q + V2{sh, 0}).r, bilinearAtPixel(src, q).g, bilinearAtPixel(src, q - V2{sh, 0}).b, 0};
   if (blk && hash2(bx, by, t + 43) < 0.35f) {
-    c = hash2(bx, by, t + 44) < 0.5f ? mapRgb(c, [](double v) { return 1 - sat(v); }) : C{c.g, c.b, c.r, 0};
+    c = hash2(bx, by, t + 44) < 0.5f ? perChannel(c, [](double v) { return 1 - sat(v); }) : C{c.g, c.b, c.r, 0};
     if (seen) ++seen->recoloured;
   }
   if (y % 2 == 0) c = c * (1 - 0.12 * amp);
@@ -319,14 +175,14 @@ std::optional<C> vhs(const Image& src, const std::vector<float>& P, float time, 
   wob += 40 * sc * band * (hash2(y, fr, 3) - 0.3);
   const double bottom = smooth(1 - 0.045 * P[6] - 0.001, 1, v) * P[6];
   wob += sc * bottom * (24 + 30 * hash2(y, fr, 4));
-  const V q{x + 0.5 + wob, y + 0.5};
+  const V2 q{x + 0.5 + wob, y + 0.5};
 
   double luma5 = 0;
-  for (int i = -2; i <= 2; ++i) luma5 += toYiq(bilinearAtPixel(src, q + V{0.9 * sc * i, 0}))[0];
+  for (int i = -2; i <= 2; ++i) luma5 += toYiq(bilinearAtPixel(src, q + V2{0.9 * sc * i, 0}))[0];
   const double bl = std::max(P[1], 0.5f);
   double ci = 0, cq = 0;
   for (int i = 0; i <= 8; ++i) {
-    const auto yiq = toYiq(bilinearAtPixel(src, q + V{((i - 4) / 4.0 + 0.6) * bl, 0}));
+    const auto yiq = toYiq(bilinearAtPixel(src, q + V2{((i - 4) / 4.0 + 0.6) * bl, 0}));
     ci += yiq[1];
     cq += yiq[2];
   }
@@ -342,7 +198,7 @@ std::optional<C> vhs(const Image& src, const std::vector<float>& P, float time, 
   c = lerp(c, c * 0.88 + C{0.06, 0.04, 0.08, 0}, P[0]);
   c = c + grey(0.05 * P[0] * (hash2(y, fr, 2) - 0.5));
   c = c + grey(0.4 * bottom * (n + 0.3));
-  return withAlpha(mapRgb(c, [](double v) { return std::max(v, 0.0); }), src.at(x, y).a);
+  return withAlpha(perChannel(c, [](double v) { return std::max(v, 0.0); }), src.at(x, y).a);
 }
 
 std::optional<C> hologram(const Image& src, const std::vector<float>& P, float time, int x, int y) {
@@ -371,14 +227,14 @@ std::optional<C> hologram(const Image& src, const std::vector<float>& P, float t
 
 std::optional<C> crt(const Image& src, const std::vector<float>& P, float time, int x, int y) {
   const int w = src.w, h = src.h;
-  V d{2 * (x + 0.5) / w - 1, 2 * (y + 0.5) / h - 1};
+  V2 d{2 * (x + 0.5) / w - 1, 2 * (y + 0.5) / h - 1};
   d = {d.x * (1 + 0.5 * P[0] * d.y * d.y), d.y * (1 + 0.5 * P[0] * d.x * d.x)};
-  const V q{d.x / 2 + 0.5, d.y / 2 + 0.5};
+  const V2 q{d.x / 2 + 0.5, d.y / 2 + 0.5};
   for (double c : {q.x, q.y})
     if (std::fabs(c) < 1e-4 || std::fabs(c - 1) < 1e-4) return std::nullopt;
   if (q.x < 0 || q.x > 1 || q.y < 0 || q.y > 1) return C{0, 0, 0, src.at(x, y).a};
   const double rc = std::max(P[5], 0.005f);
-  const V cd{std::max(std::fabs(d.x) - (1 - rc), 0.0), std::max(std::fabs(d.y) - (1 - rc), 0.0)};
+  const V2 cd{std::max(std::fabs(d.x) - (1 - rc), 0.0), std::max(std::fabs(d.y) - (1 - rc), 0.0)};
   const double corner = below(rc - 0.004, rc + 0.004, len(cd));
   C c = bilinear(src, q.x, q.y);
   const C gl = (bilinear(src, q.x - 2.0 / w, q.y) + bilinear(src, q.x + 2.0 / w, q.y)) * 0.5;
@@ -411,57 +267,57 @@ std::optional<C> tvStatic(const Image& src, const std::vector<float>& P, float t
 
 std::optional<C> codec(const Image& src, const std::vector<float>& P, float, int x, int y) {
   const double bs = std::max(P[0], 2.0f);
-  const V pix{x + 0.5, y + 0.5};
-  const V b0{std::floor(pix.x / bs) * bs, std::floor(pix.y / bs) * bs};
+  const V2 pix{x + 0.5, y + 0.5};
+  const V2 b0{std::floor(pix.x / bs) * bs, std::floor(pix.y / bs) * bs};
   C mean;
   for (int j = 0; j < 4; ++j)
-    for (int i = 0; i < 4; ++i) mean = mean + bilinearAtPixel(src, b0 + V{(i + 0.5) * bs / 4, (j + 0.5) * bs / 4});
+    for (int i = 0; i < 4; ++i) mean = mean + bilinearAtPixel(src, b0 + V2{(i + 0.5) * bs / 4, (j + 0.5) * bs / 4});
   mean = mean * (1.0 / 16);
   const double qs = 0.02 + (0.35 - 0.02) * P[1];
   const C s = of(src.at(x, y));
   bool tipping = false;
-  const C detail = mapRgb(s - mean, [&](double v) {
+  const C detail = perChannel(s - mean, [&](double v) {
     const double k = v / qs + 0.5;
     tipping |= nearWhole(k, 1e-3);
     return std::floor(k) * qs;
   });
   if (tipping) return std::nullopt;
-  const V c0{std::floor(pix.x / (2 * bs)) * 2 * bs, std::floor(pix.y / (2 * bs)) * 2 * bs};
-  const C cm = bilinearAtPixel(src, c0 + V{bs, bs});
+  const V2 c0{std::floor(pix.x / (2 * bs)) * 2 * bs, std::floor(pix.y / (2 * bs)) * 2 * bs};
+  const C cm = bilinearAtPixel(src, c0 + V2{bs, bs});
   C c = mean + detail * (1 - 0.7 * P[1]);
   c = lerp(c, grey(luma(c)) + cm - grey(luma(cm)), P[2]);
-  return withAlpha(mapRgb(c, [](double v) { return std::max(v, 0.0); }), s.a);
+  return withAlpha(perChannel(c, [](double v) { return std::max(v, 0.0); }), s.a);
 }
 
 // ---------------------------------------------------------------------------------------------
 // Distortions: a source position per pixel; the alpha is the pixel's own.
 
 std::optional<C> ripple(const Image& src, const std::vector<float>& P, float time, int x, int y) {
-  const V pix{x + 0.5, y + 0.5};
-  const V d = pix - V{P[3] / 100.0 * src.w, P[4] / 100.0 * src.h};
+  const V2 pix{x + 0.5, y + 0.5};
+  const V2 d = pix - V2{P[3] / 100.0 * src.w, P[4] / 100.0 * src.h};
   const double r = len(d);
   const double ph = kTau * (r / std::max(P[1], 1.0f) - time * P[2]);
   const double att = std::exp(-3 * P[5] * r / src.h);
   C o = bilinearAtPixel(src, pix + d * (1 / std::max(r, 0.001) * std::sin(ph) * P[0] * att));
   const double shine = 0.25 * std::cos(ph) * P[6] * att * (P[0] >= 0.01f ? 1 : 0);
-  o = mapRgb(o, [&](double c) { return std::max(0.0, c + shine); });
+  o = perChannel(o, [&](double c) { return std::max(0.0, c + shine); });
   return withAlpha(o, src.at(x, y).a);
 }
 
 std::optional<C> swirl(const Image& src, const std::vector<float>& P, float, int x, int y) {
   const double asp = double(src.w) / src.h;
-  const V c{P[2] / 100.0, P[3] / 100.0};
-  const V d{((x + 0.5) / src.w - c.x) * asp, (y + 0.5) / src.h - c.y};
+  const V2 c{P[2] / 100.0, P[3] / 100.0};
+  const V2 d{((x + 0.5) / src.w - c.x) * asp, (y + 0.5) / src.h - c.y};
   double k = sat(1 - len(d) / std::max(P[1] / 100.0, 0.001));
   k = k * k * (3 - 2 * k);
-  const V r = rot(d, P[0] * k);
+  const V2 r = rot(d, P[0] * k);
   return withAlpha(bilinear(src, c.x + r.x / asp, c.y + r.y), src.at(x, y).a);
 }
 
 std::optional<C> bulge(const Image& src, const std::vector<float>& P, float, int x, int y) {
   const double asp = double(src.w) / src.h;
-  const V c{P[2] / 100.0, P[3] / 100.0};
-  V d{((x + 0.5) / src.w - c.x) * asp, (y + 0.5) / src.h - c.y};
+  const V2 c{P[2] / 100.0, P[3] / 100.0};
+  V2 d{((x + 0.5) / src.w - c.x) * asp, (y + 0.5) / src.h - c.y};
   const double r = len(d) / std::max(P[1] / 100.0, 0.001);
   if (r < 1) {
     const double nr = std::pow(std::max(r, 0.0001), 1 + P[0]);
@@ -472,9 +328,9 @@ std::optional<C> bulge(const Image& src, const std::vector<float>& P, float, int
 }
 
 std::optional<C> heatHaze(const Image& src, const std::vector<float>& P, float time, int x, int y) {
-  const V pix{x + 0.5, y + 0.5};
-  const V p = pix * (1 / std::max(P[1], 2.0f)) + V{0, 1.5 * time * P[2]};
-  const V shift{fbm(p, 1, 3) - 0.5, fbm(p + V{4.3, 1.7}, 2, 3) - 0.5};
+  const V2 pix{x + 0.5, y + 0.5};
+  const V2 p = pix * (1 / std::max(P[1], 2.0f)) + V2{0, 1.5 * time * P[2]};
+  const V2 shift{fbm(p, 1, 3) - 0.5, fbm(p + V2{4.3, 1.7}, 2, 3) - 0.5};
   const double e = std::max(P[4] / 100.0, 0.01), v = pix.y / src.h;
   const int zone = int(std::floor(P[3] + 0.5f));
   const double wgt = zone == 1 ? smooth(1 - e, 1, v) : zone == 2 ? below(0, e, v) : 1;
@@ -489,7 +345,7 @@ std::optional<C> frosted(const Image& src, const Image& aux, const std::vector<f
   if (nearWhole(gxf) || nearWhole(gyf)) return std::nullopt;
   const uint32_t gx = uint32_t(int(gxf)), gy = uint32_t(int(gyf));
   const double a = kTau * hash2(gx, gy, 51 + fr), r = std::sqrt(hash2(gx, gy, 52 + fr)) * P[0];
-  return withAlpha(bilinearAtPixel(aux, V{x + 0.5 + std::cos(a) * r, y + 0.5 + std::sin(a) * r}), src.at(x, y).a);
+  return withAlpha(bilinearAtPixel(aux, V2{x + 0.5 + std::cos(a) * r, y + 0.5 + std::sin(a) * r}), src.at(x, y).a);
 }
 
 std::optional<C> mirrorFx(const Image& src, const std::vector<float>& P, float, int x, int y) {
@@ -514,21 +370,21 @@ std::optional<C> shake(const Image& src, const std::vector<float>& P, float time
   const auto a = shakeAt(time, P[1], e), b = shakeAt(time + 0.02f, P[1], e);
   const double zoom = P[3] > 0.5f ? 1 + 2.8 * P[0] / std::min(src.w, src.h) + 0.02 * std::fabs(P[2]) : 1;
   const int n = P[4] > 0.01f ? 8 : 1;
-  const V half{src.w / 2.0, src.h / 2.0};
+  const V2 half{src.w / 2.0, src.h / 2.0};
   C acc;
   for (int i = 0; i < n; ++i) {
     const double k = n == 1 ? 0 : P[4] * (i / 7.0 - 0.5);
     std::array<double, 3> sh;
     for (int j = 0; j < 3; ++j) sh[j] = a[j] + 2 * k * (b[j] - a[j]);
-    const V p = rot(V{x + 0.5, y + 0.5} - half, sh[2] * P[2]) * (1 / zoom) + V{sh[0], sh[1]} * P[0];
+    const V2 p = rot(V2{x + 0.5, y + 0.5} - half, sh[2] * P[2]) * (1 / zoom) + V2{sh[0], sh[1]} * P[0];
     acc = acc + bilinearAtPixel(src, p + half);
   }
   return withAlpha(acc * (1.0 / n), src.at(x, y).a);
 }
 
 std::optional<C> wave(const Image& src, const std::vector<float>& P, float time, int x, int y) {
-  const V dir{std::cos(P[2] * kDegree), std::sin(P[2] * kDegree)};
-  const V pix{x + 0.5, y + 0.5};
+  const V2 dir{std::cos(P[2] * kDegree), std::sin(P[2] * kDegree)};
+  const V2 pix{x + 0.5, y + 0.5};
   const double ph = (pix.x * dir.x + pix.y * dir.y) / std::max(P[1], 1.0f) - time * P[3];
   const int shape = int(std::floor(P[4] + 0.5f));
   double w = std::sin(kTau * ph);
@@ -538,24 +394,24 @@ std::optional<C> wave(const Image& src, const std::vector<float>& P, float time,
     if (std::fabs(fract(ph) - 0.5) < 1e-4 || nearWhole(ph)) return std::nullopt;
     w = fract(ph) < 0.5 ? 1 : -1;
   }
-  return withAlpha(bilinearAtPixel(src, pix + V{-dir.y, dir.x} * (w * P[0])), src.at(x, y).a);
+  return withAlpha(bilinearAtPixel(src, pix + V2{-dir.y, dir.x} * (w * P[0])), src.at(x, y).a);
 }
 
 std::optional<C> reeded(const Image& src, const Image& aux, const std::vector<float>& P, float, int x, int y) {
   const double w = std::max(P[0], 2.0f);
-  const V pix{x + 0.5, y + 0.5};
+  const V2 pix{x + 0.5, y + 0.5};
   const double across = rot(pix, -P[2]).x / w;
   if (nearWhole(across)) return std::nullopt;
   const double f = fract(across) - 0.5;
-  const V off = rot({f * w * P[1], 0}, P[2]);
+  const V2 off = rot({f * w * P[1], 0}, P[2]);
   const C c = bilinearAtPixel(aux, pix - off);
   const double sheen = 0.5 * P[4] * smooth(0.3, 0.48, f) - 0.25 * P[4] * below(-0.48, -0.3, f);
-  return withAlpha(mapRgb(c, [&](double v) { return std::max(v + sheen, 0.0); }), src.at(x, y).a);
+  return withAlpha(perChannel(c, [&](double v) { return std::max(v + sheen, 0.0); }), src.at(x, y).a);
 }
 
 std::optional<C> slices(const Image& src, const std::vector<float>& P, float time, int x, int y) {
-  const V half{src.w / 2.0, src.h / 2.0};
-  V p = rot(V{x + 0.5, y + 0.5} - half, -P[2]);
+  const V2 half{src.w / 2.0, src.h / 2.0};
+  V2 p = rot(V2{x + 0.5, y + 0.5} - half, -P[2]);
   const double n = std::max(std::floor(P[0] + 0.5), 1.0);
   const double slice = p.y / (src.h / n);
   if (nearWhole(slice)) return std::nullopt;
@@ -568,9 +424,9 @@ std::optional<C> slices(const Image& src, const std::vector<float>& P, float tim
 std::optional<C> polar(const Image& src, const std::vector<float>& P, float, int x, int y) {
   const double asp = double(src.w) / src.h, zoom = std::max(P[2], 0.05f);
   const double u = (x + 0.5) / src.w, v = (y + 0.5) / src.h;
-  V q;
+  V2 q;
   if (int(std::floor(P[0] + 0.5f)) == 0) {
-    const V d = V{(u - 0.5) * asp, v - 0.5} * (1 / zoom);
+    const V2 d = V2{(u - 0.5) * asp, v - 0.5} * (1 / zoom);
     const double a = std::atan2(d.x, d.y) / kTau + 0.5 + P[1] / 360.0;
     if (nearWhole(a, 1e-3) || std::fabs(a) < 1e-3) return std::nullopt;  // the seam, where u wraps
     q = {fract(a), 1 - 2 * len(d)};
@@ -590,7 +446,7 @@ void checkCases(const std::string& kernel, const Image& src, const std::vector<s
     for (float t : times) {
       std::vector<float> P = p;
       P.resize(16, 0.0f);
-      const Image got = runFx(kernel, src, p, t);
+      const Image got = runFx(kernel, src, p, {.time = t});
       const auto want = [&](int x, int y) { return ref(src, P, t, x, y); };
       EXPECT_TRUE(matches(got, want, tol)) << describe(kernel, p, t);
     }
@@ -627,7 +483,7 @@ TEST(FxMoreFilmKernels, WornFilmScratchesAndDustReallyShow) {
   const std::vector<float> scratches{1, 0, 0, 0, 0, 0, 24, 5}, dust{0, 40, 0, 0, 0, 0, 24, 2};
   int scratched = 0, dark = 0, bright = 0;
   for (float t : {0.0f, 0.5f, 1.3f}) {
-    const Image a = runFx("fx_wornfilm", src, scratches, t), b = runFx("fx_wornfilm", src, dust, t);
+    const Image a = runFx("fx_wornfilm", src, scratches, {.time = t}), b = runFx("fx_wornfilm", src, dust, {.time = t});
     for (const Rgba& p : a.px) scratched += std::fabs(p.r - 0.5f) > 0.05f;
     for (const Rgba& p : b.px) {
       dark += p.r < 0.4f;
@@ -758,7 +614,7 @@ TEST(FxMoreDistortKernels, FrostedReadsTheBlurredPictureAtARandomSpotPerGrain) {
     for (float t : {0.0f, 0.5f, 1.3f}) {
       std::vector<float> P = p;
       P.resize(16, 0.0f);
-      const Image got = runFx("fx_frosted", src, p, t, &blurred);
+      const Image got = runFx("fx_frosted", src, p, {.aux = &blurred, .time = t});
       EXPECT_TRUE(matches(got, [&](int x, int y) { return frosted(src, blurred, P, t, x, y); }))
           << describe("fx_frosted", p, t);
     }
@@ -808,7 +664,7 @@ TEST(FxMoreDistortKernels, ReededRefractsTheBlurredPictureAcrossEachFlute) {
        std::vector<std::vector<float>>{{5, 0.6f, 0, 1.5f, 0.25f}, {7, -2, 30, 0, 1}, {1, 1.5f, -75, 0, 0.5f}}) {
     std::vector<float> P = p;
     P.resize(16, 0.0f);
-    const Image got = runFx("fx_reeded", src, p, 0, &blurred);
+    const Image got = runFx("fx_reeded", src, p, {.aux = &blurred});
     EXPECT_TRUE(matches(got, [&](int x, int y) { return reeded(src, blurred, P, 0, x, y); }))
         << describe("fx_reeded", p, 0);
   }
@@ -856,13 +712,13 @@ TEST(FxMoreFilmKernels, AnimatedKernelsRepeatAFrameExactlyAndChangeBetweenFrames
       {"fx_slices", {12, 10, 0, 1, 1}, 0.0f, 0.5f},
   };
   for (const auto& c : cases) {
-    const Image a = runFx(c.kernel, src, c.p, c.t1), again = runFx(c.kernel, src, c.p, c.t1);
-    const Image b = runFx(c.kernel, src, c.p, c.t2);
-    EXPECT_EQ(largestDifference(a, again), 0.0) << c.kernel << " renders one frame twice differently";
-    EXPECT_GT(largestDifference(a, b), 0.02) << c.kernel << " does not move between " << c.t1 << " and " << c.t2;
+    const Image a = runFx(c.kernel, src, c.p, {.time = c.t1}), again = runFx(c.kernel, src, c.p, {.time = c.t1});
+    const Image b = runFx(c.kernel, src, c.p, {.time = c.t2});
+    EXPECT_EQ(largestDifference(a, again, Channels::rgba), 0.0) << c.kernel << " renders one frame twice differently";
+    EXPECT_GT(largestDifference(a, b, Channels::rgba), 0.02) << c.kernel << " does not move between " << c.t1 << " and " << c.t2;
   }
   // Frost and slices move only when asked to.
   for (const auto& [kernel, p] : std::vector<std::pair<const char*, std::vector<float>>>{
            {"fx_frosted", {8, 2, 2, 0}}, {"fx_slices", {12, 10, 0, 0, 1}}})
-    EXPECT_EQ(largestDifference(runFx(kernel, src, p, 0.0f), runFx(kernel, src, p, 0.5f)), 0.0) << kernel;
+    EXPECT_EQ(largestDifference(runFx(kernel, src, p, {.time = 0.0f}), runFx(kernel, src, p, {.time = 0.5f}), Channels::rgba), 0.0) << kernel;
 }

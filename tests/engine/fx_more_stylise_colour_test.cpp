@@ -14,72 +14,27 @@
 #include <functional>
 #include <numbers>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "engine/fx_reference.h"
 #include "engine/kernel_runner.h"
 #include "engine/test_pictures.h"
 
-using ombrik::test::Image;
-using ombrik::test::KernelRunner;
-using ombrik::test::Rgba;
-using ombrik::test::storedPicture;
+using namespace ombrik::test;
 
 namespace {
 
 constexpr double kPi = std::numbers::pi;
-constexpr double kStep = 1e-3;     // one half-float step of the output
-constexpr double kSampled = 2e-3;  // reads through the sampler
 
-// Colours in double for the references.
-struct C {
-  double r = 0, g = 0, b = 0, a = 0;
-  double& operator[](int i) { return i == 0 ? r : i == 1 ? g : b; }
-  double operator[](int i) const { return i == 0 ? r : i == 1 ? g : b; }
-};
-C of(const Rgba& p) { return {p.r, p.g, p.b, p.a}; }
-C operator+(C x, C y) { return {x.r + y.r, x.g + y.g, x.b + y.b, x.a + y.a}; }
-C operator-(C x, C y) { return {x.r - y.r, x.g - y.g, x.b - y.b, x.a - y.a}; }
-C operator*(C x, double k) { return {x.r * k, x.g * k, x.b * k, x.a * k}; }
-C operator*(C x, C y) { return {x.r * y.r, x.g * y.g, x.b * y.b, x.a * y.a}; }
-C grey(double v) { return {v, v, v, 0}; }
-C withAlpha(C c, double a) { return {c.r, c.g, c.b, a}; }
-
-double sat(double v) { return std::clamp(v, 0.0, 1.0); }
-C sat(C c) { return {sat(c.r), sat(c.g), sat(c.b), c.a}; }
+// Negative channels raised to 0, alpha kept.
 C floor0(C c) { return {std::max(c.r, 0.0), std::max(c.g, 0.0), std::max(c.b, 0.0), c.a}; }
-double lerp(double a, double b, double t) { return a + (b - a) * t; }
-C lerp(C a, C b, double t) { return a + (b - a) * t; }
-double smooth(double e0, double e1, double x) {
-  double t = sat((x - e0) / (e1 - e0));
-  return t * t * (3 - 2 * t);
-}
-double below(double e0, double e1, double x) { return 1 - smooth(e0, e1, x); }
-double luma(C c) { return 0.2126 * c.r + 0.7152 * c.g + 0.0722 * c.b; }
-double fract(double v) { return v - std::floor(v); }
-double rounded(double v) { return std::floor(v + 0.5); }
 // Saturation scaled about the luminance, and contrast about mid grey.
 C saturate(C c, double k) {
   const double l = luma(c);
   return {l + (c.r - l) * k, l + (c.g - l) * k, l + (c.b - l) * k, c.a};
 }
 C contrast(C c, double k) { return {(c.r - 0.5) * k + 0.5, (c.g - 0.5) * k + 0.5, (c.b - 0.5) * k + 0.5, c.a}; }
-
-// The fully saturated colour of a hue in degrees, by the usual six sectors.
-C hueColour(double h) {
-  h = std::fmod(h, 360.0);
-  if (h < 0) h += 360;
-  const double sector = h / 60, f = sector - std::floor(sector);
-  switch (int(sector) % 6) {
-    case 0: return {1, f, 0, 0};
-    case 1: return {1 - f, 1, 0, 0};
-    case 2: return {0, 1, f, 0};
-    case 3: return {0, 1 - f, 1, 0};
-    case 4: return {f, 0, 1, 0};
-    default: return {1, 0, 1 - f, 0};
-  }
-}
 
 // HSV with hue in 0..1.
 struct Hsv {
@@ -98,66 +53,13 @@ Hsv hsvOf(C c) {
 }
 C rgbOf(Hsv c) { return lerp(grey(1), hueColour(360 * c.h), c.s) * c.v; }
 
-// The integer hash the kernels share (32-bit wrapping arithmetic), in 0..1 as a float.
-double hash2(uint32_t x, uint32_t y, uint32_t s) {
-  uint32_t h = x * 374761393u + y * 668265263u + s * 2246822519u;
-  h = (h ^ (h >> 13)) * 1274126177u;
-  h = h ^ (h >> 16);
-  return float(h) * (1.0f / 4294967295.0f);
-}
-double latticeHash(double x, double y, double seed) {
-  return hash2(uint32_t(int32_t(std::floor(x))), uint32_t(int32_t(std::floor(y))), uint32_t(int32_t(seed * 7 + 11)));
-}
-// Value noise: the four lattice corners blended by a cubic step.
-double valueNoise(double x, double y, double seed) {
-  const double ix = std::floor(x), iy = std::floor(y), fx = x - ix, fy = y - iy;
-  const double ux = fx * fx * (3 - 2 * fx), uy = fy * fy * (3 - 2 * fy);
-  const double a = latticeHash(ix, iy, seed), b = latticeHash(ix + 1, iy, seed);
-  const double c = latticeHash(ix, iy + 1, seed), d = latticeHash(ix + 1, iy + 1, seed);
-  return lerp(lerp(a, b, ux), lerp(c, d, ux), uy);
-}
-double fbm(double x, double y, double seed, int octaves) {
-  double a = 0.5, sum = 0, norm = 0;
-  for (int k = 0; k < octaves; ++k) {
-    sum += a * valueNoise(x, y, seed + 3 * k);
-    norm += a;
-    x = 2.03 * x + 5.2;
-    y = 2.03 * y + 1.3;
-    a *= 0.5;
-  }
-  return sum / norm;
-}
-
-// Bilinear read at normalised (u, v) with clamp-to-edge borders, texel centres at half-integers.
-C bilinear(const Image& im, double u, double v) {
-  const double px = u * im.w - 0.5, py = v * im.h - 0.5;
-  const int x0 = int(std::floor(px)), y0 = int(std::floor(py));
-  const double fx = px - x0, fy = py - y0;
-  auto at = [&](int x, int y) { return of(im.at(std::clamp(x, 0, im.w - 1), std::clamp(y, 0, im.h - 1))); };
-  return at(x0, y0) * ((1 - fx) * (1 - fy)) + at(x0 + 1, y0) * (fx * (1 - fy)) + at(x0, y0 + 1) * ((1 - fx) * fy) +
-         at(x0 + 1, y0 + 1) * (fx * fy);
-}
-// A bilinear read at a position in pixels.
-C sampleAt(const Image& im, double px, double py) { return bilinear(im, px / im.w, py / im.h); }
-
-// Length of the Sobel gradient (weights 1, 2, 1) of the luminance at normalised q, taps px pixels apart.
-double sobel(const Image& im, double u, double v, double px) {
-  const double dx = px / im.w, dy = px / im.h;
-  auto l = [&](int i, int j) { return luma(bilinear(im, u + i * dx, v + j * dy)); };
-  const double gx = (l(1, -1) + 2 * l(1, 0) + l(1, 1)) - (l(-1, -1) + 2 * l(-1, 0) + l(-1, 1));
-  const double gy = (l(-1, 1) + 2 * l(0, 1) + l(1, 1)) - (l(-1, -1) + 2 * l(0, -1) + l(1, -1));
-  return std::hypot(gx, gy);
-}
-
 // v turned by deg degrees.
 std::array<double, 2> turned(double x, double y, double deg) {
   const double a = deg * kPi / 180;
   return {std::cos(a) * x - std::sin(a) * y, std::sin(a) * x + std::cos(a) * y};
 }
 
-Image noise(int w, int h, uint32_t seed, float lo, float hi) {
-  return ombrik::test::noisyPicture(w, h, seed, lo, hi, 0.0f, 1.0f);
-}
+Image noise(int w, int h, uint32_t seed, float lo, float hi) { return noisyPicture(w, h, seed, lo, hi, 0.0f, 1.0f); }
 
 // Gradients, a slow wave and a soft bright disc, with a varying alpha: smooth enough that bilinear
 // reads stay accurate with coarse sampler weights, with enough relief to draw lines and steps.
@@ -171,56 +73,10 @@ Image smoothPicture(int w, int h) {
   });
 }
 
-// The kernel's parameters padded to 16, then the FxInfo: useMatte, width, height, time.
-std::vector<float> params(std::vector<float> p, int w, int h, float time = 0) {
-  p.resize(16, 0.0f);
-  p.insert(p.end(), {0.0f, float(w), float(h), time});
-  return p;
-}
-
-// One pass: src, matte (the source, unused), aux (the source unless given), dst.
-Image runFx(const std::string& kernel, const Image& src, const std::vector<float>& p, const Image* aux = nullptr,
-            float time = 0) {
-  auto& runner = KernelRunner::shared();
-  auto s = runner.upload(src);
-  auto a = aux ? runner.upload(*aux) : s;
-  auto out = runner.blank(src.w, src.h);
-  runner.run(kernel, {s, s, a, out}, params(p, src.w, src.h, time));
-  return runner.read(out);
-}
-
-// Compares every channel of every pixel with the reference (nullopt: a pixel on a border that
-// is not checked, at most a quarter of them); reports the first few misses.
-::testing::AssertionResult matches(const Image& got, const std::function<std::optional<C>(int, int)>& want,
-                                   double tol) {
-  int bad = 0, checked = 0;
-  std::ostringstream out;
-  for (int y = 0; y < got.h; ++y)
-    for (int x = 0; x < got.w; ++x) {
-      const std::optional<C> e = want(x, y);
-      if (!e) continue;
-      ++checked;
-      const Rgba& g = got.at(x, y);
-      const double gv[4] = {g.r, g.g, g.b, g.a}, ev[4] = {e->r, e->g, e->b, e->a};
-      for (int c = 0; c < 4; ++c) {
-        const double lim = std::max(tol, tol * std::fabs(ev[c]));
-        if (!(std::fabs(gv[c] - ev[c]) <= lim)) {
-          if (bad < 6) out << " (" << x << "," << y << ")." << "rgba"[c] << " = " << gv[c] << " expected " << ev[c] << ";";
-          ++bad;
-        }
-      }
-    }
-  if (checked < got.w * got.h * 3 / 4) return ::testing::AssertionFailure() << "only " << checked << " pixels checked";
-  if (bad) return ::testing::AssertionFailure() << bad << " values off:" << out.str();
-  return ::testing::AssertionSuccess();
-}
-
-std::string describe(const std::string& kernel, const std::vector<float>& p) {
-  std::ostringstream s;
-  s << kernel << "(";
-  for (size_t i = 0; i < p.size(); ++i) s << (i ? ", " : "") << p[i];
-  s << ")";
-  return s.str();
+// Compares with the reference (nullopt: a pixel on a border that is not checked, at most a
+// quarter of them).
+::testing::AssertionResult matches(const Image& got, const Expectation& want, double tol) {
+  return ombrik::test::matches(got, want, tol, {3, 4});
 }
 
 using Ref = std::function<std::optional<C>(int, int, const std::vector<float>&)>;
@@ -229,17 +85,9 @@ using Ref = std::function<std::optional<C>(int, int, const std::vector<float>&)>
 void check(const std::string& kernel, const Image& src, const std::vector<std::vector<float>>& cases, const Ref& ref,
            double tol, const Image* aux = nullptr, float time = 0) {
   for (const auto& p : cases) {
-    const Image out = runFx(kernel, src, p, aux, time);
+    const Image out = runFx(kernel, src, p, {.aux = aux, .time = time});
     EXPECT_TRUE(matches(out, [&](int x, int y) { return ref(x, y, p); }, tol)) << describe(kernel, p);
   }
-}
-
-// A pointwise colour kernel: the reference sees only the source pixel.
-void checkPointwise(const std::string& kernel, const Image& src, const std::vector<std::vector<float>>& cases,
-                    const std::function<C(C, const std::vector<float>&)>& ref) {
-  check(kernel, src, cases, [&](int x, int y, const std::vector<float>& p) {
-    return std::optional<C>(ref(of(src.at(x, y)), p));
-  }, kStep);
 }
 
 // True when v lies within e of an integer: a border where either side may be taken.

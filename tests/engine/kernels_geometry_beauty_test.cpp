@@ -12,15 +12,10 @@
 #include <vector>
 
 #include "engine/kernel_runner.h"
+#include "engine/rgba_reference.h"
 #include "engine/test_pictures.h"
 
-using ombrik::test::half;
-using ombrik::test::Image;
-using ombrik::test::KernelRunner;
-using ombrik::test::Lcg;
-using ombrik::test::matches;
-using ombrik::test::Rgba;
-using ombrik::test::storedPicture;
+using namespace ombrik::test;
 
 namespace {
 
@@ -34,23 +29,11 @@ constexpr float kByte = 0.5f / 255.0f + kSampled;
 
 KernelRunner& gpu() { return KernelRunner::shared(); }
 
-Rgba operator+(Rgba a, Rgba b) { return {a.r + b.r, a.g + b.g, a.b + b.b, a.a + b.a}; }
-Rgba operator-(Rgba a, Rgba b) { return {a.r - b.r, a.g - b.g, a.b - b.b, a.a - b.a}; }
-Rgba operator*(Rgba a, float k) { return {a.r * k, a.g * k, a.b * k, a.a * k}; }
-Rgba operator*(Rgba a, Rgba b) { return {a.r * b.r, a.g * b.g, a.b * b.b, a.a * b.a}; }
 Rgba grey(float v, float a = 0) { return {v, v, v, a}; }
 Rgba withAlpha(Rgba c, float a) { return {c.r, c.g, c.b, a}; }
-float luma(Rgba c) { return 0.2126f * c.r + 0.7152f * c.g + 0.0722f * c.b; }
-float sat(float v) { return std::clamp(v, 0.0f, 1.0f); }
-float lerp(float a, float b, float t) { return a + (b - a) * t; }
-Rgba lerp(Rgba a, Rgba b, float t) { return a + (b - a) * t; }
-float smooth(float e0, float e1, float x) {
-  float t = sat((x - e0) / (e1 - e0));
-  return t * t * (3.0f - 2.0f * t);
-}
 
 Image noise(int w, int h, uint32_t seed, float lo, float hi, float alphaLo = 1, float alphaHi = 1) {
-  return ombrik::test::noisyPicture(w, h, seed, lo, hi, alphaLo, alphaHi);
+  return noisyPicture(w, h, seed, lo, hi, alphaLo, alphaHi);
 }
 
 // Premultiplied colours with alpha in lo..hi.
@@ -62,32 +45,9 @@ Image premultiplied(int w, int h, uint32_t seed, float alphaLo, float alphaHi) {
   });
 }
 
-template <class F>
-Image expected(int w, int h, F f) {
-  Image im(w, h);
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) im.at(x, y) = f(x, y);
-  return im;
-}
-
-Rgba fetch(const Image& im, int x, int y, bool zero) {
-  if (x < 0 || y < 0 || x >= im.w || y >= im.h) {
-    if (zero) return {};
-    x = std::clamp(x, 0, im.w - 1);
-    y = std::clamp(y, 0, im.h - 1);
-  }
-  return im.at(x, y);
-}
-
-// Bilinear read at normalised (u, v), texel centres at half-integers.
-Rgba bilinear(const Image& im, float u, float v, bool zero) {
-  float px = u * im.w - 0.5f, py = v * im.h - 0.5f;
-  int x0 = int(std::floor(px)), y0 = int(std::floor(py));
-  float fx = px - x0, fy = py - y0;
-  return fetch(im, x0, y0, zero) * ((1 - fx) * (1 - fy)) + fetch(im, x0 + 1, y0, zero) * (fx * (1 - fy)) +
-         fetch(im, x0, y0 + 1, zero) * ((1 - fx) * fy) + fetch(im, x0 + 1, y0 + 1, zero) * (fx * fy);
-}
-
+// Bilinear read at normalised (u, v), the position worked out in float; outside the picture
+// transparent black when zero, else the nearest edge texel.
+Rgba bilinear(const Image& im, float u, float v, bool zero) { return bilinearRgba<float>(im, u, v, zero); }
 
 // Runs a kernel whose last texture is a fresh output of w x h, and reads that output back.
 Image runInto(const std::string& kernel, std::vector<ombrik::gpu::TexturePtr> inputs, int w, int h,
