@@ -1,0 +1,43 @@
+#pragma once
+// Frames of a clip on FFmpeg. A frame index always gives the same picture, whatever the order of
+// reads: a read at the next frame decodes on, any other seeks to the keyframe before it and
+// decodes forward to the frame's own timestamp.
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "engine/source_picture.h"
+
+namespace ombrik {
+
+struct ClipInfo {
+  int width = 0;      // as displayed, rotation applied
+  int height = 0;
+  double fps = 25;    // the nominal rate, 25 when the file says 0
+  int frames = 1;     // at least 1
+  int rotation = 0;   // degrees the picture is turned for display: 0, 90, 180 or 270
+};
+
+class FrameReader {
+public:
+  // Nothing, with a message, when the file isn't a readable clip.
+  static std::unique_ptr<FrameReader> open(const std::filesystem::path& path, std::string* error = nullptr);
+  ~FrameReader();
+  FrameReader(const FrameReader&) = delete;
+  FrameReader& operator=(const FrameReader&) = delete;
+
+  const ClipInfo& info() const;
+  // The frame at index `frame` (clamped to the clip), premultiplied half floats, sRGB values.
+  std::optional<SourcePicture> read(int frame);
+  int nextFrame() const;  // the frame a sequential read would give without seeking
+  int seeks() const;      // how many times it had to seek
+
+  struct Impl;
+
+private:
+  explicit FrameReader(std::unique_ptr<Impl> impl);
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace ombrik

@@ -1,0 +1,133 @@
+// Clips written by the test itself, each frame a flat grey of its own level, read back in any order.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <numeric>
+
+#include "../platform/temp_dir.h"
+#include "engine/half_float.h"
+#include "media/frame_reader.h"
+
+using namespace ombrik;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int kW = 64, kH = 36, kFrames = 40;
+int level(int frame) { return 16 + 6 * frame; }  // 16..250, 6 apart
+
+// Encodes kFrames frames with the ffmpeg program; extra options pick the codec. Frames are flat
+// greys of their own level, or with `ramp` a left-to-right ramp (to tell orientations apart).
+fs::path writeClip(const TempDir& dir, const std::string& name, const std::string& codec, bool ramp = false) {
+  const fs::path out = dir.path / name;
+  const std::string cmd = "ffmpeg -v error -y -f rawvideo -pix_fmt gray -s " + std::to_string(kW) + "x" +
+                          std::to_string(kH) + " -r 25 -i - " + codec + " '" + out.string() + "'";
+  FILE* pipe = popen(cmd.c_str(), "w");
+  if (!pipe) return {};
+  std::vector<unsigned char> frame(kW * kH);
+  for (int i = 0; i < kFrames; ++i) {
+    for (int p = 0; p < kW * kH; ++p) frame[p] = static_cast<unsigned char>(ramp ? 20 + 3 * (p % kW) : level(i));
+    fwrite(frame.data(), 1, frame.size(), pipe);
+  }
+  return pclose(pipe) == 0 ? out : fs::path();
+}
+
+// The frame a picture shows, from its mean grey; -1 when it matches none.
+int frameShown(const SourcePicture& p) {
+  double sum = 0;
+  for (std::size_t i = 0; i < p.rgba->size(); i += 4) sum += halfToFloat((*p.rgba)[i + 1]);
+  const double grey = sum / (p.rgba->size() / 4) * 255.0;
+  const int frame = int(std::lround((grey - 16) / 6));
+  return std::abs(grey - level(frame)) < 2.5 ? frame : -1;
+}
+
+void readsEveryFrameInAnyOrder(const fs::path& clip) {
+  ASSERT_FALSE(clip.empty()) << "the ffmpeg program could not write the clip";
+  std::string error;
+  auto reader = FrameReader::open(clip, &error);
+  ASSERT_TRUE(reader) << error;
+  EXPECT_EQ(reader->info().width, kW);
+  EXPECT_EQ(reader->info().height, kH);
+  EXPECT_DOUBLE_EQ(reader->info().fps, 25.0);
+  EXPECT_EQ(reader->info().frames, kFrames);
+  for (int f = 0; f < kFrames; ++f) {
+    auto p = reader->read(f);
+    ASSERT_TRUE(p) << f;
+    EXPECT_EQ(frameShown(*p), f) << "sequential " << f;
+  }
+  EXPECT_LE(reader->seeks(), 0);  // reading on never seeks
+  for (int f : {17, 3, 39, 0, 25, 25, 26, 9, 38, 12, 11, 30, 1}) {
+    auto p = reader->read(f);
+    ASSERT_TRUE(p) << f;
+    EXPECT_EQ(frameShown(*p), f) << "after a seek to " << f;
+  }
+  auto past = reader->read(500);  // past the end: the last frame
+  ASSERT_TRUE(past);
+  EXPECT_EQ(frameShown(*past), kFrames - 1);
+}
+
+}  // namespace
+
+TEST(FrameReader, H264WithBFramesIsFrameExact) {
+  TempDir dir;
+  readsEveryFrameInAnyOrder(writeClip(dir, "clip.mp4", "-c:v libx264 -g 10 -bf 2 -pix_fmt yuv420p"));
+}
+
+TEST(FrameReader, ProResIsFrameExact) {
+  TempDir dir;
+  readsEveryFrameInAnyOrder(writeClip(dir, "clip.mov", "-c:v prores_ks -profile:v 3"));
+}
+
+TEST(FrameReader, RotationIsAppliedForDisplay) {
+  TempDir dir;
+  // The display matrix is written when the tag is set on a remux, as phones' clips carry it.
+  const fs::path plain = writeClip(dir, "plain.mp4", "-c:v libx264 -pix_fmt yuv420p -crf 0", true);
+  const fs::path clip = dir.path / "turned.mp4";
+  ASSERT_EQ(std::system(("ffmpeg -v error -y -i '" + plain.string() + "' -c copy -metadata:s:v:0 rotate=90 '" +
+                         clip.string() + "'").c_str()), 0);
+  auto reader = FrameReader::open(clip);
+  ASSERT_TRUE(reader);
+  EXPECT_TRUE(reader->info().rotation == 90 || reader->info().rotation == 270) << reader->info().rotation;
+  EXPECT_EQ(reader->info().width, kH);  // shown upright
+  EXPECT_EQ(reader->info().height, kW);
+  auto p = reader->read(5);
+  ASSERT_TRUE(p);
+  ASSERT_EQ(p->width, kH);
+  // The ffmpeg program turns clips for display by itself: our picture must be its picture.
+  // (Every frame of this clip is the same ramp, so the first one the program decodes will do.)
+  FILE* pipe = popen(("ffmpeg -v error -i '" + clip.string() + "' -frames:v 1 -f rawvideo -pix_fmt gray -").c_str(), "r");
+  ASSERT_TRUE(pipe);
+  std::vector<unsigned char> want(kW * kH);
+  const std::size_t got = fread(want.data(), 1, want.size(), pipe);
+  pclose(pipe);
+  ASSERT_EQ(got, want.size());
+  int off = 0;
+  for (int i = 0; i < kW * kH; ++i)
+    off += std::abs(halfToFloat((*p->rgba)[std::size_t(i) * 4 + 1]) * 255.0f - want[i]) > 4.0f;
+  EXPECT_LE(off, kW * kH / 50) << "orientation differs from the ffmpeg program's";
+}
+
+TEST(FrameReader, BadFilesFailCleanly) {
+  TempDir dir;
+  std::string error;
+  std::ofstream(dir.path / "empty.mp4").close();
+  EXPECT_FALSE(FrameReader::open(dir.path / "empty.mp4", &error));
+  EXPECT_EQ(error, "Vidéo illisible : empty.mp4");
+  std::ofstream(dir.path / "noise.mov") << std::string(5000, '\x5a');
+  EXPECT_FALSE(FrameReader::open(dir.path / "noise.mov", &error));
+  EXPECT_FALSE(FrameReader::open(dir.path / "absent.mov", &error));
+
+  // A clip cut in half still opens; reading it never crashes, and what it gives is a true frame.
+  const fs::path clip = writeClip(dir, "cut.mp4", "-c:v libx264 -g 10 -pix_fmt yuv420p -movflags +faststart");
+  ASSERT_FALSE(clip.empty());
+  fs::resize_file(clip, fs::file_size(clip) / 2);
+  if (auto reader = FrameReader::open(clip)) {
+    for (int f : {0, 5, 39, 20}) {
+      auto p = reader->read(f);
+      if (p) {
+        EXPECT_GE(frameShown(*p), 0) << f;
+      }
+    }
+  }
+}
