@@ -91,10 +91,19 @@ struct FrameReader::Impl {
     const int stride[4] = {w * 8, 0, 0, 0};
     sws_scale(sws, frame->data, frame->linesize, 0, h, dst, stride);
 
-    // Turned for display, then to half floats.
+    // Turned for display, then to half floats through a table of every 16-bit value.
+    static const std::vector<std::uint16_t> toHalf = [] {
+      std::vector<std::uint16_t> t(65536);
+      for (int v = 0; v < 65536; ++v) t[v] = floatToHalf(v / 65535.0f);
+      return t;
+    }();
     const int rot = info.rotation;
     const int ow = rot == 90 || rot == 270 ? h : w, oh = rot == 90 || rot == 270 ? w : h;
     auto halves = std::make_shared<std::vector<std::uint16_t>>(std::size_t(ow) * oh * 4);
+    if (rot == 0) {
+      std::transform(rgba.begin(), rgba.end(), halves->begin(), [](std::uint16_t v) { return toHalf[v]; });
+      return SourcePicture{ow, oh, halves};
+    }
     for (int y = 0; y < h; ++y)
       for (int x = 0; x < w; ++x) {
         int ox = x, oy = y;
@@ -103,7 +112,7 @@ struct FrameReader::Impl {
         else if (rot == 270) ox = y, oy = w - 1 - x;
         const std::uint16_t* p = &rgba[(std::size_t(y) * w + x) * 4];
         std::uint16_t* q = &(*halves)[(std::size_t(oy) * ow + ox) * 4];
-        for (int c = 0; c < 4; ++c) q[c] = floatToHalf(p[c] / 65535.0f);
+        for (int c = 0; c < 4; ++c) q[c] = toHalf[p[c]];
       }
     return SourcePicture{ow, oh, halves};
   }
