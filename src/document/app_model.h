@@ -221,6 +221,7 @@ private:
   static bool isMultiWire(const std::string& kind, int port);
   void commitHistory();
   void apply(const SharedGraph& state);
+  void step(std::vector<SharedGraph>& from, std::vector<SharedGraph>& to);
   // Work for later that does nothing if the model is gone by then.
   Scheduler::Token later(double seconds, std::function<void()> work);
   std::shared_ptr<int> alive_ = std::make_shared<int>(0);

@@ -73,6 +73,14 @@ void AppModel::apply(const SharedGraph& state) {
   if (_viewedNode && !exists(*_viewedNode)) _viewedNode.reset();
 }
 
+// Undo and redo alike: the state on top of `from` is applied, the present one goes onto `to`.
+void AppModel::step(std::vector<SharedGraph>& from, std::vector<SharedGraph>& to) {
+  SharedGraph target = std::move(from.back());
+  from.pop_back();
+  to.push_back(HistoryState::capture(_nodes, _edges, layout.positions(), &target));
+  apply(target);
+}
+
 void AppModel::undo() {
   if (history.pending) commitHistory();  // the newest change can be undone at once
   if (_trackingProgress || _magicProgress) {
@@ -83,10 +91,7 @@ void AppModel::undo() {
     _status = "Rien à annuler.";
     return;
   }
-  SharedGraph previous = history.undo.back();
-  history.undo.pop_back();
-  history.redo.push_back(HistoryState::capture(_nodes, _edges, layout.positions(), &previous));
-  apply(previous);
+  step(history.undo, history.redo);
   _status = "Annulé.";
 }
 
@@ -96,10 +101,7 @@ void AppModel::redo() {
     _status = "Rien à rétablir.";
     return;
   }
-  SharedGraph next = history.redo.back();
-  history.redo.pop_back();
-  history.undo.push_back(HistoryState::capture(_nodes, _edges, layout.positions(), &next));
-  apply(next);
+  step(history.redo, history.undo);
   _status = "Rétabli.";
 }
 
