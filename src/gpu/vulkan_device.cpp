@@ -256,6 +256,18 @@ struct CommandList::Impl {
     return true;
   }
 
+  // A host-visible buffer holding a copy of `bytes`, alive until the list is done; null on failure.
+  VkBuffer filledBuffer(const void* bytes, std::size_t size, VkBufferUsageFlags usage) {
+    VkBuffer b;
+    VkDeviceMemory m;
+    if (!stagingBuffer(size, usage, &b, &m)) return VK_NULL_HANDLE;
+    void* p;
+    vkMapMemory(dev->device, m, 0, VK_WHOLE_SIZE, 0, &p);
+    std::memcpy(p, bytes, size);
+    vkUnmapMemory(dev->device, m);
+    return b;
+  }
+
   void readback(const TexturePtr& t, std::vector<std::uint8_t>* out) {
     prepare(t);
     keep.push_back(t);
@@ -328,14 +340,8 @@ void CommandList::dispatch(const std::string& kernel, std::span<const TexturePtr
 
   VkDescriptorBufferInfo tableInfo{dev->dummyBuffer, 0, VK_WHOLE_SIZE};
   if (!table.empty()) {
-    VkBuffer b;
-    VkDeviceMemory m;
-    if (!impl_->stagingBuffer(table.size_bytes(), VK_BUFFER_USAGE_STORAGE_BUFFER_BIT, &b, &m)) return;
-    void* p;
-    vkMapMemory(dev->device, m, 0, VK_WHOLE_SIZE, 0, &p);
-    std::memcpy(p, table.data(), table.size_bytes());
-    vkUnmapMemory(dev->device, m);
-    tableInfo.buffer = b;
+    tableInfo.buffer = impl_->filledBuffer(table.data(), table.size_bytes(), VK_BUFFER_USAGE_STORAGE_BUFFER_BIT);
+    if (!tableInfo.buffer) return;
   }
   auto tw = vkInit<VkWriteDescriptorSet>(VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET);
   tw.dstBinding = kTableBinding;
@@ -360,13 +366,8 @@ void CommandList::dispatch(const std::string& kernel, std::span<const TexturePtr
 void CommandList::upload(const TexturePtr& texture, const void* bytes, std::size_t size) {
   if (!texture || size < texture->byteSize()) return;
   impl_->prepare(texture);
-  VkBuffer b;
-  VkDeviceMemory m;
-  if (!impl_->stagingBuffer(texture->byteSize(), VK_BUFFER_USAGE_TRANSFER_SRC_BIT, &b, &m)) return;
-  void* p;
-  vkMapMemory(impl_->dev->device, m, 0, VK_WHOLE_SIZE, 0, &p);
-  std::memcpy(p, bytes, texture->byteSize());
-  vkUnmapMemory(impl_->dev->device, m);
+  VkBuffer b = impl_->filledBuffer(bytes, texture->byteSize(), VK_BUFFER_USAGE_TRANSFER_SRC_BIT);
+  if (!b) return;
   VkBufferImageCopy region{};
   region.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
   region.imageExtent = {std::uint32_t(texture->width()), std::uint32_t(texture->height()), std::uint32_t(texture->depth())};
@@ -415,13 +416,8 @@ void CommandList::drawTriangles(const std::string& pipelineName, const TexturePt
   }
   impl_->prepare(source);
   impl_->prepare(target);
-  VkBuffer b;
-  VkDeviceMemory m;
-  if (!impl_->stagingBuffer(vertices.size_bytes(), VK_BUFFER_USAGE_VERTEX_BUFFER_BIT, &b, &m)) return;
-  void* p;
-  vkMapMemory(dev->device, m, 0, VK_WHOLE_SIZE, 0, &p);
-  std::memcpy(p, vertices.data(), vertices.size_bytes());
-  vkUnmapMemory(dev->device, m);
+  VkBuffer b = impl_->filledBuffer(vertices.data(), vertices.size_bytes(), VK_BUFFER_USAGE_VERTEX_BUFFER_BIT);
+  if (!b) return;
 
   VkCommandBuffer cb = impl_->cb;
   auto color = vkInit<VkRenderingAttachmentInfoKHR>(VK_STRUCTURE_TYPE_RENDERING_ATTACHMENT_INFO_KHR);
