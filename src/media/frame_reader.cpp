@@ -129,6 +129,12 @@ std::unique_ptr<FrameReader> FrameReader::open(const std::filesystem::path& path
     if (error) *error = std::string(why) + " : " + path.filename().string();
     return nullptr;
   };
+  // FFmpeg's notes (a missing fast path, a timestamp fixed up) aren't the user's business.
+  static const bool quiet = [] {
+    av_log_set_level(AV_LOG_ERROR);
+    return true;
+  }();
+  (void)quiet;
   auto d = std::make_unique<Impl>();
   if (avformat_open_input(&d->format, path.c_str(), nullptr, nullptr) < 0) return fail("Vidéo illisible");
   if (avformat_find_stream_info(d->format, nullptr) < 0) return fail("Vidéo illisible");
@@ -154,6 +160,7 @@ std::unique_ptr<FrameReader> FrameReader::open(const std::filesystem::path& path
                                                   : d->format->duration > 0 ? d->format->duration / double(AV_TIME_BASE) : 0;
   info.frames = st->nb_frames > 0 ? int(st->nb_frames) : std::max(1, int(seconds * info.fps));
   info.frames = std::max(1, info.frames);
+  info.duration = seconds > 0 ? seconds : info.frames / info.fps;
   // Rotation from the display matrix, turned into the clockwise angle the picture is shown at.
   if (const std::uint8_t* matrix = av_stream_get_side_data(st, AV_PKT_DATA_DISPLAYMATRIX, nullptr)) {
     const double angle = -av_display_rotation_get(reinterpret_cast<const std::int32_t*>(matrix));
@@ -164,6 +171,14 @@ std::unique_ptr<FrameReader> FrameReader::open(const std::filesystem::path& path
   info.height = turned ? st->codecpar->width : st->codecpar->height;
   if (info.width < 1 || info.height < 1) return fail("Vidéo illisible");
   return std::unique_ptr<FrameReader>(new FrameReader(std::move(d)));
+}
+
+bool FrameReader::skip() {
+  Impl& d = *impl_;
+  if (d.next >= d.info.frames || !d.decodeNext()) return false;
+  d.next = d.indexOf(d.frame) + 1;
+  av_frame_unref(d.frame);
+  return true;
 }
 
 std::optional<SourcePicture> FrameReader::read(int frame) {

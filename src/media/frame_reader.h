@@ -16,6 +16,7 @@ struct ClipInfo {
   int height = 0;
   double fps = 25;    // the nominal rate, 25 when the file says 0
   int frames = 1;     // at least 1
+  double duration = 0;  // seconds, as the file says; frames / fps when it says nothing
   int rotation = 0;   // degrees the picture is turned for display: 0, 90, 180 or 270
 };
 
@@ -30,6 +31,8 @@ public:
   const ClipInfo& info() const;
   // The frame at index `frame` (clamped to the clip), premultiplied half floats, sRGB values.
   std::optional<SourcePicture> read(int frame);
+  // Decodes the next frame without converting it; false at the end.
+  bool skip();
   int nextFrame() const;  // the frame a sequential read would give without seeking
   int seeks() const;      // how many times it had to seek
 

@@ -30,6 +30,11 @@ public:
     timers_.erase(it);
   }
 
+  void postFromThread(std::function<void()> work) override {
+    // A queued call to the application object: Qt hands it to the main thread's loop.
+    QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(work), Qt::QueuedConnection);
+  }
+
 private:
   std::map<Token, QTimer*> timers_;
   Token next_ = 0;

@@ -3,9 +3,13 @@
 // manual scheduler with its own clock and decide when queued work runs.
 #include <cstdint>
 #include <functional>
+#include <chrono>
+#include <condition_variable>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <utility>
+#include <vector>
 
 namespace ombrik {
 
@@ -17,6 +21,9 @@ public:
   virtual Token postAfter(double seconds, std::function<void()> work) = 0;
   virtual void cancel(Token token) = 0;
   Token post(std::function<void()> work) { return postAfter(0, std::move(work)); }
+  // Work handed over by a background thread (a decoder, a worker): safe from any thread, runs
+  // on the main thread as soon as it is free, and cannot be cancelled.
+  virtual void postFromThread(std::function<void()> work) = 0;
 };
 
 // Posts to the event loop of the running QCoreApplication (queued, on its thread).
@@ -30,6 +37,19 @@ public:
     return t;
   }
   void cancel(Token token) override { queue_.erase(token); }
+  void postFromThread(std::function<void()> work) override {
+    {
+      std::lock_guard g(inboxLock_);
+      inbox_.push_back(std::move(work));
+    }
+    inboxSignal_.notify_all();
+  }
+  // Blocks until a background thread has handed over work, or `seconds` have passed; true if
+  // work is waiting. The clock doesn't move: this is real time spent by other threads.
+  bool waitForThreads(double seconds) {
+    std::unique_lock g(inboxLock_);
+    return inboxSignal_.wait_for(g, std::chrono::duration<double>(seconds), [&] { return !inbox_.empty(); });
+  }
   std::size_t pending() const { return queue_.size(); }
   double now() const { return now_; }
   // Runs what is due now, and what that makes due, until nothing due is left.
@@ -38,6 +58,7 @@ public:
   void advance(double seconds) {
     const double until = now_ + seconds;
     for (;;) {
+      takeInbox();
       auto due = queue_.end();
       for (auto it = queue_.begin(); it != queue_.end(); ++it)
         if (it->second.at <= until && (due == queue_.end() || it->second.at < due->second.at)) due = it;
@@ -55,6 +76,17 @@ private:
     double at;
     std::function<void()> work;
   };
+  void takeInbox() {
+    std::vector<std::function<void()>> handed;
+    {
+      std::lock_guard g(inboxLock_);
+      handed.swap(inbox_);
+    }
+    for (auto& w : handed) postAfter(0, std::move(w));
+  }
+  std::mutex inboxLock_;
+  std::condition_variable inboxSignal_;
+  std::vector<std::function<void()>> inbox_;
   std::map<Token, Item> queue_;  // by token: posting order breaks ties
   Token next_ = 0;
   double now_ = 0;

@@ -6,6 +6,7 @@
 #include <numeric>
 
 #include "../platform/temp_dir.h"
+#include "test_clips.h"
 #include "engine/half_float.h"
 #include "media/frame_reader.h"
 
@@ -14,32 +15,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kW = 64, kH = 36, kFrames = 40;
-int level(int frame) { return 16 + 6 * frame; }  // 16..250, 6 apart
+using test::frameShown;
+constexpr int kW = test::kClipW, kH = test::kClipH, kFrames = test::kClipFrames;
 
-// Encodes kFrames frames with the ffmpeg program; extra options pick the codec. Frames are flat
-// greys of their own level, or with `ramp` a left-to-right ramp (to tell orientations apart).
 fs::path writeClip(const TempDir& dir, const std::string& name, const std::string& codec, bool ramp = false) {
-  const fs::path out = dir.path / name;
-  const std::string cmd = "ffmpeg -v error -y -f rawvideo -pix_fmt gray -s " + std::to_string(kW) + "x" +
-                          std::to_string(kH) + " -r 25 -i - " + codec + " '" + out.string() + "'";
-  FILE* pipe = popen(cmd.c_str(), "w");
-  if (!pipe) return {};
-  std::vector<unsigned char> frame(kW * kH);
-  for (int i = 0; i < kFrames; ++i) {
-    for (int p = 0; p < kW * kH; ++p) frame[p] = static_cast<unsigned char>(ramp ? 20 + 3 * (p % kW) : level(i));
-    fwrite(frame.data(), 1, frame.size(), pipe);
-  }
-  return pclose(pipe) == 0 ? out : fs::path();
-}
-
-// The frame a picture shows, from its mean grey; -1 when it matches none.
-int frameShown(const SourcePicture& p) {
-  double sum = 0;
-  for (std::size_t i = 0; i < p.rgba->size(); i += 4) sum += halfToFloat((*p.rgba)[i + 1]);
-  const double grey = sum / (p.rgba->size() / 4) * 255.0;
-  const int frame = int(std::lround((grey - 16) / 6));
-  return std::abs(grey - level(frame)) < 2.5 ? frame : -1;
+  return test::writeClip(dir.path / name, codec, ramp);
 }
 
 void readsEveryFrameInAnyOrder(const fs::path& clip) {
@@ -130,4 +110,10 @@ TEST(FrameReader, BadFilesFailCleanly) {
       }
     }
   }
+}
+
+TEST(FrameReader, ImageSequenceIsFrameExact) {
+  TempDir dir;
+  // A numbered PNG sequence opens by its pattern, like a clip.
+  readsEveryFrameInAnyOrder(writeClip(dir, "plate_%04d.png", "-f image2 -start_number 0"));
 }

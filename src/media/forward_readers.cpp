@@ -1,0 +1,31 @@
+#include "media/forward_readers.h"
+
+#include "media/frame_reader.h"
+
+namespace ombrik {
+
+ForwardReaders::ForwardReaders() = default;
+ForwardReaders::~ForwardReaders() = default;
+
+void ForwardReaders::cancel() { readers_.clear(); }
+
+std::optional<SourcePicture> ForwardReaders::frame(const Uuid& id, const std::filesystem::path& url, int frame) {
+  Entry& e = readers_[id];
+  if (e.reader && e.last && frame == e.readerFrame - 1) return e.last;  // the same frame again
+  const int d = frame - e.readerFrame;
+  if (e.reader && d >= 0 && d <= 48) {
+    // Kept: forward only, the frames in between decoded and dropped.
+    while (e.reader->nextFrame() < frame && e.reader->skip()) {
+    }
+  } else {
+    // A jump: a new reader starts where it is wanted.
+    e.reader = FrameReader::open(url);
+    if (e.reader) ++opened_;
+  }
+  if (e.reader)
+    if (auto picture = e.reader->read(frame)) e.last = std::move(picture);
+  e.readerFrame = frame + 1;
+  return e.last;
+}
+
+}  // namespace ombrik

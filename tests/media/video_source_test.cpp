@@ -1,0 +1,144 @@
+// The viewer's clip: seeks land on exact frames off the main thread, and a burst of seeks during
+// one in flight runs only the newest. The forward readers of renders read each frame once.
+#include <gtest/gtest.h>
+
+#include "../platform/temp_dir.h"
+#include "media/forward_readers.h"
+#include "media/frame_reader.h"
+#include "media/video_source.h"
+#include "platform/scheduler.h"
+#include "test_clips.h"
+
+using namespace ombrik;
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Clip {
+  TempDir dir;
+  fs::path path = test::writeClip(dir.path / "clip.mp4", "-c:v libx264 -g 12 -bf 2 -pix_fmt yuv420p");
+};
+
+// Runs the main thread's side until the seek in flight has ended (or 20 s have passed).
+void settle(ManualScheduler& main, VideoSource& video) {
+  for (int i = 0; i < 400 && video.seekBusy(); ++i) {
+    main.waitForThreads(0.05);
+    main.runAll();
+  }
+}
+
+}  // namespace
+
+TEST(VideoSource, SeeksLandOnExactFramesAndOnlyTheNewestWishSurvives) {
+  Clip clip;
+  ASSERT_FALSE(clip.path.empty());
+  auto main = std::make_shared<ManualScheduler>();
+  auto video = VideoSource::open(clip.path, [main](std::function<void()> w) { main->postFromThread(std::move(w)); });
+  ASSERT_TRUE(video);
+  EXPECT_EQ(video->width(), test::kClipW);
+  EXPECT_EQ(video->height(), test::kClipH);
+  EXPECT_DOUBLE_EQ(video->fps(), 25);
+  EXPECT_EQ(video->frameCount(), test::kClipFrames);
+  EXPECT_FALSE(video->takeFrame()) << "nothing decoded before a seek";
+
+  for (int f : {31, 4, 39, 17}) {
+    bool done = false;
+    video->seek(f, [&] { done = true; });
+    EXPECT_TRUE(video->seekBusy());
+    settle(*main, *video);
+    EXPECT_TRUE(done);
+    auto got = video->takeFrame();
+    ASSERT_TRUE(got) << f;
+    EXPECT_EQ(got->frame, f);
+    EXPECT_EQ(test::frameShown(got->picture), f);
+    EXPECT_FALSE(video->takeFrame()) << "a frame is taken once";
+  }
+
+  // Three wishes while one seek is in flight: the first runs, the middle one is forgotten.
+  const int before = video->seeksRun();
+  std::vector<int> ended;
+  video->seek(2, [&] { ended.push_back(2); });
+  video->seek(20, [&] { ended.push_back(20); });
+  video->seek(500, [&] { ended.push_back(500); });  // clamped to the last frame
+  EXPECT_EQ(video->seekPending(), test::kClipFrames - 1);
+  settle(*main, *video);  // the first ends and starts the pending one
+  settle(*main, *video);
+  EXPECT_EQ(video->seeksRun() - before, 2);
+  EXPECT_EQ(ended, (std::vector<int>{2, 500}));
+  auto got = video->takeFrame();
+  ASSERT_TRUE(got);
+  EXPECT_EQ(test::frameShown(got->picture), test::kClipFrames - 1);
+  EXPECT_EQ(video->currentFrame(), test::kClipFrames - 1);
+
+  // A still is independent of the seeks.
+  auto still = video->still(7);
+  ASSERT_TRUE(still);
+  EXPECT_EQ(test::frameShown(*still), 7);
+}
+
+TEST(VideoSource, ASourceGoneBeforeItsSeekEndsIsForgotten) {
+  Clip clip;
+  auto main = std::make_shared<ManualScheduler>();
+  auto video = VideoSource::open(clip.path, [main](std::function<void()> w) { main->postFromThread(std::move(w)); });
+  ASSERT_TRUE(video);
+  bool ran = false;
+  video->seek(10, [&] { ran = true; });
+  video.reset();  // joins the decoder; its end, posted to the main thread, must do nothing
+  main->waitForThreads(5);
+  main->runAll();
+  EXPECT_FALSE(ran);
+}
+
+TEST(VideoSource, FilesWithoutVideoAreRefused) {
+  TempDir dir;
+  std::string error;
+  EXPECT_FALSE(VideoSource::open(dir.path / "absent.mov", nullptr, &error));
+  // Sound only: a movie file with no video track.
+  const fs::path sound = dir.path / "sound.mov";
+  ASSERT_EQ(std::system(("ffmpeg -v error -y -f lavfi -i sine=frequency=440:duration=1 -c:a pcm_s16le '" +
+                         sound.string() + "'").c_str()), 0);
+  EXPECT_FALSE(VideoSource::open(sound, nullptr, &error));
+  EXPECT_EQ(error, "Aucune piste vidéo : sound.mov");
+}
+
+TEST(ForwardReaders, ReadForwardOnceAndReopenOnlyOnJumps) {
+  Clip clip;
+  TempDir other;
+  const fs::path second = test::writeClip(other.path / "b.mov", "-c:v prores_ks");
+  ASSERT_FALSE(second.empty());
+  const Uuid a = Uuid::generate(), b = Uuid::generate();
+  ForwardReaders readers;
+  // Two clips read side by side, the second one frame behind, with a skip of 5.
+  for (int f : {0, 1, 2, 3, 8, 9, 10}) {
+    auto pa = readers.frame(a, clip.path, f);
+    auto pb = readers.frame(b, second, std::max(0, f - 1));
+    ASSERT_TRUE(pa && pb);
+    EXPECT_EQ(test::frameShown(*pa), f);
+    EXPECT_EQ(test::frameShown(*pb), std::max(0, f - 1));
+  }
+  EXPECT_EQ(readers.opened(), 2) << "walking forward never reopens";
+  auto back = readers.frame(a, clip.path, 3);  // backwards: a new reader
+  ASSERT_TRUE(back);
+  EXPECT_EQ(test::frameShown(*back), 3);
+  auto on = readers.frame(a, clip.path, 39);  // a skip of 35 reads on
+  ASSERT_TRUE(on);
+  EXPECT_EQ(test::frameShown(*on), 39);
+  EXPECT_EQ(readers.opened(), 3);
+
+  // Beyond 48 frames ahead a new reader is cheaper than reading on.
+  const fs::path longer = test::writeClip(other.path / "long.mp4", "-c:v libx264 -g 30 -pix_fmt yuv420p", false, 120);
+  const Uuid c = Uuid::generate();
+  ASSERT_TRUE(readers.frame(c, longer, 0));
+  auto jumped = readers.frame(c, longer, 60);
+  ASSERT_TRUE(jumped);
+  EXPECT_EQ(test::frameShown(*jumped), 60 % 40);  // the levels repeat every 40 frames
+  EXPECT_EQ(readers.opened(), 5);
+
+  // A vanished file gives the last good picture of that media.
+  fs::remove(second);
+  auto kept = readers.frame(b, second, 0);
+  ASSERT_TRUE(kept);
+  EXPECT_EQ(test::frameShown(*kept), 9);
+  readers.cancel();
+  EXPECT_FALSE(readers.frame(b, second, 4)) << "nothing is left after a cancel";
+}
