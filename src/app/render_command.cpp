@@ -129,6 +129,7 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
   const int count = last - first + 1;
   for (int frame = first; frame <= last; ++frame) {
     model._currentFrame = frame - 1;
+    model.loadVideoFrames(frame - 1);  // clips read forward, each frame exactly
     model.performRender(true);
     auto it = model.engine->outputs.find(outputID);
     if (it == model.engine->outputs.end())

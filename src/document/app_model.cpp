@@ -5,6 +5,8 @@
 
 #include "engine/engine.h"
 #include "engine/source_picture.h"
+#include "media/forward_readers.h"
+#include "media/video_source.h"
 #include "platform/app_paths.h"
 #include "platform/scheduler.h"
 #include "platform/user_defaults.h"

@@ -4,6 +4,7 @@
 // Operations are split into files by subject (app_model_*.cpp).
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -22,6 +23,8 @@
 namespace ombrik {
 
 class Engine;
+class ForwardReaders;
+class VideoSource;
 struct SourcePicture;
 class Scheduler;
 class UserDefaults;
@@ -178,8 +181,6 @@ public:
   // The 3D keyer's remembered colours, picked at a point in fractions of the picture.
   void keyerAddSample(const Uuid& id, Point at, bool subtract);
   void keyerClear(const Uuid& id);
-  // A picture made in memory becomes a media item of the project.
-  Uuid addMedia(const SourcePicture& picture, const std::string& name);
   void invalidatePlayCache() {}  // the play cache arrives with playback
   Node* nodeByID(const Uuid& id);
   const Node* nodeByID(const Uuid& id) const;
@@ -194,9 +195,51 @@ public:
   ProjectFile makeFile();
   bool write(const std::filesystem::path& url);
   bool load(const std::filesystem::path& url);
-  // Imports a still picture as a media item (under `id` when given); false when unreadable.
-  bool importStill(const std::filesystem::path& url, std::optional<Uuid> id = std::nullopt);
   UserDefaults& defaults() { return *defaults_; }
+
+  // ---- media (app_model_media.cpp)
+  std::map<Uuid, std::shared_ptr<VideoSource>> videos;  // by media id, one per open clip
+  std::set<std::string> inboxImported;                  // names already taken from the drop folder
+  bool _isPlaying = false;
+  // Reads one file into the media list: a clip through its first frame, a still through
+  // OpenImageIO; `assign` also puts it on a media node; `id` is kept when given. False, with a
+  // status, when the file can't be read.
+  bool importURL(const std::filesystem::path& url, bool assign = false, std::optional<Uuid> id = std::nullopt);
+  // Adds an already decoded picture; nothing, with a status, when its size is out of range.
+  std::optional<Uuid> addMedia(const SourcePicture& picture, const std::string& name,
+                               std::optional<std::filesystem::path> url = std::nullopt, bool assign = false,
+                               std::shared_ptr<VideoSource> video = nullptr, std::optional<Uuid> id = std::nullopt);
+  // Media the project names and that weren't found come back when their file reappears.
+  void relinkMissingMedia();
+  // The clip of the first media node whose media is an open clip; null without one.
+  VideoSource* activeVideo() const;
+  int batchFrames(const VideoSource& video) const;
+  // The idle pump: frames landed by seeks reach the engine, and the time follows the clip.
+  void startTimer();
+  void tick();
+  void seekFrame(int n);
+  void resetTime();
+  // Frame-exact pictures of every clip of the graph at `frame`, for renders that walk in order.
+  void loadVideoFrames(int frame);
+
+  // ---- the drop folder (app_model_inbox.cpp)
+  std::filesystem::path inboxDir();
+  void scanInbox();
+  void startInbox();  // a scan now and every 3 s
+  void importFromFinder(const std::vector<std::filesystem::path>& urls);
+
+  // ---- worlds made from files (app_model_worlds.cpp)
+  Uuid makeWorld(const Uuid& mediaID, const std::string& name, std::optional<Point> at = std::nullopt,
+                 std::optional<FilmShot> film = std::nullopt, std::optional<std::string> lut = std::nullopt);
+  std::optional<Uuid> createWorld(const std::filesystem::path& url, std::optional<Point> at = std::nullopt,
+                                  std::optional<FilmShot> film = std::nullopt,
+                                  std::optional<std::string> name = std::nullopt,
+                                  std::optional<std::string> lut = std::nullopt);
+  std::vector<Uuid> importAsWorlds(const std::vector<std::filesystem::path>& urls, std::optional<Point> at = std::nullopt);
+  Point worldPosition(const Batch& batch) const;
+  Point nextWorldSlot(std::optional<Uuid> group) const;
+  std::optional<Uuid> _openGroup;
+  bool _worldView = false;
 
   // ---- the life of a project (app_model_life.cpp)
   std::filesystem::path projectsDir();  // data/Projets, created when missing
@@ -232,6 +275,9 @@ private:
   std::function<void()> relaunch_;
   bool installed_ = false;
   std::optional<std::string> timelinesJSON_, groupsJSON_, userNodesJSON_;  // carried until their features exist
+  bool timerStarted_ = false;
+  std::optional<Scheduler::Token> inboxTimer_;
+  std::unique_ptr<ForwardReaders> renderReaders_;
 };
 
 }  // namespace ombrik

@@ -419,15 +419,4 @@ void AppModel::buildDefaultGraph() {
   _selected = ids[2];
 }
 
-Uuid AppModel::addMedia(const SourcePicture& picture, const std::string& name) {
-  MediaItem item;
-  item.id = Uuid::generate();
-  item.name = name;
-  item.width = picture.width;
-  item.height = picture.height;
-  if (engine) engine->addSource(picture, item.id);
-  _media.push_back(item);
-  return item.id;
-}
-
 }  // namespace ombrik

@@ -145,8 +145,8 @@ void AppModel::openBatch(const Uuid& id) {
   _selected.reset();
   _selection.clear();
   _viewedNode.reset();
+  resetTime();
   resetHistory();
-  requestRender();
 }
 
 }  // namespace ombrik

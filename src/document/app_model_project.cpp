@@ -63,20 +63,6 @@ bool AppModel::write(const fs::path& url) {
   return true;
 }
 
-bool AppModel::importStill(const fs::path& url, std::optional<Uuid> id) {
-  auto picture = SourcePicture::load(url);
-  if (!picture) return false;
-  MediaItem item;
-  item.id = id ? *id : Uuid::generate();
-  item.name = url.filename().string();
-  item.url = url;
-  item.width = picture->width;
-  item.height = picture->height;
-  if (engine) engine->addSource(*picture, item.id);
-  _media.push_back(item);
-  return true;
-}
-
 bool AppModel::load(const fs::path& url) {
   std::string text;
   {
@@ -96,7 +82,7 @@ bool AppModel::load(const fs::path& url) {
   for (const auto& ref : file->media) {
     const bool known = std::any_of(_media.begin(), _media.end(), [&](const MediaItem& m) { return m.id == ref.id; });
     std::error_code ec;
-    if (!known && fs::exists(ref.path, ec)) importStill(ref.path, ref.id);  // clips come with video import
+    if (!known && fs::exists(ref.path, ec)) importURL(ref.path, false, ref.id);
     if (std::none_of(_media.begin(), _media.end(), [&](const MediaItem& m) { return m.id == ref.id; })) {
       missingNames.push_back(ref.name);
       missing.push_back(ref);
@@ -105,6 +91,9 @@ bool AppModel::load(const fs::path& url) {
   missingMedia = missing;
   std::erase_if(_media, [&](const MediaItem& m) {
     return std::none_of(file->media.begin(), file->media.end(), [&](const MediaRef& r) { return r.id == m.id; });
+  });
+  std::erase_if(videos, [&](const auto& entry) {
+    return std::none_of(_media.begin(), _media.end(), [&](const MediaItem& m) { return m.id == entry.first; });
   });
   if (engine)
     for (const auto& [id, picture] : std::unordered_map<Uuid, SourcePicture>(engine->sources()))
@@ -135,7 +124,7 @@ bool AppModel::load(const fs::path& url) {
 
   _projectURL = url;
   defaults_->set("lastProjectPath", url.string());
-  _currentFrame = 0;
+  resetTime();
   resetHistory();
   history.dirty = false;
   if (!missingNames.empty()) {

@@ -11,13 +11,8 @@ void ForwardReaders::cancel() { readers_.clear(); }
 
 std::optional<SourcePicture> ForwardReaders::frame(const Uuid& id, const std::filesystem::path& url, int frame) {
   Entry& e = readers_[id];
-  if (e.reader && e.last && frame == e.readerFrame - 1) return e.last;  // the same frame again
-  const int d = frame - e.readerFrame;
-  if (e.reader && d >= 0 && d <= 48) {
-    // Kept: forward only, the frames in between decoded and dropped.
-    while (e.reader->nextFrame() < frame && e.reader->skip()) {
-    }
-  } else {
+  const int d = frame - e.readerFrame;  // -1: the same frame again, which the reader still holds
+  if (!(e.reader && d >= -1 && d <= FrameReader::kReadOnLimit)) {
     // A jump: a new reader starts where it is wanted.
     e.reader = FrameReader::open(url);
     if (e.reader) ++opened_;

@@ -26,24 +26,84 @@ struct FrameReader::Impl {
   AVRational timeBase{1, 25};
   std::int64_t startPts = 0;
   ClipInfo info;
-  int next = 0;   // the frame the decoder will give next, when known
   int seekCount = 0;
   bool ended = false;
+  // The last decoded picture (the one shown until the next one's time) and the one decoded
+  // after it, not reached yet. A frame index with no picture of its own shows the one before.
+  AVFrame* cur = nullptr;
+  int curIndex = -1;  // -1: none
+  AVFrame* ahead = nullptr;
+  int aheadIndex = -1;
+  std::optional<SourcePicture> curPicture;  // `cur` converted, once
+
+  std::filesystem::path path;
+
+  // The demuxer and decoder; nothing, or the reason it can't be read.
+  const char* openDecoder() {
+    if (avformat_open_input(&format, path.c_str(), nullptr, nullptr) < 0) return "Vidéo illisible";
+    if (avformat_find_stream_info(format, nullptr) < 0) return "Vidéo illisible";
+    stream = av_find_best_stream(format, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    if (stream < 0) return "Aucune piste vidéo";
+    AVStream* st = format->streams[stream];
+    const AVCodec* decoder = avcodec_find_decoder(st->codecpar->codec_id);
+    if (!decoder) return "Codec vidéo non pris en charge";
+    codec = avcodec_alloc_context3(decoder);
+    avcodec_parameters_to_context(codec, st->codecpar);
+    codec->thread_count = 0;  // as many as the machine has
+    if (avcodec_open2(codec, decoder, nullptr) < 0) return "Codec vidéo non pris en charge";
+    return nullptr;
+  }
+
+  // Back to the state of a fresh open, the first picture in `cur`. Near the start this is the
+  // one sure way to the same pictures as a walk from the start: some files' first keyframes
+  // decode differently after a seek (packed B-frames in AVI).
+  bool rewind() {
+    avcodec_free_context(&codec);
+    avformat_close_input(&format);
+    forget();
+    ended = false;
+    ++seekCount;
+    if (openDecoder() || !decodeNext()) return false;
+    av_frame_move_ref(cur, frame);
+    curIndex = 0;
+    return true;
+  }
 
   ~Impl() {
     if (sws) sws_freeContext(sws);
+    if (cur) av_frame_free(&cur);
+    if (ahead) av_frame_free(&ahead);
     if (frame) av_frame_free(&frame);
     if (packet) av_packet_free(&packet);
     if (codec) avcodec_free_context(&codec);
     if (format) avformat_close_input(&format);
   }
 
-  // The frame index a decoded frame stands for, from its timestamp.
-  int indexOf(const AVFrame* f) const {
-    std::int64_t pts = f->best_effort_timestamp != AV_NOPTS_VALUE ? f->best_effort_timestamp : f->pts;
-    if (pts == AV_NOPTS_VALUE) return next;
+  static std::int64_t timestampOf(const AVFrame* f) {
+    return f->best_effort_timestamp != AV_NOPTS_VALUE ? f->best_effort_timestamp : f->pts;
+  }
+  // The frame index a decoded frame stands for, from its timestamp; `fallback` without one.
+  int indexOf(const AVFrame* f, int fallback) const {
+    const std::int64_t pts = timestampOf(f);
+    if (pts == AV_NOPTS_VALUE) return fallback;
     const double seconds = double(pts - startPts) * av_q2d(timeBase);
     return int(std::floor(seconds * info.fps + 0.5));
+  }
+
+  // Decodes the next picture into `into`; false at the end or on an error.
+  bool decodeInto(AVFrame* into, int& index, int fallback) {
+    if (!decodeNext()) return false;
+    av_frame_unref(into);
+    av_frame_move_ref(into, frame);
+    index = indexOf(into, fallback);
+    return true;
+  }
+
+  void forget() {
+    curIndex = aheadIndex = -1;
+    curPicture.reset();
+    av_frame_unref(cur);
+    av_frame_unref(ahead);
   }
 
   // Decodes the next frame into `frame`; false at the end of the clip or on an error.
@@ -66,16 +126,33 @@ struct FrameReader::Impl {
     }
   }
 
-  bool seekTo(int target) {
-    const std::int64_t ts = startPts + std::int64_t(std::llround(target / info.fps / av_q2d(timeBase)));
-    if (av_seek_frame(format, stream, ts, AVSEEK_FLAG_BACKWARD) < 0) return false;
+  // To the keyframe at or before `frame` (which may be negative: before the first picture).
+  bool seekTo(int frame) {
+    const std::int64_t ts = startPts + std::int64_t(std::llround(frame / info.fps / av_q2d(timeBase)));
+    if (avformat_seek_file(format, stream, INT64_MIN, ts, ts, 0) < 0 &&
+        av_seek_frame(format, stream, ts, AVSEEK_FLAG_BACKWARD) < 0)
+      return false;
     avcodec_flush_buffers(codec);
     ended = false;
     ++seekCount;
     return true;
   }
 
-  std::optional<SourcePicture> convert() {
+  // Seeks so that the first picture decoded is at or before `target`, then decodes it into
+  // `cur`. Index and timestamps don't always agree (a decoder delay, packed B-frames): when the
+  // first picture comes out after the target, the seek goes further back.
+  bool seekBefore(int target) {
+    if (target <= FrameReader::kReadOnLimit) return rewind();
+    for (int margin : {0, 2, 8, 32, 128}) {
+      if (!seekTo(target - margin)) continue;
+      forget();
+      if (!decodeInto(cur, curIndex, target)) continue;
+      if (curIndex <= target) return true;
+    }
+    return curIndex >= 0;  // the best found: a picture after the target rather than none
+  }
+
+  std::optional<SourcePicture> convert(const AVFrame* frame) {
     const int w = frame->width, h = frame->height;
     sws = sws_getCachedContext(sws, w, h, AVPixelFormat(frame->format), w, h, AV_PIX_FMT_RGBA64LE, SWS_BILINEAR,
                                nullptr, nullptr, nullptr);
@@ -121,7 +198,6 @@ struct FrameReader::Impl {
 FrameReader::FrameReader(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 FrameReader::~FrameReader() = default;
 const ClipInfo& FrameReader::info() const { return impl_->info; }
-int FrameReader::nextFrame() const { return impl_->next; }
 int FrameReader::seeks() const { return impl_->seekCount; }
 
 std::unique_ptr<FrameReader> FrameReader::open(const std::filesystem::path& path, std::string* error) {
@@ -136,19 +212,13 @@ std::unique_ptr<FrameReader> FrameReader::open(const std::filesystem::path& path
   }();
   (void)quiet;
   auto d = std::make_unique<Impl>();
-  if (avformat_open_input(&d->format, path.c_str(), nullptr, nullptr) < 0) return fail("Vidéo illisible");
-  if (avformat_find_stream_info(d->format, nullptr) < 0) return fail("Vidéo illisible");
-  d->stream = av_find_best_stream(d->format, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-  if (d->stream < 0) return fail("Aucune piste vidéo");
+  d->path = path;
+  if (const char* why = d->openDecoder()) return fail(why);
   AVStream* st = d->format->streams[d->stream];
-  const AVCodec* decoder = avcodec_find_decoder(st->codecpar->codec_id);
-  if (!decoder) return fail("Codec vidéo non pris en charge");
-  d->codec = avcodec_alloc_context3(decoder);
-  avcodec_parameters_to_context(d->codec, st->codecpar);
-  d->codec->thread_count = 0;  // as many as the machine has
-  if (avcodec_open2(d->codec, decoder, nullptr) < 0) return fail("Codec vidéo non pris en charge");
   d->packet = av_packet_alloc();
   d->frame = av_frame_alloc();
+  d->cur = av_frame_alloc();
+  d->ahead = av_frame_alloc();
   d->timeBase = st->time_base;
   d->startPts = st->start_time != AV_NOPTS_VALUE ? st->start_time : 0;
 
@@ -170,38 +240,41 @@ std::unique_ptr<FrameReader> FrameReader::open(const std::filesystem::path& path
   info.width = turned ? st->codecpar->height : st->codecpar->width;
   info.height = turned ? st->codecpar->width : st->codecpar->height;
   if (info.width < 1 || info.height < 1) return fail("Vidéo illisible");
+  // The first picture is frame 0, whatever its timestamp: some files start a tick late. A file
+  // with no picture that decodes isn't a clip.
+  if (!d->decodeNext()) return fail("Vidéo illisible");
+  if (const std::int64_t first = Impl::timestampOf(d->frame); first != AV_NOPTS_VALUE) d->startPts = first;
+  av_frame_move_ref(d->cur, d->frame);
+  d->curIndex = 0;
   return std::unique_ptr<FrameReader>(new FrameReader(std::move(d)));
-}
-
-bool FrameReader::skip() {
-  Impl& d = *impl_;
-  if (d.next >= d.info.frames || !d.decodeNext()) return false;
-  d.next = d.indexOf(d.frame) + 1;
-  av_frame_unref(d.frame);
-  return true;
 }
 
 std::optional<SourcePicture> FrameReader::read(int frame) {
   Impl& d = *impl_;
   const int target = std::clamp(frame, 0, d.info.frames - 1);
-  if (target != d.next && !d.seekTo(target)) return std::nullopt;
-  // Decode forward to the frame whose timestamp is the target's; past the last one, the last.
-  std::optional<SourcePicture> last;
-  for (;;) {
-    if (!d.decodeNext()) {
-      d.next = d.info.frames;  // unknown position: the next read seeks
-      return last;
+  // Reading on is cheaper than a seek for short gaps forward; anything else seeks to the
+  // keyframe before the target and decodes forward from there.
+  if (d.curIndex < 0 || target < d.curIndex || target - d.curIndex > kReadOnLimit) {
+    if (!d.seekBefore(target)) {
+      d.forget();
+      return std::nullopt;
     }
-    const int index = d.indexOf(d.frame);
-    if (index < target) {
-      av_frame_unref(d.frame);
-      continue;
-    }
-    auto picture = d.convert();
-    av_frame_unref(d.frame);
-    d.next = index + 1;
-    return picture;
   }
+  for (;;) {
+    if (d.aheadIndex < 0 && !d.decodeInto(d.ahead, d.aheadIndex, d.curIndex + 1)) {
+      d.aheadIndex = -1;
+      break;  // the end: the last picture holds
+    }
+    if (d.aheadIndex > target) break;
+    std::swap(d.cur, d.ahead);
+    d.curIndex = d.aheadIndex;
+    d.aheadIndex = -1;
+    d.curPicture.reset();
+  }
+  if (!d.curPicture) d.curPicture = d.convert(d.cur);
+  return d.curPicture;
 }
+
+int FrameReader::nextFrame() const { return std::max(impl_->curIndex, 0); }
 
 }  // namespace ombrik

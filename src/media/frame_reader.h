@@ -1,7 +1,8 @@
 #pragma once
 // Frames of a clip on FFmpeg. A frame index always gives the same picture, whatever the order of
-// reads: a read at the next frame decodes on, any other seeks to the keyframe before it and
-// decodes forward to the frame's own timestamp.
+// reads: a read a little ahead decodes on, any other seeks to the keyframe before it and decodes
+// forward to the frame's own timestamp. A frame with no picture of its own (a dropped or held
+// frame) shows the picture before it, as a player would.
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -31,9 +32,9 @@ public:
   const ClipInfo& info() const;
   // The frame at index `frame` (clamped to the clip), premultiplied half floats, sRGB values.
   std::optional<SourcePicture> read(int frame);
-  // Decodes the next frame without converting it; false at the end.
-  bool skip();
-  int nextFrame() const;  // the frame a sequential read would give without seeking
+  // The first frame a read gives without seeking (frames from it up to kReadOnLimit further).
+  int nextFrame() const;
+  static constexpr int kReadOnLimit = 48;
   int seeks() const;      // how many times it had to seek
 
   struct Impl;

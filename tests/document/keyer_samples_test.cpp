@@ -16,7 +16,7 @@ TEST(KeyerSamples, PickedColoursFollowTheirRules) {
   for (int y = 0; y < 10; ++y)
     for (int x = 0; x < 20; ++x) px.insert(px.end(), x < 10 ? std::initializer_list<float>{0.1f, 0.8f, 0.2f, 1}
                                                              : std::initializer_list<float>{0.5f, 0.5f, 0.5f, 1});
-  const Uuid media = m.addMedia(SourcePicture::fromFloats(20, 10, px), "plaque");
+  const Uuid media = *m.addMedia(SourcePicture::fromFloats(20, 10, px), "plaque");
   m._media.back().width = 20, m._media.back().height = 10;
   const Uuid source = m.addNode(NodeKind::media(), {0, 0});
   m.setMedia(source, media);

@@ -117,3 +117,23 @@ TEST(FrameReader, ImageSequenceIsFrameExact) {
   // A numbered PNG sequence opens by its pattern, like a clip.
   readsEveryFrameInAnyOrder(writeClip(dir, "plate_%04d.png", "-f image2 -start_number 0"));
 }
+
+TEST(FrameReader, FarSeeksInALongClipAreFrameExact) {
+  TempDir dir;
+  const fs::path clip = test::writeLongClip(dir.path / "long.mp4", "-c:v libx264 -qp 0 -g 10 -bf 3 -pix_fmt yuvj420p");
+  ASSERT_FALSE(clip.empty());
+  auto reader = FrameReader::open(clip);
+  ASSERT_TRUE(reader);
+  ASSERT_EQ(reader->info().frames, test::kLongFrames);
+  // Far jumps both ways seek; short steps forward read on; the same frame again is free.
+  const int order[] = {70, 17, 79, 20, 21, 25, 24, 79, 30, 3, 78, 60, 60, 9, 55};
+  int seeksBefore = 0;
+  for (int f : order) {
+    seeksBefore = reader->seeks();
+    auto p = reader->read(f);
+    ASSERT_TRUE(p) << f;
+    EXPECT_EQ(test::longFrameShown(*p), f) << "grey " << test::meanGrey(*p);
+  }
+  EXPECT_EQ(reader->seeks(), seeksBefore) << "reading frame 55 after 9 reads on";
+  EXPECT_GE(reader->seeks(), 8);
+}

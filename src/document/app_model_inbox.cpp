@@ -1,0 +1,84 @@
+// The drop folder: outside tools leave media, or lists of paths, in Inbox, and each new file
+// becomes a world.
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
+#include "document/app_model.h"
+#include "media/media_files.h"
+#include "platform/scheduler.h"
+
+namespace ombrik {
+
+namespace fs = std::filesystem;
+
+fs::path AppModel::inboxDir() { return dataDir_ / "Inbox"; }
+
+void AppModel::startInbox() {
+  if (inboxTimer_) return;
+  scanInbox();
+  auto repeat = std::make_shared<std::function<void()>>();
+  *repeat = [this, repeat] {
+    scanInbox();
+    inboxTimer_ = later(3, *repeat);
+  };
+  inboxTimer_ = later(3, *repeat);
+}
+
+void AppModel::scanInbox() {
+  const fs::path dir = inboxDir();
+  std::error_code ec;
+  fs::create_directories(dir, ec);
+  std::vector<fs::path> files;
+  for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec))
+    if (it->is_regular_file(ec) && !it->path().filename().string().starts_with(".")) files.push_back(it->path());
+  std::sort(files.begin(), files.end());
+
+  for (const auto& file : files) {
+    if (file.extension() == ".ombrikimport") {
+      // One path per line, UTF-8; the list is consumed at once so it is never read twice.
+      std::ifstream in(file, std::ios::binary);
+      std::stringstream text;
+      text << in.rdbuf();
+      in.close();
+      fs::remove(file, ec);
+      std::vector<fs::path> paths;
+      std::string line;
+      while (std::getline(text, line)) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (!line.empty()) paths.emplace_back(line);
+      }
+      importFromFinder(paths);
+      continue;
+    }
+    const std::string name = file.filename().string();
+    if (!countsAsMedia(file) || inboxImported.count(name)) continue;
+    inboxImported.insert(name);
+    if (createWorld(file)) _status = "Nouveau monde créé : " + file.stem().string();
+  }
+}
+
+void AppModel::importFromFinder(const std::vector<fs::path>& urls) {
+  const auto media = expandMedia(urls);
+  std::vector<fs::path> fresh;
+  int known = 0;
+  for (const auto& url : media) {
+    std::error_code ec;
+    const fs::path absolute = fs::weakly_canonical(url, ec);
+    const bool inProject = std::any_of(_media.begin(), _media.end(), [&](const MediaItem& m) {
+      std::error_code e2;
+      return m.url && fs::weakly_canonical(*m.url, e2) == absolute;
+    });
+    if (inProject) ++known;
+    else fresh.push_back(url);
+  }
+  if (fresh.empty()) {
+    _status = media.empty() ? "Finder : aucun rush reconnu (vidéos .mov, .mp4, .mxf… ou images)."
+                            : "Finder : rien de nouveau · " + std::to_string(known) + " déjà dans le projet";
+    return;
+  }
+  _worldView = true;  // the map comes to the front
+  importAsWorlds(fresh);
+}
+
+}  // namespace ombrik

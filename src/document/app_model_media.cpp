@@ -1,0 +1,177 @@
+// The media list: files coming in, clips opened for the viewer, the idle pump that brings their
+// frames to the engine, and media found again after they went missing.
+#include <algorithm>
+#include <cmath>
+
+#include "document/app_model.h"
+#include "engine/engine.h"
+#include "engine/source_picture.h"
+#include "media/forward_readers.h"
+#include "media/media_files.h"
+#include "media/video_source.h"
+#include "platform/scheduler.h"
+
+namespace ombrik {
+
+namespace fs = std::filesystem;
+
+bool AppModel::importURL(const fs::path& url, bool assign, std::optional<Uuid> id) {
+  const std::string name = url.filename().string();
+  if (isMovieFile(url)) {
+    auto scheduler = scheduler_;
+    auto video = VideoSource::open(url, [scheduler](std::function<void()> work) {
+      scheduler->postFromThread(std::move(work));
+    });
+    auto still = video ? video->still(0) : std::nullopt;
+    if (!still) {
+      _status = "Impossible de lire la vidéo " + name + ".";
+      return false;
+    }
+    return addMedia(*still, name, url, assign, video, id).has_value();
+  }
+  auto picture = SourcePicture::load(url);
+  if (!picture) {
+    _status = "Impossible de lire " + name + ".";
+    return false;
+  }
+  return addMedia(*picture, name, url, assign, nullptr, id).has_value();
+}
+
+std::optional<Uuid> AppModel::addMedia(const SourcePicture& picture, const std::string& name,
+                                       std::optional<fs::path> url, bool assign, std::shared_ptr<VideoSource> video,
+                                       std::optional<Uuid> id) {
+  const int w = picture.width, h = picture.height;
+  if (w < 1 || w > 19999 || h < 1 || h > 19999 || !picture.rgba) {
+    _status = "Image invalide : " + name + ".";
+    return std::nullopt;
+  }
+  MediaItem item;
+  item.id = id ? *id : Uuid::generate();
+  item.name = name;
+  item.url = std::move(url);
+  item.width = w;
+  item.height = h;
+  item.frames = 0;
+  item.fps = 0;
+  if (engine) {
+    engine->addSource(picture, item.id);
+    item.thumb = engine->sourceThumb(item.id, 96);
+    item.poster = engine->sourceThumb(item.id, 360);
+  }
+  if (video) {
+    item.isVideo = true;
+    item.frames = video->frameCount();
+    item.fps = video->fps();
+    videos[item.id] = video;
+    video->seek(0);
+    startTimer();
+  }
+  _media.push_back(item);
+  if (assign) useMedia(item.id);
+  else requestRender();
+  return item.id;
+}
+
+void AppModel::relinkMissingMedia() {
+  if (missingMedia.empty()) return;
+  auto known = [&](const Uuid& id) {
+    return std::any_of(_media.begin(), _media.end(), [&](const MediaItem& m) { return m.id == id; });
+  };
+  int found = 0;
+  for (const auto& ref : std::vector<MediaRef>(missingMedia)) {
+    std::error_code ec;
+    if (known(ref.id) || !fs::exists(ref.path, ec)) continue;
+    importURL(ref.path, false, ref.id);
+    if (known(ref.id)) ++found;
+  }
+  std::erase_if(missingMedia, [&](const MediaRef& ref) { return known(ref.id); });
+  if (found > 0) {
+    const char* s = found > 1 ? "s" : "";
+    _status = std::to_string(found) + " média" + s + " retrouvé" + s + ".";
+  }
+}
+
+VideoSource* AppModel::activeVideo() const {
+  for (const auto& n : _nodes) {
+    if (n.kind->id != "media" || !n.mediaID) continue;
+    if (auto it = videos.find(*n.mediaID); it != videos.end()) return it->second.get();
+  }
+  return nullptr;
+}
+
+// A world cut from a film plays only its shot; that arrives with films, until then the clip.
+int AppModel::batchFrames(const VideoSource& video) const { return video.frameCount(); }
+
+void AppModel::startTimer() {
+  if (timerStarted_) return;
+  timerStarted_ = true;
+  // A repeating pump at 120 Hz; it stops with the model.
+  auto pump = std::make_shared<std::function<void()>>();
+  *pump = [this, pump] {
+    tick();
+    later(1.0 / 120, *pump);
+  };
+  later(1.0 / 120, *pump);
+}
+
+void AppModel::tick() {
+  if (_isPlaying) return;
+  bool landed = false;
+  std::set<Uuid> seen;
+  for (const auto& n : _nodes) {
+    if (n.kind->id != "media" || !n.mediaID || !seen.insert(*n.mediaID).second) continue;
+    auto it = videos.find(*n.mediaID);
+    if (it == videos.end()) continue;
+    if (auto frame = it->second->takeFrame()) {
+      if (engine) engine->updateSource(frame->picture, *n.mediaID);
+      landed = true;
+    }
+  }
+  if (VideoSource* v = activeVideo()) {
+    _frameCount = batchFrames(*v);
+    _fps = v->fps();
+  }
+  if (landed) requestRender();
+}
+
+void AppModel::seekFrame(int n) {
+  if (VideoSource* active = activeVideo()) {
+    _currentFrame = std::clamp(n, 0, batchFrames(*active) - 1);
+    // Every clip of the graph follows, not only the one that sets the length.
+    std::set<Uuid> seen;
+    for (const auto& node : _nodes)
+      if (node.kind->id == "media" && node.mediaID && seen.insert(*node.mediaID).second)
+        if (auto it = videos.find(*node.mediaID); it != videos.end()) it->second->seek(_currentFrame);
+    return;  // the picture comes with the pump
+  }
+  _currentFrame = std::clamp(n, 0, 99);
+  requestRender();
+}
+
+void AppModel::resetTime() {
+  _currentFrame = 0;
+  if (VideoSource* v = activeVideo()) {
+    v->seek(0);
+    _frameCount = batchFrames(*v);
+    _fps = v->fps();
+  } else {
+    _frameCount = 100;
+    _fps = 25;
+  }
+  requestRender();
+}
+
+void AppModel::loadVideoFrames(int frame) {
+  if (!engine) return;
+  if (!renderReaders_) renderReaders_ = std::make_unique<ForwardReaders>();
+  std::set<Uuid> seen;
+  for (const auto& n : _nodes) {
+    if (n.kind->id != "media" || !n.mediaID || !seen.insert(*n.mediaID).second) continue;
+    auto it = videos.find(*n.mediaID);
+    if (it == videos.end()) continue;
+    if (auto picture = renderReaders_->frame(*n.mediaID, it->second->url(), frame))
+      engine->updateSource(*picture, *n.mediaID);
+  }
+}
+
+}  // namespace ombrik
