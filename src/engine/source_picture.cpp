@@ -3,6 +3,7 @@
 #include <OpenImageIO/imagebuf.h>
 #include <OpenImageIO/imagebufalgo.h>
 #include <OpenImageIO/imageio.h>
+#include <OpenImageIO/strutil.h>
 
 #include <algorithm>
 #include <cmath>
@@ -10,6 +11,12 @@
 #include "engine/half_float.h"
 
 namespace ombrik {
+
+float linearToSRGB(float v) {
+  const float a = std::fabs(v);
+  const float e = a <= 0.0031308f ? 12.92f * a : 1.055f * std::pow(a, 1.0f / 2.4f) - 0.055f;
+  return std::copysign(e, v);
+}
 
 SourcePicture SourcePicture::fromFloats(int width, int height, const std::vector<float>& rgba) {
   auto halves = std::make_shared<std::vector<std::uint16_t>>(rgba.size());
@@ -32,10 +39,16 @@ std::optional<SourcePicture> SourcePicture::load(const std::filesystem::path& pa
   // OpenImageIO associates alpha on reading: the picture arrives premultiplied.
   if (!in->read_image(0, 0, 0, nc, OIIO::TypeDesc::FLOAT, pixels.data()))
     return fail("Image illisible : " + path.filename().string());
+  // Working values are sRGB-encoded. An EXR holds linear light unless its header says otherwise
+  // (ours, written from the working values, carry kEncodingAttribute): its colours are encoded on
+  // the way in, with the curve extended beyond 0..1 so highlights survive.
+  const bool linear = std::string(in->format_name()) == "openexr" &&
+                      !OIIO::Strutil::iequals(spec.get_string_attribute(kEncodingAttribute), "sRGB");
+  auto encode = [&](float v) { return linear ? linearToSRGB(v) : v; };
   std::vector<float> rgba(std::size_t(w) * h * 4);
   for (std::size_t i = 0; i < std::size_t(w) * h; ++i) {
     const float* p = &pixels[i * nc];
-    const float r = p[0], g = nc >= 3 ? p[1] : r, b = nc >= 3 ? p[2] : r;
+    const float r = encode(p[0]), g = nc >= 3 ? encode(p[1]) : r, b = nc >= 3 ? encode(p[2]) : r;
     const float a = nc == 2 ? p[1] : nc >= 4 ? p[3] : 1.0f;
     rgba[i * 4 + 0] = r, rgba[i * 4 + 1] = g, rgba[i * 4 + 2] = b, rgba[i * 4 + 3] = a;
   }

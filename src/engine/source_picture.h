@@ -21,6 +21,13 @@ struct SourcePicture {
   static std::optional<SourcePicture> load(const std::filesystem::path& path, std::string* error = nullptr);
 };
 
+// The sRGB curve, extended to any value by symmetry and continuation: linear light to the
+// working encoding.
+float linearToSRGB(float v);
+// The header attribute of the EXR files we write: their values are already sRGB-encoded
+// (OpenEXR has no colour space field of its own, and OpenImageIO reports every EXR as linear).
+inline constexpr const char* kEncodingAttribute = "ombrik:encoding";
+
 // The built-in picture shown when a development start has no footage: a dark vertical
 // gradient with soft round shapes, 1920 by 1080.
 struct SampleImage {

@@ -8,6 +8,7 @@
 #include <fstream>
 
 #include "../engine/colour_reference.h"
+#include "../media/test_clips.h"
 #include "../platform/temp_dir.h"
 #include "app/render_command.h"
 #include "document/project_file.h"
@@ -91,6 +92,40 @@ TEST(RenderCli, AnimatedColourFollowsItsCurveFrameByFrame) {
     const auto want = test::colourAtDefaults({0.4f, 0.3f, 0.2f}, exposure);
     for (int c = 0; c < 3; ++c) EXPECT_NEAR(px[(2 * 8 + 3) * 4 + c], want[c], 2.5e-3) << "frame " << frame << " channel " << c;
     EXPECT_NEAR(px[3], 1.0f, 1e-4);
+  }
+}
+
+TEST(RenderCli, AClipRendersFrameByFrame) {
+  TempDir dir;
+  const fs::path clip = test::writeClip(dir.path / "rush.mov", "-c:v libx264 -g 8 -bf 2 -pix_fmt yuv420p");
+  ASSERT_FALSE(clip.empty());
+  ProjectFile f;
+  const Uuid mediaID = Uuid::generate();
+  f.media = {{mediaID, "rush.mov", clip.string()}};
+  Batch w;
+  w.id = Uuid::generate();
+  w.name = "Plan_01";
+  Node media(*NodeKind::find("media")), out(*NodeKind::find("output"));
+  media.mediaID = mediaID;
+  w.nodes = {media, out};
+  w.edges = {{Uuid::generate(), media.id, out.id, 0, 0}};
+  f.batches = {w};
+  const fs::path project = dir.path / "rush.tarvom";
+  std::ofstream(project) << *ProjectCodec::encode(f);
+
+  // Frames 1.. of the command are the clip's frames 0..; a range in the middle, then a jump back.
+  const fs::path pattern = dir.path / "out_%03d.png";
+  for (const char* range : {"12-17", "2-3"}) {
+    const Result r = render({QString::fromStdString(project.string()), "--frames", range, "--out",
+                             QString::fromStdString(pattern.string())});
+    ASSERT_EQ(r.code, 0) << r.err;
+  }
+  for (int frame : {2, 3, 12, 13, 14, 15, 16, 17}) {
+    const auto px = readImage(RenderCommand::fileFor(pattern.string(), frame));
+    ASSERT_EQ(px.size(), std::size_t(test::kClipW) * test::kClipH * 4) << frame;
+    double sum = 0;
+    for (std::size_t i = 1; i < px.size(); i += 4) sum += px[i];
+    EXPECT_EQ(test::frameOfGrey(sum / double(px.size() / 4) * 255.0), frame - 1) << "image " << frame;
   }
 }
 
