@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "document/app_model.h"
+#include "engine/engine.h"
 #include "platform/scheduler.h"
 
 namespace ombrik {
@@ -145,6 +146,18 @@ void AppModel::openBatch(const Uuid& id) {
   _selected.reset();
   _selection.clear();
   _viewedNode.reset();
+  if (engine) {
+    // Textures of nodes of other worlds go; those of groups inside this one stay.
+    std::set<Uuid> ids;
+    std::function<void(const std::vector<Node>&)> collect = [&](const std::vector<Node>& nodes) {
+      for (const auto& n : nodes) {
+        ids.insert(n.id);
+        if (n.group) collect(n.group->nodes);
+      }
+    };
+    collect(_nodes);
+    engine->keepPool(ids);
+  }
   resetTime();
   resetHistory();
 }

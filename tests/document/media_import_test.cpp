@@ -241,3 +241,24 @@ TEST(MediaImport, TheDropFolderMakesOneWorldPerNewFile) {
   // Worlds made from files take free cells of the map, never the same one.
   EXPECT_NE(m->worldPosition(m->_batches[m->_batches.size() - 1]), m->worldPosition(m->_batches[m->_batches.size() - 2]));
 }
+
+TEST(MediaImport, OpeningAWorldKeepsOnlyItsOwnNodeTextures) {
+  Fixture t;
+  auto m = t.make();
+  ASSERT_TRUE(m->importURL(t.still("a.png")));
+  const Uuid first = *m->_currentBatchID;
+  const Uuid second = m->makeWorld(m->_media.back().id, "B");
+  const Uuid firstNode = m->_nodes.front().id;
+  m->openBatch(second);
+  const Uuid secondNode = m->_nodes.front().id;
+  auto kept = m->engine->tex(secondNode, 0);
+  auto dropped = m->engine->tex(firstNode, 0);
+  auto work = m->engine->workTexture("scratch");
+  m->openBatch(first);  // back: the second world's textures go, the first's are new
+  EXPECT_NE(m->engine->tex(secondNode, 0), kept);
+  m->openBatch(second);
+  EXPECT_NE(m->engine->tex(firstNode, 0), dropped);
+  EXPECT_EQ(m->engine->workTexture("scratch"), work) << "work textures belong to no world";
+  // A world opened keeps its own: asking twice gives the same texture.
+  EXPECT_EQ(m->engine->tex(secondNode, 0), m->engine->tex(secondNode, 0));
+}
