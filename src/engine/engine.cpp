@@ -11,6 +11,8 @@
 namespace ombrik {
 
 Engine::~Engine() {
+  // The clip queue ends first: a frame being read ahead still needs its reader.
+  clipReading_.reset();
   // Every texture goes before the device that made it.
   ev_.reset();
   outputs.clear();
@@ -24,6 +26,7 @@ Engine::~Engine() {
   pool_.clear();
   imageCache_.clear();
   rawCache_.clear();
+  vfCache_.clear();
 }
 
 Engine::Options Engine::defaultOptions() {

@@ -6,7 +6,8 @@
 //
 // Operations are split by subject: engine.cpp (device, comp, sources, pool, passes),
 // engine_evaluate.cpp (the evaluation order, inputs, alpha), engine_produce_raw.cpp (what each
-// kind computes), engine_files.cpp (stills, raw frames, export).
+// kind computes), engine_files.cpp (stills, raw frames, export), engine_video_frames.cpp (frames
+// read straight from clips).
 #include <array>
 #include <filesystem>
 #include <map>
@@ -115,8 +116,22 @@ public:
   Tex rawNoise(const std::filesystem::path& path, bool cap);
   Tex cachedImage(const std::filesystem::path& path, int width, int height);
   bool export_(const Tex& texture, const std::filesystem::path& path, std::string* error = nullptr);
+  std::size_t imageCacheBytes() const { return imageBytes_; }
+  // Empties the still cache, the pool and the raw cache.
+  void purgeImageCache();
+  // Forgets the raw frames whose path begins with `prefix`: a job calls it before rewriting them.
+  void purgeRaw(const std::string& prefix);
   // Pixels of a texture as floats (rgba, row 0 on top), on a command list of its own.
   std::vector<float> readPixels(const Tex& texture);
+
+  // ---- clip frames (engine_video_frames.cpp)
+  // Frame `frame` (clamped to the clip) conformed to the comp size; nothing when the file isn't a
+  // readable clip. The last 12 are kept; reading on from the last frame asked costs no wait.
+  Tex videoFrame(const std::filesystem::path& path, int frame);
+  // Forgets the cached frames and closes the readers, so that a clip rewritten under the same
+  // name is read again.
+  void purgeVideoFrames();
+  std::size_t videoFrameCount() const { return vfCache_.size(); }
 
   // ---- read-backs for the interface (engine_readback.cpp)
   // Mean colour of the square x-r..x+r, y-r..y+r cut to the texture; nothing when empty.
@@ -167,6 +182,21 @@ private:
   std::vector<std::string> rawOrder_;
   std::size_t rawBytes_ = 0;
   std::mutex rawLock_;
+
+  // Clip frames. The cache and what is known of each clip belong to the evaluating thread; the
+  // readers and the frame read ahead live on a queue of their own (engine_video_frames.cpp).
+  struct ClipInfoEntry {
+    double fps = 25;
+    int frames = 1;
+  };
+  struct ClipReading;
+  struct ClipReadingDeleter {
+    void operator()(ClipReading* reading) const;  // stops the queue before the readers go
+  };
+  std::map<std::string, Tex> vfCache_;
+  std::vector<std::string> vfOrder_;
+  std::map<std::string, ClipInfoEntry> vfInfo_;
+  std::unique_ptr<ClipReading, ClipReadingDeleter> clipReading_;  // made on the first clip read
 
   std::unique_ptr<Eval> ev_;  // set while an evaluation runs
   std::unordered_map<Uuid, Tex> alphaSide_;

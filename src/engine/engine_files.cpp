@@ -197,6 +197,35 @@ Engine::Tex Engine::cachedImage(const fs::path& path, int width, int height) {
   return out;
 }
 
+void Engine::purgeImageCache() {
+  imageCache_.clear();
+  imageOrder_.clear();
+  imageBytes_ = 0;
+  {
+    std::lock_guard g(poolLock_);
+    pool_.clear();
+  }
+  std::lock_guard g(rawLock_);
+  rawCache_.clear();
+  rawOrder_.clear();
+  rawBytes_ = 0;
+}
+
+void Engine::purgeRaw(const std::string& prefix) {
+  std::lock_guard g(rawLock_);
+  for (auto it = rawOrder_.begin(); it != rawOrder_.end();) {
+    if (it->compare(0, prefix.size(), prefix) != 0) {
+      ++it;
+      continue;
+    }
+    if (auto entry = rawCache_.find(*it); entry != rawCache_.end()) {
+      if (const Tex& t = entry->second) rawBytes_ -= std::size_t(t->width()) * t->height() * 8;
+      rawCache_.erase(entry);
+    }
+    it = rawOrder_.erase(it);
+  }
+}
+
 bool Engine::export_(const Tex& texture, const fs::path& path, std::string* error) {
   const std::vector<float> pixels = readPixels(texture);
   if (pixels.empty() || texture->is3D()) {
@@ -217,6 +246,7 @@ bool Engine::export_(const Tex& texture, const fs::path& path, std::string* erro
   spec.attribute("oiio:UnassociatedAlpha", 1);  // write the values as they are, no division by alpha
   // The working values are sRGB-encoded; an EXR carries them unconverted too.
   spec.attribute("oiio:ColorSpace", "sRGB");
+  spec.attribute(kEncodingAttribute, "sRGB");
   const bool written = out->open(tmp.string(), spec) && out->write_image(OIIO::TypeDesc::FLOAT, pixels.data()) && out->close();
   return publish(tmp, path, written, error);
 }
