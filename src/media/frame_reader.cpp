@@ -54,9 +54,9 @@ struct FrameReader::Impl {
     return nullptr;
   }
 
-  // Back to the state of a fresh open, the first picture in `cur`. Near the start this is the
-  // one sure way to the same pictures as a walk from the start: some files' first keyframes
-  // decode differently after a seek (packed B-frames in AVI).
+  // Back to the state of a fresh open, the first picture in `cur`. For the start this is the one
+  // sure way to the pictures of a walk from the start: some files' first frames decode
+  // differently after a seek (packed B-frames in AVI).
   bool rewind() {
     avcodec_free_context(&codec);
     avformat_close_input(&format);
@@ -142,8 +142,8 @@ struct FrameReader::Impl {
   // `cur`. Index and timestamps don't always agree (a decoder delay, packed B-frames): when the
   // first picture comes out after the target, the seek goes further back.
   bool seekBefore(int target) {
-    if (target <= FrameReader::kReadOnLimit) return rewind();
     for (int margin : {0, 2, 8, 32, 128}) {
+      if (target - margin <= 0) return rewind();  // the start itself: as fresh as an open
       if (!seekTo(target - margin)) continue;
       forget();
       if (!decodeInto(cur, curIndex, target)) continue;
