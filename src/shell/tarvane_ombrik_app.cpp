@@ -29,6 +29,11 @@ int TarvaneOmbrikApp::run(int argc, char** argv) {
   dialogs->setParent(&window);
   // Nothing is lost at quit: the project is written over itself, or to the automatic file.
   QObject::connect(&app, &QApplication::aboutToQuit, [&model] { model.autosave(); });
+  // Media that went missing may be back each time the artist returns to the program.
+  QObject::connect(&app, &QGuiApplication::applicationStateChanged, [&model](Qt::ApplicationState state) {
+    if (state == Qt::ApplicationActive) model.relinkMissingMedia();
+  });
+  model.startInbox();
   window.show();
   return app.exec();
 }
