@@ -222,6 +222,38 @@ public:
   // Frame-exact pictures of every clip of the graph at `frame`, for renders that walk in order.
   void loadVideoFrames(int frame);
 
+  // ---- the viewer (app_model_viewer.cpp)
+  enum class ViewMode { node, compare };
+  struct ViewRect {
+    double x = 0, y = 0, width = 0, height = 0;
+  };
+  bool _viewLocked = false;     // the viewer stays on _viewedNode whatever is selected
+  bool _viewerFull = false;     // the viewer fills the window
+  bool _fullContext = false;    // in full view the viewed node stays while others are selected
+  bool viewWithoutMatte = false;
+  int _viewChannel = 4;         // 1 source, 2 back, 3 alpha, 4 result
+  ViewMode _viewMode = ViewMode::node;
+  int _compareStyle = 0;        // 0 toggle, 1 wipe, 2 difference
+  bool _showingBefore = false;
+  double _wipe = 0.5;
+  bool _showMatte = false;
+  bool _overlaysHidden = false;
+  double viewZoom = 1;
+  Point viewPan;                // view points, y down
+  std::optional<Uuid> displayedNodeID() const;
+  // F1 to F4: a channel in full view, the same key again back; F4 twice quickly locks the result.
+  void flameView(int k);
+  void setViewChannel(int k);
+  void setPreviewScale(double scale);
+  // Zoom by `scale` (clamped to 0.1 ... 64) about a point of the view, else its centre.
+  void zoomViewer(double scale, std::optional<Point> at, double viewWidth, double viewHeight);
+  void fitViewer();                                        // zoom 1, no pan
+  void actualPixels(double viewWidth, double viewHeight, double backingScale);  // one picture pixel a pixel
+  ViewRect viewerRect(double viewWidth, double viewHeight) const;
+  double viewerPixelRatio(double viewWidth, double viewHeight, double backingScale) const;
+  std::string timecode() const;
+  std::string viewedTitle() const;
+
   // ---- the drop folder (app_model_inbox.cpp)
   std::filesystem::path inboxDir();
   void scanInbox();
@@ -276,6 +308,7 @@ private:
   bool installed_ = false;
   std::optional<std::string> timelinesJSON_, groupsJSON_, userNodesJSON_;  // carried until their features exist
   bool timerStarted_ = false;
+  double lastF4_ = -1e9;
   std::optional<Scheduler::Token> inboxTimer_;
   std::unique_ptr<ForwardReaders> renderReaders_;
 };

@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QTimer>
+#include <chrono>
 #include <map>
 
 namespace ombrik {
@@ -30,6 +31,9 @@ public:
     timers_.erase(it);
   }
 
+  double now() const override {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+  }
   void postFromThread(std::function<void()> work) override {
     // A queued call to the application object: Qt hands it to the main thread's loop.
     QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(work), Qt::QueuedConnection);

@@ -21,6 +21,8 @@ public:
   virtual Token postAfter(double seconds, std::function<void()> work) = 0;
   virtual void cancel(Token token) = 0;
   Token post(std::function<void()> work) { return postAfter(0, std::move(work)); }
+  // Seconds on a steady clock; the manual scheduler's own clock in tests.
+  virtual double now() const = 0;
   // Work handed over by a background thread (a decoder, a worker): safe from any thread, runs
   // on the main thread as soon as it is free, and cannot be cancelled.
   virtual void postFromThread(std::function<void()> work) = 0;
@@ -51,7 +53,7 @@ public:
     return inboxSignal_.wait_for(g, std::chrono::duration<double>(seconds), [&] { return !inbox_.empty(); });
   }
   std::size_t pending() const { return queue_.size(); }
-  double now() const { return now_; }
+  double now() const override { return now_; }
   // Runs what is due now, and what that makes due, until nothing due is left.
   void runAll() { advance(0); }
   // Moves the clock on, running work as it falls due, in order of time then of posting.
