@@ -5,6 +5,7 @@
 
 #include "engine/engine.h"
 #include "engine/source_picture.h"
+#include "document/play_state.h"
 #include "media/forward_readers.h"
 #include "media/video_source.h"
 #include "platform/app_paths.h"

@@ -22,8 +22,12 @@
 
 namespace ombrik {
 
+namespace gpu {
+class Texture;
+}
 class Engine;
 class ForwardReaders;
+struct PlayState;
 class VideoSource;
 struct SourcePicture;
 class Scheduler;
@@ -181,7 +185,6 @@ public:
   // The 3D keyer's remembered colours, picked at a point in fractions of the picture.
   void keyerAddSample(const Uuid& id, Point at, bool subtract);
   void keyerClear(const Uuid& id);
-  void invalidatePlayCache() {}  // the play cache arrives with playback
   Node* nodeByID(const Uuid& id);
   const Node* nodeByID(const Uuid& id) const;
 
@@ -253,6 +256,28 @@ public:
   double viewerPixelRatio(double viewWidth, double viewHeight, double backingScale) const;
   std::string timecode() const;
   std::string viewedTitle() const;
+
+  // ---- playback (app_model_playback.cpp)
+  std::unique_ptr<PlayState> play;
+  std::set<int> _cachedFrames;          // frames in the play cache, for the transport
+  std::optional<double> playEvalScale;  // evaluation scale while playing
+  bool canPlay() const { return true; }  // a world is always playable; timelines will decide for themselves
+  int pbFrames() const;
+  double pbFPS() const;
+  std::optional<Uuid> playTarget() const;
+  // The media shown untouched by `id`: media → (output through port 0, nothing on port 1); else none.
+  std::optional<Uuid> passthroughMedia(const Uuid& id) const;
+  void togglePlay();
+  void startPlayback();
+  void stopPlayback();
+  void invalidatePlayCache();
+  void setupCacheSize();
+  void kickRender();
+  void playTick();
+  int clockFrame() const;
+  void countFrame(const std::string& label, double fps);
+  // What the viewer draws: the play display while playing, else the displayed node's result.
+  std::shared_ptr<gpu::Texture> viewerTexture() const;
 
   // ---- the drop folder (app_model_inbox.cpp)
   std::filesystem::path inboxDir();

@@ -14,7 +14,7 @@ CompSize AppModel::fullCompSize(int width, int height) {
 }
 
 void AppModel::requestRender() {
-  if (renderQueued) return;
+  if (renderQueued || _isPlaying) return;  // playing shows the play cache
   renderQueued = true;
   later(0, [this] { performRender(false); });
 }
@@ -31,7 +31,7 @@ void AppModel::recomputeComp() {
     }
   }
   const CompSize full = fullCompSize(base.width, base.height);
-  const double scale = _previewScale;
+  const double scale = playEvalScale ? *playEvalScale : _previewScale;  // playing evaluates at the cache size
   const int w = std::max(1, int(full.width * scale)), h = std::max(1, int(full.height * scale));
   if (engine) {
     engine->setComp(w, h, true);

@@ -10,17 +10,13 @@
 #include "engine/engine_eval_state.h"
 #include "engine/half_float.h"
 #include "gpu/device.h"
+#include "platform/system_memory.h"
 
 namespace ombrik {
 
 namespace fs = std::filesystem;
 
 namespace {
-
-std::size_t physicalMemory() {
-  const long pages = sysconf(_SC_PHYS_PAGES), size = sysconf(_SC_PAGE_SIZE);
-  return pages > 0 && size > 0 ? std::size_t(pages) * std::size_t(size) : std::size_t(8) << 30;
-}
 
 void putU32(std::string& out, std::uint32_t v) {
   for (int i = 0; i < 4; ++i) out.push_back(char((v >> (8 * i)) & 0xFF));
@@ -137,7 +133,7 @@ Engine::Tex Engine::rawNoise(const fs::path& path, bool cap) {
   rawCache_[key] = t;
   rawOrder_.push_back(key);
   rawBytes_ += std::size_t(t->width()) * t->height() * 8;
-  const std::size_t budget = std::min(physicalMemory() / 6, std::size_t(24) << 30);
+  const std::size_t budget = std::min(physicalMemoryBytes() / 6, std::size_t(24) << 30);
   while (rawBytes_ > budget && !rawOrder_.empty() && rawOrder_.front() != key) {
     const Tex& old = rawCache_[rawOrder_.front()];
     if (old) rawBytes_ -= std::size_t(old->width()) * old->height() * 8;
@@ -187,7 +183,7 @@ Engine::Tex Engine::cachedImage(const fs::path& path, int width, int height) {
   imageCache_[key] = {date, out};
   imageOrder_.push_back(key);
   imageBytes_ += std::size_t(width) * height * 8;
-  const std::size_t budget = std::min(physicalMemory() / 16, std::size_t(6442450944ull));
+  const std::size_t budget = std::min(physicalMemoryBytes() / 16, std::size_t(6442450944ull));
   while (imageOrder_.size() >= 2 && imageBytes_ > budget) {
     const Tex& old = imageCache_[imageOrder_.front()].texture;
     if (old) imageBytes_ -= std::size_t(old->width()) * old->height() * 8;

@@ -1,0 +1,250 @@
+// Playback on the evaluated path: the frames of the played node are made one at a time, in the
+// order of the clock, into a cache of small 8-bit textures, and shown by the wall clock. While the
+// cache fills, the clock waits for the renderer, so the first pass shows every frame.
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "document/app_model.h"
+#include "document/play_state.h"
+#include "engine/engine.h"
+#include "media/video_source.h"
+#include "platform/scheduler.h"
+#include "platform/system_memory.h"
+#include "platform/user_defaults.h"
+
+namespace ombrik {
+
+int AppModel::pbFrames() const {
+  const VideoSource* v = activeVideo();
+  return v ? std::max(1, batchFrames(*v)) : 100;
+}
+
+double AppModel::pbFPS() const {
+  const VideoSource* v = activeVideo();
+  return v ? std::max(1.0, v->fps()) : 25.0;
+}
+
+std::optional<Uuid> AppModel::playTarget() const { return displayedNodeID(); }
+
+std::optional<Uuid> AppModel::passthroughMedia(const Uuid& id) const {
+  std::set<Uuid> seen;
+  std::optional<Uuid> at = id;
+  while (at && seen.insert(*at).second) {
+    const Node* n = nodeByID(*at);
+    if (!n) return std::nullopt;
+    if (n->kind->id == "media") return n->mediaID;
+    if (n->kind->id != "output") return std::nullopt;
+    const Edge* in = nullptr;
+    for (const auto& e : _edges) {
+      if (e.to != *at) continue;
+      if (e.port == 1) return std::nullopt;  // a matte on the output: not the source as it is
+      if (e.port == 0) in = &e;
+    }
+    if (!in || in->fromPort != 0) return std::nullopt;
+    at = in->from;
+  }
+  return std::nullopt;
+}
+
+void AppModel::togglePlay() {
+  if (!canPlay()) return;
+  if (_isPlaying) stopPlayback();
+  else startPlayback();
+}
+
+void AppModel::startPlayback() {
+  if (!canPlay() || !engine) return;
+  if (!play) play = std::make_unique<PlayState>();
+  PlayState& p = *play;
+  if (p.target != playTarget()) {
+    p.cache.clear();
+    _cachedFrames.clear();
+    p.target = playTarget();
+  }
+  if (_currentFrame >= pbFrames() - 1) _currentFrame = 0;
+  setupCacheSize();
+  auto hit = p.cache.find(_currentFrame);
+  p.display = hit != p.cache.end() ? hit->second : nullptr;
+  p.displayFrame = _currentFrame;
+  p.startTime = scheduler_->now();
+  p.startFrame = p.head = _currentFrame;
+  p.fpsCount = 0;
+  p.fpsT0 = p.startTime;
+  _isPlaying = true;
+  if (!p.timerRunning) {
+    p.timerRunning = true;
+    auto tick = std::make_shared<std::function<void()>>();
+    *tick = [this, tick] {
+      if (!play || !_isPlaying) {
+        if (play) play->timerRunning = false;
+        return;
+      }
+      playTick();
+      later(1.0 / 240, *tick);
+    };
+    later(1.0 / 240, *tick);
+  }
+  kickRender();
+}
+
+void AppModel::stopPlayback() {
+  if (!play) return;
+  PlayState& p = *play;
+  const bool wasPlaying = _isPlaying;
+  _isPlaying = false;
+  ++p.generation;
+  if (wasPlaying) _currentFrame = p.head;
+  p.readers.cancel();
+  p.working = false;
+  p.display = nullptr;
+  playEvalScale.reset();
+  std::set<Uuid> seen;
+  for (const auto& n : _nodes)  // the viewer's clips stand where playback stopped
+    if (n.kind->id == "media" && n.mediaID && seen.insert(*n.mediaID).second)
+      if (auto it = videos.find(*n.mediaID); it != videos.end()) it->second->seek(_currentFrame);
+  requestRender();
+}
+
+void AppModel::invalidatePlayCache() {
+  if (!play) return;
+  ++play->generation;
+  play->working = false;
+  if (!play->cache.empty() || !_cachedFrames.empty()) {
+    play->cache.clear();
+    _cachedFrames.clear();
+  }
+  if (_isPlaying) kickRender();
+}
+
+void AppModel::setupCacheSize() {
+  PlayState& p = *play;
+  const int n = pbFrames();
+  const int w = std::max(1, _compSize.width), h = std::max(1, _compSize.height);
+  const double boost = defaults_->real("boostPercent");
+  const auto size = playCacheSize(w, h, n, defaults_->integer("playMaxSide"),
+                                  playCacheBytes(double(physicalMemoryBytes()), boost));
+  if (size.width != p.cacheW || size.height != p.cacheH) {
+    p.cache.clear();
+    _cachedFrames.clear();
+  }
+  p.cacheW = size.width;
+  p.cacheH = size.height;
+  p.budgetFrames = n;
+  playEvalScale = std::min(double(p.cacheW) / w, _previewScale);
+  recomputeComp();
+}
+
+int AppModel::clockFrame() const {
+  const PlayState& p = *play;
+  const int n = pbFrames();
+  const int f = p.startFrame + int(std::floor((scheduler_->now() - p.startTime) * pbFPS()));
+  return ((f % n) + n) % n;
+}
+
+void AppModel::kickRender() {
+  if (!play || !_isPlaying || play->working || !canPlay() || !engine) return;
+  PlayState& p = *play;
+  if (p.target != playTarget()) {
+    p.cache.clear();
+    _cachedFrames.clear();
+    p.target = playTarget();
+  }
+  const int n = pbFrames();
+  if (int(p.cache.size()) >= std::min(p.budgetFrames, n)) return;
+  const int clock = clockFrame();
+  std::optional<int> frame;
+  for (int k = 0; k < n && !frame; ++k)
+    if (!p.cache.count((clock + k) % n)) frame = (clock + k) % n;
+  if (!frame || !p.target) return;
+
+  // One frame a turn of the event loop, on the main thread: the engine is never shared
+  // between threads, and the interface stays responsive between two frames.
+  p.working = true;
+  const int generation = p.generation;
+  later(0, [this, generation, f = *frame] {
+    if (!play || play->generation != generation) return;
+    PlayState& p = *play;
+    gpu::TexturePtr made;
+    std::set<Uuid> seen;
+    for (const auto& node : _nodes)
+      if (node.kind->id == "media" && node.mediaID && seen.insert(*node.mediaID).second)
+        if (auto it = videos.find(*node.mediaID); it != videos.end())
+          if (auto picture = p.readers.frame(*node.mediaID, it->second->url(), f))
+            engine->updateSource(*picture, *node.mediaID);
+    if (auto source = passthroughMedia(*p.target); source && engine->sources().count(*source)) {
+      made = engine->fastFrame(engine->sources().at(*source), p.cacheW, p.cacheH);
+    } else {
+      evalFrameOverride = f;
+      std::vector<Node> nodes;
+      nodes.reserve(_nodes.size());
+      for (const auto& node : _nodes) nodes.push_back(resolved(node));
+      evalFrameOverride.reset();
+      engine->alwaysEval.insert(*p.target);
+      engine->evaluate(nodes, _edges, float(f / pbFPS()));
+      engine->alwaysEval.erase(*p.target);
+      if (auto out = engine->outputs.find(*p.target); out != engine->outputs.end() && out->second)
+        made = engine->snapshotScaled(out->second, p.cacheW, p.cacheH);
+    }
+    p.working = false;
+    if (_isPlaying && made) {
+      p.cache[f] = made;
+      _cachedFrames.insert(f);
+      kickRender();
+    }
+  });
+}
+
+void AppModel::playTick() {
+  if (!play || !_isPlaying) return;
+  PlayState& p = *play;
+  const int n = pbFrames();
+  int c = clockFrame();
+  if (c == p.head) return;
+  if (!p.cache.count(c) && int(p.cache.size()) < n) {
+    // Filling: the clock waits for the renderer and never skips a frame.
+    p.startTime = scheduler_->now();
+    p.startFrame = p.head;
+    const int next = (p.head + 1) % n;
+    if (!p.cache.count(next)) {
+      kickRender();
+      return;
+    }
+    c = next;
+    p.startFrame = c;
+  }
+  auto hit = p.cache.find(c);
+  if (hit == p.cache.end()) return;
+  p.head = c;
+  p.display = hit->second;
+  p.displayFrame = c;
+  ++_frameID;  // the viewer redraws
+  countFrame("Lecture (" + std::to_string(p.cache.size()) + "/" + std::to_string(n) + ")", pbFPS());
+  if (scheduler_->now() - p.lastUI > 0.12) {
+    _currentFrame = c;
+    p.lastUI = scheduler_->now();
+  }
+  kickRender();
+}
+
+void AppModel::countFrame(const std::string& label, double fps) {
+  PlayState& p = *play;
+  ++p.fpsCount;
+  const double now = scheduler_->now(), elapsed = now - p.fpsT0;
+  if (elapsed < 1) return;
+  char text[64];
+  std::snprintf(text, sizeof text, " : %.1f i/s (vidéo %.0f i/s)", p.fpsCount / elapsed, fps);
+  _status = label + text;
+  p.fpsCount = 0;
+  p.fpsT0 = now;
+}
+
+std::shared_ptr<gpu::Texture> AppModel::viewerTexture() const {
+  if (_isPlaying && play) return play->display;
+  const auto id = displayedNodeID();
+  if (!engine || !id) return nullptr;
+  auto it = engine->outputs.find(*id);
+  return it != engine->outputs.end() ? it->second : nullptr;
+}
+
+}  // namespace ombrik

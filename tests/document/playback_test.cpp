@@ -1,0 +1,117 @@
+// Playback on the evaluated path: the cache fills without skipping a frame, the clock then runs
+// on its own, a change of the graph refills it, stopping lands on the frame shown. Sizes and
+// budgets of the cache.
+#include <gtest/gtest.h>
+
+#include "../media/test_clips.h"
+#include "../platform/temp_dir.h"
+#include "document/app_model.h"
+#include "document/play_state.h"
+#include "engine/engine.h"
+#include "platform/scheduler.h"
+
+using namespace ombrik;
+
+namespace {
+
+struct Fixture {
+  TempDir dir;
+  std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
+  std::unique_ptr<AppModel> m = std::make_unique<AppModel>(AppModel::Options{
+      .blankStart = true, .withEngine = true, .scheduler = clock, .defaultsFile = (dir.path / "d.conf").string(),
+      .dataDir = dir.path / "data"});
+};
+
+// The frame an 8-bit cached texture shows, from its mean green.
+int frameOf(AppModel& m, const gpu::TexturePtr& t) {
+  const auto px = m.engine->readPixels(t);
+  double sum = 0;
+  for (std::size_t i = 1; i < px.size(); i += 4) sum += px[i];
+  return test::frameOfGrey(sum / double(px.size() / 4) * 255.0);
+}
+
+}  // namespace
+
+TEST(Playback, CacheSizesAndBudgets) {
+  EXPECT_DOUBLE_EQ(playCacheBytes(16e9, 0), 3.6e9);
+  EXPECT_DOUBLE_EQ(playCacheBytes(8e9, 0), 1e9) << "never under 1 GB";
+  EXPECT_DOUBLE_EQ(playCacheBytes(128e9, 50), 40e9) << "never over 40 GB";
+  EXPECT_DOUBLE_EQ(playCacheBytes(32e9, 50), 10e9);
+  // A short clip fits whole at the long-side limit.
+  auto s = playCacheSize(3840, 2160, 100, 2048, 3.6e9);
+  EXPECT_EQ(s.width, 2048);
+  EXPECT_EQ(s.height, 1152);
+  // A long one shrinks so that every frame fits, never under 16.
+  s = playCacheSize(1920, 1080, 10000, 2048, 3.6e9);
+  EXPECT_LE(double(s.width) * s.height * 4 * 10000, 3.6e9);
+  EXPECT_LT(s.width, 1920 / 2);
+  s = playCacheSize(1920, 1080, 100000000, 0, 1e9);
+  EXPECT_EQ(s.width, 16);
+  EXPECT_EQ(s.height, 16);
+}
+
+TEST(Playback, FillsInOrderThenRunsByTheClock) {
+  Fixture t;
+  AppModel& m = *t.m;
+  ASSERT_TRUE(m.engine);
+  // media → dot → colour at its defaults → output; the dot keeps the path evaluated
+  ASSERT_TRUE(m.importURL(test::writeClip(t.dir.path / "clip.mp4", "-c:v libx264 -g 10 -bf 2 -pix_fmt yuv420p")));
+  const Uuid out = m._nodes.front().id;
+  const Uuid media = m.addNode(NodeKind::media(), {0, 0});
+  const Uuid dot = m.addNode(*NodeKind::find("dot"), {100, 0});
+  const Uuid color = m.addNode(NodeKind::color(), {200, 0});
+  m.setMedia(media, m._media.back().id);
+  m.connect(media, dot, 0, 0);
+  m.connect(dot, out, 0, 0);
+  m.select(std::nullopt);
+  t.clock->runAll();
+  ASSERT_EQ(m.pbFrames(), test::kClipFrames);
+  EXPECT_FALSE(m.passthroughMedia(*m.playTarget())) << "effects stand between the clip and the output";
+
+  m._currentFrame = test::kClipFrames - 1;  // play from the last frame starts at 0
+  m.togglePlay();
+  ASSERT_TRUE(m._isPlaying);
+  EXPECT_EQ(m._currentFrame, 0);
+  // Filling: each frame takes a turn of the loop; the clock never skips one.
+  std::vector<int> shown;
+  for (int i = 0; i < 400 && m._cachedFrames.size() < std::size_t(test::kClipFrames); ++i) {
+    t.clock->advance(0.02);
+    if (shown.empty() || shown.back() != m.play->displayFrame) shown.push_back(m.play->displayFrame);
+  }
+  ASSERT_EQ(m._cachedFrames.size(), std::size_t(test::kClipFrames));
+  for (std::size_t i = 1; i < shown.size(); ++i) EXPECT_EQ(shown[i], shown[i - 1] + 1) << "no frame skipped";
+  for (int f : {0, 7, 23, 39}) EXPECT_EQ(frameOf(m, m.play->cache.at(f)), f) << "cached frame " << f;
+  EXPECT_LE(m.play->cacheW, m._compSize.width);
+
+  // Full: the clock alone decides, 25 frames a second, looping.
+  const int head = m.play->head;
+  t.clock->advance(1.0);
+  EXPECT_NEAR((m.play->head - head + test::kClipFrames) % test::kClipFrames, 25, 1);
+  EXPECT_NE(m._status.find("i/s (vidéo 25 i/s)"), std::string::npos) << m._status;
+
+  // A change of the graph empties the cache and fills again from the clock frame.
+  m.intercalate(color, m._edges.back().id);  // colour between the dot and the output
+  EXPECT_TRUE(m._cachedFrames.empty());
+  t.clock->runAll();  // jobs follow one another within a turn of the manual loop
+  EXPECT_EQ(m._cachedFrames.size(), std::size_t(test::kClipFrames));
+  EXPECT_NE(frameOf(m, m.play->cache.at(7)), 7) << "frames made again through the colour node";
+
+  m.togglePlay();
+  EXPECT_FALSE(m._isPlaying);
+  EXPECT_EQ(m._currentFrame, m.play->head) << "stopping lands on the frame shown";
+  EXPECT_FALSE(m.playEvalScale);
+}
+
+TEST(Playback, ASourceShownAsItIsPlaysWithoutTheGraph) {
+  Fixture t;
+  AppModel& m = *t.m;
+  ASSERT_TRUE(m.importURL(test::writeClip(t.dir.path / "clip.mov", "-c:v prores_ks"), false));
+  const Uuid media = m.addNode(NodeKind::media(), {0, 0});
+  m.setMedia(media, m._media.back().id);
+  const Uuid out = m._nodes.front().id;  // the blank world's output
+  m.connect(media, out, 0, 0);
+  EXPECT_EQ(m.passthroughMedia(out), m._media.back().id);
+  const Uuid other = m.addNode(NodeKind::media(), {0, 0});
+  m.connect(other, out, 1, 0);
+  EXPECT_FALSE(m.passthroughMedia(out)) << "a wire on port 1 of the output";
+}
