@@ -1,18 +1,68 @@
 #include "shell/main_window.h"
 
 #include <QLabel>
+#include <QSplitter>
+#include <QStatusBar>
+#include <QTimer>
+#include <QVBoxLayout>
 
 #include "document/app_model.h"
+#include "shell/inspector_widget.h"
+#include "shell/main_menus.h"
+#include "shell/node_editor.h"
+#include "shell/shown_text.h"
+#include "shell/transport_bar.h"
+#include "shell/viewer_widget.h"
 
 namespace ombrik {
 
+namespace {
+constexpr int kRefreshMs = 33;  // about 30 times a second: renders land at most that often
+}
+
 MainWindow::MainWindow(AppModel& model, QWidget* parent) : QMainWindow(parent), model_(model) {
   setWindowTitle("Ombrik");
+
+  auto* picture = new QWidget(this);
+  auto* pictureColumn = new QVBoxLayout(picture);
+  pictureColumn->setContentsMargins(0, 0, 0, 0);
+  pictureColumn->setSpacing(0);
+  viewer_ = new ViewerWidget(model_, picture);
+  transport_ = new TransportBar(model_, picture);
+  pictureColumn->addWidget(viewer_, 1);
+  pictureColumn->addWidget(transport_);
+
+  auto* left = new QSplitter(Qt::Vertical, this);
+  nodeEditor_ = new NodeEditor(model_, left);
+  left->addWidget(picture);
+  left->addWidget(nodeEditor_);
+  left->setStretchFactor(0, 3);
+  left->setStretchFactor(1, 2);
+
+  auto* columns = new QSplitter(Qt::Horizontal, this);
+  inspector_ = new InspectorWidget(model_, columns);
+  columns->addWidget(left);
+  columns->addWidget(inspector_);
+  columns->setStretchFactor(0, 1);
+  columns->setStretchFactor(1, 0);
+  setCentralWidget(columns);
+
+  status_ = new QLabel(this);
+  status_->setObjectName("status");
   world_ = new QLabel(this);
-  world_->setAlignment(Qt::AlignCenter);
   world_->setObjectName("worldName");
-  setCentralWidget(world_);
+  world_->setAlignment(Qt::AlignCenter);
+  statusBar()->addWidget(status_, 1);
+  statusBar()->addPermanentWidget(world_);
+
+  menus_ = new MainMenus(*this, model_, *viewer_);
   resize(1280, 800);
+  columns->setSizes({960, 320});
+  left->setSizes({470, 330});
+
+  ticker_ = new QTimer(this);
+  connect(ticker_, &QTimer::timeout, this, [this] { refresh(); });
+  ticker_->start(kRefreshMs);
   refresh();
 }
 
@@ -21,6 +71,18 @@ QString MainWindow::worldName() const {
   return world ? QString::fromStdString(world->name) : QString();
 }
 
-void MainWindow::refresh() { world_->setText(worldName()); }
+void MainWindow::refresh() {
+  const QString name = worldName();
+  if (world_->text() != name) world_->setText(name);
+  if (model_._status != shownStatus_) {
+    shownStatus_ = model_._status;
+    status_->setText(shown(shownStatus_));
+  }
+  viewer_->refresh();
+  transport_->refresh();
+  inspector_->refresh();
+  nodeEditor_->refresh();
+  menus_->refresh();
+}
 
 }  // namespace ombrik

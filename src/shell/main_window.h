@@ -1,21 +1,43 @@
 #pragma once
+// The main window: viewer and transport over the node editor, the inspector beside them, the
+// status line below. It only places the widgets and keeps them in step with the model.
 #include <QMainWindow>
+#include <string>
 
 class QLabel;
+class QTimer;
 
 namespace ombrik {
 
 class AppModel;
+class InspectorWidget;
+class MainMenus;
+class NodeEditor;
+class TransportBar;
+class ViewerWidget;
 
 class MainWindow : public QMainWindow {
 public:
   explicit MainWindow(AppModel& model, QWidget* parent = nullptr);
-  void refresh();  // re-reads the model
+  void refresh();  // re-reads the model; cheap when nothing changed
   QString worldName() const;
+
+  ViewerWidget* viewer() const { return viewer_; }
+  TransportBar* transport() const { return transport_; }
+  InspectorWidget* inspector() const { return inspector_; }
+  NodeEditor* nodeEditor() const { return nodeEditor_; }
 
 private:
   AppModel& model_;
   QLabel* world_ = nullptr;
+  QLabel* status_ = nullptr;
+  std::string shownStatus_;
+  ViewerWidget* viewer_ = nullptr;
+  TransportBar* transport_ = nullptr;
+  InspectorWidget* inspector_ = nullptr;
+  NodeEditor* nodeEditor_ = nullptr;
+  MainMenus* menus_ = nullptr;
+  QTimer* ticker_ = nullptr;
 };
 
 }  // namespace ombrik

@@ -5,6 +5,7 @@
 
 #include "document/app_model.h"
 #include "platform/app_paths.h"
+#include "shell/dark_theme.h"
 #include "shell/main_window.h"
 #include "shell/qt_dialogs.h"
 
@@ -14,6 +15,7 @@ int TarvaneOmbrikApp::run(int argc, char** argv) {
   QApplication app(argc, argv);
   QApplication::setOrganizationName("Tarvane");
   QApplication::setApplicationName("Ombrik");
+  applyDarkTheme(app);
   AppPaths::shared().prepare();
 
   auto dialogs = std::make_shared<QtDialogs>();

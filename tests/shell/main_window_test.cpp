@@ -1,19 +1,26 @@
 #include <gtest/gtest.h>
 
-#include <QApplication>
+#include <QDir>
 #include <QLabel>
+#include <QStyle>
+#include <QStyleFactory>
+#include <QTest>
+#include <cstdlib>
 
+#include "../platform/temp_dir.h"
 #include "document/app_model.h"
+#include "engine/engine.h"
 #include "platform/scheduler.h"
+#include "shell/dark_theme.h"
+#include "shell/inspector_widget.h"
 #include "shell/main_window.h"
+#include "shell/viewer_widget.h"
+#include "shell_app.h"
 
 using namespace ombrik;
 
 TEST(MainWindow, TitledOmbrikShowingTheWorld) {
-  int argc = 1;
-  char name[] = "shell_tests";
-  char* argv[] = {name, nullptr};
-  QApplication app(argc, argv);
+  test::shellApp();
   AppModel model(AppModel::Options{.blankStart = true, .withEngine = false, .scheduler = std::make_shared<ManualScheduler>()});
   MainWindow window(model);
   window.show();
@@ -25,4 +32,57 @@ TEST(MainWindow, TitledOmbrikShowingTheWorld) {
   model._batches[0].name = "Plan_07";
   window.refresh();
   EXPECT_EQ(label->text(), "Plan_07");
+}
+
+namespace {
+// Spread of the grey levels: a blank or single-colour window has none.
+double greyVariance(const QImage& image) {
+  double sum = 0, sum2 = 0;
+  const int n = image.width() * image.height();
+  for (int y = 0; y < image.height(); ++y)
+    for (int x = 0; x < image.width(); ++x) {
+      const double g = qGray(image.pixel(x, y));
+      sum += g;
+      sum2 += g * g;
+    }
+  const double mean = sum / n;
+  return sum2 / n - mean * mean;
+}
+}  // namespace
+
+// The whole window on the example world, saved for people to look at: the picture, the graph
+// and the settings of the selected node must all be there.
+TEST(MainWindow, ScreenshotOfTheExampleWorld) {
+  QApplication& app = test::shellApp();
+  const QString oldStyle = app.style()->name();
+  const QPalette oldPalette = app.palette();
+  applyDarkTheme(app);
+  TempDir dir;
+  auto clock = std::make_shared<ManualScheduler>();
+  AppModel model(AppModel::Options{.scheduler = clock, .defaultsFile = (dir.path / "defaults.conf").string(),
+                                   .dataDir = dir.path / "data"});
+  ASSERT_TRUE(model.engine) << model._status;
+  MainWindow window(model);
+  window.resize(1280, 800);
+  window.show();
+  ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+  clock->runAll();
+  window.refresh();
+  QCoreApplication::processEvents();
+
+  const QImage shot = window.grab().toImage();
+  const char* support = std::getenv("OMBRIK_SUPPORT");
+  const QDir folder(support ? QDir(QString::fromLocal8Bit(support)).absoluteFilePath("../screenshots")
+                            : QDir::temp().absoluteFilePath("ombrik-screenshots"));
+  ASSERT_TRUE(QDir().mkpath(folder.path()));
+  EXPECT_TRUE(shot.save(folder.absoluteFilePath("main_window.png")));
+
+  EXPECT_GT(greyVariance(shot), 100) << "the window shows more than a flat colour";
+  ASSERT_FALSE(window.viewer()->picture().isNull()) << "the viewer shows a rendered picture";
+  const QImage viewer = window.viewer()->grab().toImage();
+  EXPECT_GT(greyVariance(viewer), 100) << "the picture in the viewer has content";
+  EXPECT_FALSE(window.inspector()->row("amount") == nullptr) << "the selected node's settings are listed";
+
+  app.setStyle(QStyleFactory::create(oldStyle));
+  app.setPalette(oldPalette);
 }

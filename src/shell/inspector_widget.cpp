@@ -1,0 +1,90 @@
+#include "shell/inspector_widget.h"
+
+#include <QLabel>
+#include <QScrollArea>
+#include <QVBoxLayout>
+
+#include "document/app_model.h"
+#include "shell/param_row.h"
+#include "shell/shown_text.h"
+
+namespace ombrik {
+
+InspectorWidget::InspectorWidget(AppModel& model, QWidget* parent) : QWidget(parent), model_(model) {
+  setObjectName("inspector");
+  setMinimumWidth(300);
+  auto* column = new QVBoxLayout(this);
+  column->setContentsMargins(10, 10, 10, 10);
+  title_ = new QLabel(this);
+  title_->setObjectName("inspectorTitle");
+  title_->setStyleSheet("QLabel { font-size: 15px; font-weight: bold; }");
+  info_ = new QLabel(this);
+  info_->setWordWrap(true);
+  info_->setStyleSheet("QLabel { color: #9a9aa2; }");
+  column->addWidget(title_);
+  column->addWidget(info_);
+
+  auto* scroll = new QScrollArea(this);
+  scroll->setWidgetResizable(true);
+  scroll->setFrameShape(QFrame::NoFrame);
+  rows_ = new QWidget(scroll);
+  rowsLayout_ = new QVBoxLayout(rows_);
+  rowsLayout_->setContentsMargins(0, 6, 0, 0);
+  rowsLayout_->addStretch(1);
+  scroll->setWidget(rows_);
+  column->addWidget(scroll, 1);
+  rebuild();
+}
+
+std::optional<Uuid> InspectorWidget::target() const {
+  if (model_.inspectedID && model_.nodeByID(*model_.inspectedID)) return model_.inspectedID;
+  if (model_._selected && model_.nodeByID(*model_._selected)) return model_._selected;
+  return std::nullopt;
+}
+
+ParamRow* InspectorWidget::row(const std::string& key) const {
+  for (ParamRow* r : rowList_)
+    if (r->spec().key == key) return r;
+  return nullptr;
+}
+
+void InspectorWidget::rebuild() {
+  for (ParamRow* r : rowList_) delete r;
+  rowList_.clear();
+  shownParams_.clear();
+  shownAnim_.clear();
+  shownFrame_ = -1;
+  const Node* n = node_ ? model_.nodeByID(*node_) : nullptr;
+  kind_ = n ? n->kind->id : std::string();
+  if (!n) {
+    title_->setText(shown("Sélectionnez un node pour voir ses réglages."));
+    info_->clear();
+    return;
+  }
+  title_->setText(qs(n->kind->title.value()));
+  info_->setText(linuxKeys(qs(n->kind->info.value())));
+  const Uuid id = n->id;
+  const std::vector<ParamSpec> specs = n->kind->params;  // rows keep their own copy
+  for (const auto& spec : specs) {
+    auto* r = new ParamRow(model_, id, spec, rows_);
+    rowsLayout_->insertWidget(rowsLayout_->count() - 1, r);
+    rowList_.push_back(r);
+  }
+}
+
+void InspectorWidget::refresh() {
+  const std::optional<Uuid> now = target();
+  const Node* n = now ? model_.nodeByID(*now) : nullptr;
+  if (now != node_ || (n && n->kind->id != kind_)) {
+    node_ = now;
+    rebuild();
+  }
+  if (!n) return;
+  if (n->params == shownParams_ && n->anim == shownAnim_ && model_._currentFrame == shownFrame_) return;
+  shownParams_ = n->params;
+  shownAnim_ = n->anim;
+  shownFrame_ = model_._currentFrame;
+  for (ParamRow* r : rowList_) r->refresh();
+}
+
+}  // namespace ombrik

@@ -1,0 +1,46 @@
+#pragma once
+// The settings of one node: the inspected node, else the selected one. Rows are built when that
+// node changes and only re-read when its values or the time change.
+#include <QWidget>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "graph/keyframe.h"
+#include "graph/uuid.h"
+
+class QLabel;
+class QVBoxLayout;
+
+namespace ombrik {
+
+class AppModel;
+class ParamRow;
+
+class InspectorWidget : public QWidget {
+public:
+  explicit InspectorWidget(AppModel& model, QWidget* parent = nullptr);
+  void refresh();
+  std::optional<Uuid> shownNode() const { return node_; }
+  ParamRow* row(const std::string& key) const;  // nothing when the node has no such parameter
+
+private:
+  std::optional<Uuid> target() const;
+  void rebuild();
+
+  AppModel& model_;
+  std::optional<Uuid> node_;
+  std::string kind_;
+  QLabel* title_ = nullptr;
+  QLabel* info_ = nullptr;
+  QWidget* rows_ = nullptr;
+  QVBoxLayout* rowsLayout_ = nullptr;
+  std::vector<ParamRow*> rowList_;
+  // What the rows show, so an unchanged node costs a comparison and no widget work.
+  std::map<std::string, double> shownParams_;
+  std::map<std::string, std::vector<Keyframe>> shownAnim_;
+  int shownFrame_ = -1;
+};
+
+}  // namespace ombrik

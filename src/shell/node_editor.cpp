@@ -1,0 +1,346 @@
+#include "shell/node_editor.h"
+
+#include <QContextMenuEvent>
+#include <QMenu>
+#include <QPainter>
+#include <QWheelEvent>
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "document/app_model.h"
+#include "shell/kind_menu.h"
+#include "shell/schematic_painter.h"
+
+namespace ombrik {
+
+namespace {
+constexpr double kDragThreshold = 3;    // pixels before a press becomes a drag
+constexpr double kPortReach = 10;       // pixels around a port that still grab it
+constexpr double kPortReachMax = 17;    // graph units: zoomed out, a port never covers its node
+constexpr int kFramedSize = 80;         // an editor smaller than this is not laid out yet
+constexpr double kWheelLine = 10;       // pixels a wheel line pans, as the schematic counts it
+constexpr qint64 kSpaceTapMs = 400;   // a longer press of Space is no tap
+const Point kPasteOffset{40, 40};
+
+Point pt(QPointF p) { return {p.x(), p.y()}; }
+}  // namespace
+
+NodeEditor::NodeEditor(AppModel& model, QWidget* parent) : QWidget(parent), model_(model) {
+  setObjectName("nodeEditor");
+  setFocusPolicy(Qt::StrongFocus);
+  setMouseTracking(true);
+  setMinimumSize(200, 160);
+}
+
+schematic::View& NodeEditor::currentView() { return views_[model_._currentBatchID.value_or(Uuid())]; }
+
+schematic::View NodeEditor::view() const {
+  auto it = views_.find(model_._currentBatchID.value_or(Uuid()));
+  return it == views_.end() ? schematic::View{} : it->second;
+}
+
+void NodeEditor::setView(const schematic::View& v) {
+  currentView() = v;
+  update();
+}
+
+QPointF NodeEditor::toView(Point g) const {
+  const Point v = view().toView(g);
+  return {v.x, v.y};
+}
+
+Point NodeEditor::toGraph(QPointF v) const { return view().toGraph(pt(v)); }
+
+void NodeEditor::frameAll() {
+  std::vector<Point> centres;
+  for (const auto& [id, p] : model_.layout.positions())
+    if (model_.nodeByID(id)) centres.push_back(p);
+  if (auto v = schematic::frameAll(centres, width(), height())) setView(*v);
+}
+
+NodeEditor::Drawn NodeEditor::drawn() const {
+  Drawn d;
+  for (const auto& n : model_._nodes) {
+    d.nodes.emplace_back(n.id, n.kind->id);
+    d.inputs.push_back(n.inputCount());
+    d.bypass.push_back(n.bypass);
+  }
+  d.edges = model_._edges;
+  d.positions = model_.layout.positions();
+  d.selection = model_._selection;
+  d.selected = model_._selected;
+  d.displayed = model_.displayedNodeID();
+  return d;
+}
+
+void NodeEditor::refresh() {
+  // A world seen for the first time is framed once the editor is shown at its real size.
+  if (isVisible() && width() >= kFramedSize && height() >= kFramedSize &&
+      !views_.count(model_._currentBatchID.value_or(Uuid())))
+    frameAll();
+  Drawn now = drawn();
+  if (now == shown_) return;
+  shown_ = std::move(now);
+  update();
+}
+
+void NodeEditor::paintEvent(QPaintEvent*) {
+  QPainter p(this);
+  p.setRenderHint(QPainter::Antialiasing);
+  const schematic::View v = view();
+  paintBackground(p, rect(), v);
+  const SchematicScene scene{model_, v, model_.displayedNodeID(), gesture_ == Gesture::wire ? wireHover_ : std::nullopt};
+  paintWires(p, scene);
+  paintNodes(p, scene);
+  if (gesture_ == Gesture::wire)
+    if (const Node* from = model_.nodeByID(wireFrom_))
+      if (auto c = model_.layout.position(wireFrom_))
+        paintPendingWire(p, v.toView(schematic::outPos(*from, *c, wireFromPort_)), pt(wireEnd_));
+  if (gesture_ == Gesture::cut) paintCutStroke(p, pt(pressAt_), pt(cutEnd_));
+}
+
+void NodeEditor::mousePressEvent(QMouseEvent* event) {
+  setFocus(Qt::MouseFocusReason);
+  pressAt_ = event->position();
+  ctrlAtPress_ = event->modifiers() & Qt::ControlModifier;
+  viewAtPress_ = view();
+  if (event->button() == Qt::MiddleButton || (event->button() == Qt::LeftButton && spaceDown_)) {
+    gesture_ = spaceDown_ && ctrlAtPress_ ? Gesture::zoom : Gesture::pan;
+    return;
+  }
+  if (event->button() != Qt::LeftButton) return;
+  const Point g = toGraph(pressAt_);
+  const auto& positions = model_.layout.positions();
+  const double reach = portReach();
+  if (auto port = schematic::portAt(model_._nodes, positions, g, reach)) {
+    if (port->isOutput) {
+      gesture_ = Gesture::wire;
+      wireFrom_ = port->node;
+      wireFromPort_ = port->port;
+      detached_.reset();
+      wireEnd_ = pressAt_;
+      return;
+    }
+    // An input that holds a wire gives that wire back to the hand, to move or to drop.
+    for (const Edge& e : model_._edges)
+      if (e.to == port->node && e.port == port->port) {
+        gesture_ = Gesture::wire;
+        wireFrom_ = e.from;
+        wireFromPort_ = e.fromPort;
+        detached_ = e.id;
+        wireEnd_ = pressAt_;
+        update();
+        return;
+      }
+  }
+  if (const Node* n = schematic::nodeAt(model_._nodes, positions, g)) {
+    pressedNode_ = n->id;
+    if (!ctrlAtPress_ && !model_.isSelected(n->id)) model_.select(n->id);
+    gesture_ = Gesture::press;
+    dragStart_.clear();
+    std::set<Uuid> moving = model_._selection;
+    if (model_._selected) moving.insert(*model_._selected);
+    moving.insert(n->id);
+    for (const Uuid& id : moving)
+      if (auto p = model_.layout.position(id)) dragStart_[id] = *p;
+    refresh();
+    return;
+  }
+  gesture_ = Gesture::cut;
+  cutEnd_ = pressAt_;
+}
+
+void NodeEditor::mouseMoveEvent(QMouseEvent* event) {
+  const QPointF at = event->position();
+  const QPointF d = at - pressAt_;
+  switch (gesture_) {
+    case Gesture::press:
+      if (std::abs(d.x()) + std::abs(d.y()) <= kDragThreshold) return;
+      gesture_ = Gesture::moveNodes;
+      [[fallthrough]];
+    case Gesture::moveNodes: {
+      const double z = view().zoom;
+      for (const auto& [id, start] : dragStart_) model_.layout.set(id, {start.x + d.x() / z, start.y + d.y() / z});
+      update();
+      return;
+    }
+    case Gesture::wire: {
+      wireEnd_ = at;
+      const Point g = toGraph(at);
+      auto port = schematic::portAt(model_._nodes, model_.layout.positions(), g, portReach());
+      wireHover_ = port && !port->isOutput ? port
+                                           : schematic::wireTarget(model_._nodes, model_._edges, model_.layout.positions(),
+                                                                   wireFrom_, wireFromPort_, g);
+      update();
+      return;
+    }
+    case Gesture::cut:
+      cutEnd_ = at;
+      update();
+      return;
+    case Gesture::pan:
+      if (std::abs(d.x()) + std::abs(d.y()) > 2) spaceNavigated_ = true;
+      setView({{viewAtPress_.pan.x + d.x(), viewAtPress_.pan.y + d.y()}, viewAtPress_.zoom});
+      return;
+    case Gesture::zoom:
+      spaceNavigated_ = true;
+      setView(viewAtPress_.zoomedAbout(pt(pressAt_), std::exp((d.x() - d.y()) * 0.006)));
+      return;
+    case Gesture::none:
+      return;
+  }
+}
+
+void NodeEditor::mouseReleaseEvent(QMouseEvent* event) {
+  const Gesture g = std::exchange(gesture_, Gesture::none);
+  const Point at = toGraph(event->position());
+  switch (g) {
+    case Gesture::press:
+      if (!pressedNode_) break;
+      // Ctrl adds to what is selected, and the node selected alone so far is part of that.
+      if (ctrlAtPress_ && model_._selection.empty() && model_._selected && *model_._selected != *pressedNode_)
+        model_.select(*model_._selected, true);
+      model_.select(*pressedNode_, ctrlAtPress_);
+      break;
+    case Gesture::wire:
+      finishWire(at);
+      break;
+    case Gesture::cut: {
+      const QPointF d = event->position() - pressAt_;
+      if (std::abs(d.x()) + std::abs(d.y()) <= kDragThreshold) {
+        model_.select(std::nullopt);
+        break;
+      }
+      for (const Uuid& id : schematic::edgesCrossed(model_._nodes, model_._edges, model_.layout.positions(),
+                                                    toGraph(pressAt_), at))
+        model_.disconnect(id);
+      break;
+    }
+    default:
+      break;
+  }
+  pressedNode_.reset();
+  wireHover_.reset();
+  dragStart_.clear();
+  refresh();
+  update();
+}
+
+double NodeEditor::portReach() const { return std::min(kPortReach / view().zoom, kPortReachMax); }
+
+void NodeEditor::finishWire(Point g) {
+  auto port = schematic::portAt(model_._nodes, model_.layout.positions(), g, portReach());
+  std::optional<schematic::PortHit> target = port && !port->isOutput && port->node != wireFrom_ ? port : std::nullopt;
+  if (!target) target = schematic::wireTarget(model_._nodes, model_._edges, model_.layout.positions(), wireFrom_, wireFromPort_, g);
+  const Node* under = schematic::nodeAt(model_._nodes, model_.layout.positions(), g);
+  if (target) {
+    const bool samePlace = detached_ && std::any_of(model_._edges.begin(), model_._edges.end(), [&](const Edge& e) {
+      return e.id == *detached_ && e.to == target->node && e.port == target->port;
+    });
+    if (samePlace) return;
+    if (detached_) model_.disconnect(*detached_);
+    model_.connect(wireFrom_, target->node, target->port, wireFromPort_);
+    return;
+  }
+  if (detached_) {  // a wire taken off its input and let go elsewhere is removed
+    model_.disconnect(*detached_);
+    return;
+  }
+  if (under && under->id != wireFrom_) {
+    model_._status = under->kind->title.value() + " : toutes les entrées sont déjà branchées";
+    return;
+  }
+  if (!under) {
+    // Let go in empty space: what is chosen next is placed there, on the end of the wire.
+    model_.quickAddLink = AppModel::QuickAddLink{wireFrom_, g};
+    model_.quickAddFromPort = wireFromPort_;
+    openKindMenu(toView(g).toPoint(), true);
+  }
+}
+
+void NodeEditor::openKindMenu(QPoint viewPos, bool quick) {
+  QMenu menu(this);
+  menu.setObjectName("kindMenu");
+  const Point at = toGraph(viewPos);
+  fillKindMenu(menu, [this, at, quick](const KindRef& kind) {
+    if (quick) model_.quickAdd(kind);
+    else model_.addNode(kind, at);
+  });
+  menu.exec(mapToGlobal(viewPos));
+  // The link to the end of a dropped wire serves one choice, or none.
+  model_.quickAddLink.reset();
+  refresh();
+}
+
+void NodeEditor::contextMenuEvent(QContextMenuEvent* event) {
+  model_.quickAddLink.reset();
+  openKindMenu(event->pos(), false);
+}
+
+void NodeEditor::wheelEvent(QWheelEvent* event) {
+  const schematic::View v = view();
+  if (event->modifiers() & Qt::ControlModifier) {
+    setView(v.zoomedAbout(pt(event->position()), std::pow(1.15, event->angleDelta().y() / 120.0)));
+  } else {
+    // Touchpads give pixels; a wheel gives notches of three lines.
+    const QPointF d = !event->pixelDelta().isNull() ? QPointF(event->pixelDelta())
+                                                    : QPointF(event->angleDelta()) / 120.0 * 3 * kWheelLine;
+    setView({{v.pan.x + d.x(), v.pan.y + d.y()}, v.zoom});
+  }
+  event->accept();
+}
+
+void NodeEditor::keyPressEvent(QKeyEvent* event) {
+  const bool ctrl = event->modifiers() & Qt::ControlModifier;
+  switch (event->key()) {
+    case Qt::Key_Delete:
+    case Qt::Key_Backspace:
+      model_.deleteSelection();
+      break;
+    case Qt::Key_C:
+      if (!ctrl) return QWidget::keyPressEvent(event);
+      model_.copyNodes();
+      break;
+    case Qt::Key_V:
+      if (!ctrl) return QWidget::keyPressEvent(event);
+      model_.pasteNodes(kPasteOffset);
+      break;
+    case Qt::Key_Tab:
+      model_.quickAddLink.reset();
+      openKindMenu(mapFromGlobal(QCursor::pos()), true);
+      break;
+    case Qt::Key_Space:
+      if (!event->isAutoRepeat()) {
+        spaceDown_ = true;
+        spaceNavigated_ = false;
+        spaceHeld_.start();
+      }
+      break;
+    default:
+      return QWidget::keyPressEvent(event);
+  }
+  refresh();
+}
+
+void NodeEditor::keyReleaseEvent(QKeyEvent* event) {
+  if (event->key() == Qt::Key_Space && !event->isAutoRepeat()) {
+    spaceDown_ = false;
+    // A short tap that moved nothing is the play key, as everywhere else in the window.
+    if (!spaceNavigated_ && spaceHeld_.isValid() && spaceHeld_.elapsed() < kSpaceTapMs) model_.togglePlay();
+    return;
+  }
+  QWidget::keyReleaseEvent(event);
+}
+
+bool NodeEditor::event(QEvent* event) {
+  // Space is held here to pan, so it must reach this widget before the window's play shortcut.
+  if (event->type() == QEvent::ShortcutOverride && static_cast<QKeyEvent*>(event)->key() == Qt::Key_Space &&
+      static_cast<QKeyEvent*>(event)->modifiers() == Qt::NoModifier) {
+    event->accept();
+    return true;
+  }
+  return QWidget::event(event);
+}
+
+}  // namespace ombrik

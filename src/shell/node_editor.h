@@ -1,0 +1,83 @@
+#pragma once
+// The graph of the open world, drawn and edited by hand: select, move, wire, cut, add, delete,
+// copy and paste. Each world keeps its own pan and zoom.
+#include <QElapsedTimer>
+#include <QWidget>
+#include <map>
+#include <optional>
+#include <set>
+#include <vector>
+
+#include "shell/schematic_geometry.h"
+
+class QMenu;
+
+namespace ombrik {
+
+class AppModel;
+
+class NodeEditor : public QWidget {
+public:
+  explicit NodeEditor(AppModel& model, QWidget* parent = nullptr);
+  void refresh();  // repaints only when what is drawn changed
+  void frameAll();
+  schematic::View view() const;
+  QPointF toView(Point g) const;
+  Point toGraph(QPointF v) const;
+  // The kinds menu: at a point of the graph, or (`quick`) after the selected node or at the end
+  // of the wire left in empty space.
+  void openKindMenu(QPoint viewPos, bool quick);
+
+protected:
+  void paintEvent(QPaintEvent* event) override;
+  void mousePressEvent(QMouseEvent* event) override;
+  void mouseMoveEvent(QMouseEvent* event) override;
+  void mouseReleaseEvent(QMouseEvent* event) override;
+  void wheelEvent(QWheelEvent* event) override;
+  void keyPressEvent(QKeyEvent* event) override;
+  void keyReleaseEvent(QKeyEvent* event) override;
+  void contextMenuEvent(QContextMenuEvent* event) override;
+  bool focusNextPrevChild(bool) override { return false; }  // Tab opens the kinds menu here
+  bool event(QEvent* event) override;
+
+private:
+  enum class Gesture { none, press, moveNodes, wire, cut, pan, zoom };
+  // What is drawn; a refresh that finds it unchanged paints nothing.
+  struct Drawn {
+    std::vector<std::pair<Uuid, std::string>> nodes;
+    std::vector<int> inputs;
+    std::vector<bool> bypass;
+    std::vector<Edge> edges;
+    std::map<Uuid, Point> positions;
+    std::set<Uuid> selection;
+    std::optional<Uuid> selected, displayed;
+    bool operator==(const Drawn&) const = default;
+  };
+  Drawn drawn() const;
+  schematic::View& currentView();
+  void finishWire(Point g);
+  double portReach() const;  // in graph units
+  void setView(const schematic::View& v);
+
+  AppModel& model_;
+  std::map<Uuid, schematic::View> views_;  // by world; the nil id stands for none
+  Drawn shown_;
+  Gesture gesture_ = Gesture::none;
+  QPointF pressAt_;
+  bool ctrlAtPress_ = false;
+  std::optional<Uuid> pressedNode_;
+  std::map<Uuid, Point> dragStart_;
+  // A wire being drawn: its source, and the wire it was picked up from, if any.
+  Uuid wireFrom_;
+  int wireFromPort_ = 0;
+  std::optional<Uuid> detached_;
+  QPointF wireEnd_;
+  std::optional<schematic::PortHit> wireHover_;
+  QPointF cutEnd_;
+  schematic::View viewAtPress_;
+  bool spaceDown_ = false;
+  bool spaceNavigated_ = false;
+  QElapsedTimer spaceHeld_;
+};
+
+}  // namespace ombrik

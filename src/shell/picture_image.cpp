@@ -1,0 +1,23 @@
+#include "shell/picture_image.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace ombrik {
+
+namespace {
+int byte(float v) { return int(std::lround(std::clamp(v, 0.0f, 1.0f) * 255.0f)); }
+}  // namespace
+
+QImage opaqueImage(const std::vector<float>& rgba, int width, int height) {
+  if (width < 1 || height < 1 || rgba.size() != std::size_t(width) * height * 4) return {};
+  QImage image(width, height, QImage::Format_RGB32);
+  for (int y = 0; y < height; ++y) {
+    auto* line = reinterpret_cast<QRgb*>(image.scanLine(y));
+    const float* px = rgba.data() + std::size_t(y) * width * 4;
+    for (int x = 0; x < width; ++x, px += 4) line[x] = qRgb(byte(px[0]), byte(px[1]), byte(px[2]));
+  }
+  return image;
+}
+
+}  // namespace ombrik

@@ -1,0 +1,233 @@
+#include "shell/schematic_geometry.h"
+
+#include <QString>
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace ombrik::schematic {
+
+namespace {
+
+double dist(Point a, Point b) { return std::hypot(a.x - b.x, a.y - b.y); }
+Point plus(Point a, Point b) { return {a.x + b.x, a.y + b.y}; }
+Point polar(double angle, double r) { return {r * std::cos(angle), r * std::sin(angle)}; }
+
+const Node* find(const std::vector<Node>& nodes, const Uuid& id) {
+  for (const auto& n : nodes)
+    if (n.id == id) return &n;
+  return nullptr;
+}
+
+// `a` feeds `of` through the wires: a wire from `of` to `a` would close a loop.
+bool feeds(const std::vector<Edge>& edges, const Uuid& a, const Uuid& of) {
+  std::vector<Uuid> stack{of}, seen;
+  while (!stack.empty()) {
+    const Uuid at = stack.back();
+    stack.pop_back();
+    if (std::find(seen.begin(), seen.end(), at) != seen.end()) continue;
+    seen.push_back(at);
+    for (const auto& e : edges)
+      if (e.to == at) {
+        if (e.from == a) return true;
+        stack.push_back(e.from);
+      }
+  }
+  return false;
+}
+
+// Sign of the turn a → b → c; 0 when the three points are in line.
+double cross(Point a, Point b, Point c) { return (b.x - a.x) * (c.y - a.y) - (b.y - a.y) * (c.x - a.x); }
+
+bool properlyCross(Point a, Point b, Point c, Point d) {
+  const double d1 = cross(a, b, c), d2 = cross(a, b, d), d3 = cross(c, d, a), d4 = cross(c, d, b);
+  return ((d1 > 0 && d2 < 0) || (d1 < 0 && d2 > 0)) && ((d3 > 0 && d4 < 0) || (d3 < 0 && d4 > 0));
+}
+
+int maskOutputs(const Node& node) { return node.kind->id == "mask" ? int(node.masks.size()) : 0; }
+
+}  // namespace
+
+double radius(std::string_view kindID) {
+  if (kindID == "dot") return 9;
+  if (kindID == "media" || kindID == "output") return 92;
+  if (kindID == "comp") return 46;
+  if (kindID == "merge" || kindID == "mux") return 38;
+  return kNodeRadius;
+}
+
+Point inPort(int i, int count, double r) {
+  const double step = count == 2 ? 1.15 : count == 3 ? 0.9 : 2.4 / std::max(count - 1, 1);
+  return polar(std::numbers::pi - (i - (count - 1) / 2.0) * step, r);
+}
+
+Point outPort(int port, int count, double r) {
+  if (port <= 0) return {r, 0};
+  if (port == 1) return {0.7316888688738209 * r, 0.6816387600233341 * r};
+  const double angle = -0.42 - std::min(1.9 / std::max(count, 1), 0.42) * (port - 2);
+  return polar(angle, r);
+}
+
+int outputCount(const Node& node) {
+  if (!node.kind || !node.kind->hasOutput) return 0;
+  // A single mask is the node's picture already; separate outputs start with the second.
+  const int masks = maskOutputs(node);
+  return 2 + (masks >= 2 ? masks : 0);
+}
+
+int portFor(double offset, int count) {
+  if (count < 2) return 0;
+  const double t = std::clamp((kNodeSize / 2 + offset) / kNodeSize, 0.0, 0.999);
+  return std::min(count - 1, int(t * count));
+}
+
+std::string letter(std::string_view name) {
+  const QString text = QString::fromUtf8(name.data(), qsizetype(name.size()));
+  for (const QChar c : text)
+    if (c.isLetterOrNumber()) return QString(c.toUpper()).toStdString();
+  return "•";
+}
+
+Point Curve::at(double t) const {
+  const double u = 1 - t;
+  const double a = u * u * u, b = 3 * u * u * t, c = 3 * u * t * t, d = t * t * t;
+  return {a * p0.x + b * p1.x + c * p2.x + d * p3.x, a * p0.y + b * p1.y + c * p2.y + d * p3.y};
+}
+
+Curve wireCurve(Point from, Point to, double minBend) {
+  const double c = std::max(std::abs(to.x - from.x) / 2, minBend);
+  return {from, {from.x + c, from.y}, {to.x - c, to.y}, to};
+}
+
+double distanceToCurve(Point p, Point from, Point to) {
+  const Curve curve = wireCurve(from, to, kHitBend);
+  double best = INFINITY;
+  for (int k = 0; k <= kCurveSegments; ++k) best = std::min(best, dist(p, curve.at(double(k) / kCurveSegments)));
+  return best;
+}
+
+bool crossesCurve(Point a, Point b, Point from, Point to) {
+  const Curve curve = wireCurve(from, to, kDrawBend);
+  Point previous = curve.at(0);
+  for (int k = 1; k <= kCurveSegments; ++k) {
+    const Point next = curve.at(double(k) / kCurveSegments);
+    if (properlyCross(a, b, previous, next)) return true;
+    previous = next;
+  }
+  return false;
+}
+
+View View::zoomedAbout(Point v, double factor) const {
+  const Point g = toGraph(v);
+  View out;
+  out.zoom = std::clamp(zoom * factor, kMinZoom, kMaxZoom);
+  out.pan = {v.x - g.x * out.zoom, v.y - g.y * out.zoom};
+  return out;
+}
+
+std::optional<View> frameAll(const std::vector<Point>& centres, double viewWidth, double viewHeight) {
+  if (centres.empty() || viewWidth <= 0) return std::nullopt;
+  double x0 = INFINITY, x1 = -INFINITY, y0 = INFINITY, y1 = -INFINITY;
+  for (const Point& c : centres) {
+    x0 = std::min(x0, c.x - kNodeSize);
+    x1 = std::max(x1, c.x + kNodeSize);
+    y0 = std::min(y0, c.y - kNodeSize);
+    y1 = std::max(y1, c.y + kNodeSize);
+  }
+  View v;
+  v.zoom = std::min(std::max(std::min(viewWidth / (x1 - x0), viewHeight / (y1 - y0)), kMinZoom), kFrameZoomLimit);
+  v.pan = {viewWidth / 2 - (x0 + x1) / 2 * v.zoom, viewHeight / 2 - (y0 + y1) / 2 * v.zoom};
+  return v;
+}
+
+Point outPos(const Node& node, Point centre, int fromPort) {
+  return plus(centre, outPort(fromPort, std::max(1, maskOutputs(node)), radius(node)));
+}
+
+Point inPos(const Node& node, Point centre, int port) {
+  return plus(centre, inPort(port, std::max(1, node.inputCount()), radius(node)));
+}
+
+const Node* nodeAt(const std::vector<Node>& nodes, const Positions& positions, Point g) {
+  for (auto it = nodes.rbegin(); it != nodes.rend(); ++it) {
+    auto at = positions.find(it->id);
+    if (at != positions.end() && dist(g, at->second) <= radius(*it)) return &*it;
+  }
+  return nullptr;
+}
+
+std::optional<PortHit> portAt(const std::vector<Node>& nodes, const Positions& positions, Point g, double reach) {
+  std::optional<PortHit> best;
+  double bestDist = reach;
+  auto consider = [&](const Node& n, int port, bool isOutput, Point p) {
+    const double d = dist(g, p);
+    if (d <= bestDist) {
+      bestDist = d;
+      best = PortHit{n.id, port, isOutput};
+    }
+  };
+  for (const auto& n : nodes) {
+    auto at = positions.find(n.id);
+    if (at == positions.end()) continue;
+    for (int p = 0; p < outputCount(n); ++p) consider(n, p, true, outPos(n, at->second, p));
+    for (int i = 0; i < n.inputCount(); ++i) consider(n, i, false, inPos(n, at->second, i));
+  }
+  return best;
+}
+
+std::optional<PortHit> wireTarget(const std::vector<Node>& nodes, const std::vector<Edge>& edges,
+                                  const Positions& positions, const Uuid& from, int fromPort, Point g) {
+  const Node* source = find(nodes, from);
+  if (!source) return std::nullopt;
+  const Node* target = nullptr;
+  double nearest = INFINITY;
+  for (const auto& n : nodes) {
+    auto at = positions.find(n.id);
+    if (n.id == from || at == positions.end() || n.inputCount() == 0) continue;
+    const double d = dist(g, at->second);
+    if (d <= radius(n) + 30 && d < nearest && !feeds(edges, n.id, from)) {
+      nearest = d;
+      target = &n;
+    }
+  }
+  if (!target) return std::nullopt;
+  const Point centre = positions.at(target->id);
+  const bool carriesMatte = fromPort >= 1 || source->kind->makesMatte();
+  auto freePort = [&](int i) {
+    return std::none_of(edges.begin(), edges.end(), [&](const Edge& e) { return e.to == target->id && e.port == i; });
+  };
+  auto nearestPort = [&](bool wantMatte, bool anyType) -> std::optional<PortHit> {
+    std::optional<PortHit> pick;
+    double best = INFINITY;
+    for (int i = 0; i < target->inputCount(); ++i) {
+      const bool isMatte = i < int(target->kind->inputs.size()) && target->kind->inputs[i].isMatte;
+      if ((!anyType && isMatte != wantMatte) || !freePort(i)) continue;
+      const double d = dist(g, inPos(*target, centre, i));
+      if (d < best) {
+        best = d;
+        pick = PortHit{target->id, i, false};
+      }
+    }
+    return pick;
+  };
+  if (carriesMatte) {
+    if (auto p = nearestPort(true, false)) return p;
+    return nearestPort(true, true);
+  }
+  return nearestPort(false, false);
+}
+
+std::vector<Uuid> edgesCrossed(const std::vector<Node>& nodes, const std::vector<Edge>& edges,
+                               const Positions& positions, Point a, Point b) {
+  std::vector<Uuid> out;
+  for (const auto& e : edges) {
+    const Node* f = find(nodes, e.from);
+    const Node* t = find(nodes, e.to);
+    auto pf = positions.find(e.from), pt = positions.find(e.to);
+    if (!f || !t || pf == positions.end() || pt == positions.end()) continue;
+    if (crossesCurve(a, b, outPos(*f, pf->second, e.fromPort), inPos(*t, pt->second, e.port))) out.push_back(e.id);
+  }
+  return out;
+}
+
+}  // namespace ombrik::schematic

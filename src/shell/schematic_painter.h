@@ -1,0 +1,28 @@
+#pragma once
+// Drawing of the node editor: background, wires, nodes and the gestures in progress.
+#include <optional>
+
+#include "shell/schematic_geometry.h"
+
+class QPainter;
+class QRectF;
+
+namespace ombrik {
+
+class AppModel;
+
+struct SchematicScene {
+  const AppModel& model;
+  schematic::View view;
+  std::optional<Uuid> displayed;                // the node on the viewer
+  std::optional<schematic::PortHit> highlight;  // the input a wire being drawn would take
+};
+
+void paintBackground(QPainter& p, const QRectF& area, const schematic::View& view);
+void paintWires(QPainter& p, const SchematicScene& scene);
+void paintNodes(QPainter& p, const SchematicScene& scene);
+// A wire being drawn and a cut stroke, in view coordinates.
+void paintPendingWire(QPainter& p, Point from, Point to);
+void paintCutStroke(QPainter& p, Point from, Point to);
+
+}  // namespace ombrik

@@ -1,0 +1,30 @@
+#pragma once
+// The row under the picture: frame stepping, play, the timecode and a frame slider.
+#include <QStyle>
+#include <QWidget>
+
+class QLabel;
+class QSlider;
+class QToolButton;
+
+namespace ombrik {
+
+class AppModel;
+
+class TransportBar : public QWidget {
+public:
+  explicit TransportBar(AppModel& model, QWidget* parent = nullptr);
+  void refresh();  // follows the model's time; touches the widgets only on a change
+  void step(int delta);
+
+private:
+  QToolButton* button(QStyle::StandardPixmap icon, const char* tip, const char* name);
+
+  AppModel& model_;
+  QToolButton* play_ = nullptr;
+  QLabel* timecode_ = nullptr;
+  QSlider* slider_ = nullptr;
+  bool shownPlaying_ = false;
+};
+
+}  // namespace ombrik

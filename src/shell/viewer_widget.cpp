@@ -1,0 +1,198 @@
+#include "shell/viewer_widget.h"
+
+#include <QLabel>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QShortcut>
+#include <QWheelEvent>
+#include <algorithm>
+#include <cmath>
+
+#include "document/app_model.h"
+#include "engine/engine.h"
+#include "shell/picture_image.h"
+#include "shell/shown_text.h"
+
+namespace ombrik {
+
+namespace {
+// A read-back never needs more pixels than the texture has, nor than a large screen shows.
+constexpr int kMaxReadSide = 4096;
+}  // namespace
+
+ViewerWidget::ViewerWidget(AppModel& model, QWidget* parent) : QWidget(parent), model_(model) {
+  setObjectName("viewer");
+  setMinimumSize(240, 160);
+  setMouseTracking(true);
+  setFocusPolicy(Qt::ClickFocus);
+  readout_ = new QLabel(this);
+  readout_->setObjectName("viewerReadout");
+  readout_->setStyleSheet("QLabel { color: #c8c8cc; background: rgba(0,0,0,140); padding: 2px 6px; font: 11px monospace; }");
+  readout_->hide();
+  addShortcuts();
+}
+
+void ViewerWidget::addShortcuts() {
+  // Window-wide, as the viewer's keys work wherever the pointer is (a text field keeps its own keys).
+  auto key = [this](const QKeySequence& seq, auto action) {
+    auto* s = new QShortcut(seq, this);
+    s->setContext(Qt::WindowShortcut);
+    connect(s, &QShortcut::activated, this, action);
+  };
+  key(QKeySequence(Qt::CTRL | Qt::Key_0), [this] { fit(); });
+  key(QKeySequence(Qt::CTRL | Qt::Key_1), [this] { actualPixels(); });
+  const Qt::Key fkeys[] = {Qt::Key_F1, Qt::Key_F2, Qt::Key_F3, Qt::Key_F4};
+  for (int k = 1; k <= 4; ++k)
+    key(QKeySequence(fkeys[k - 1]), [this, k] {
+      model_.flameView(k);
+      update();
+    });
+}
+
+void ViewerWidget::fit() {
+  model_.fitViewer();
+  update();
+}
+
+void ViewerWidget::actualPixels() {
+  model_.actualPixels(width(), height(), devicePixelRatioF());
+  update();
+}
+
+QRectF ViewerWidget::pictureRect() const {
+  const AppModel::ViewRect r = model_.viewerRect(width(), height());
+  return QRectF(r.x, r.y, r.width, r.height);
+}
+
+QSize ViewerWidget::readSize() const {
+  const Engine::Tex tex = model_.viewerTexture();
+  if (!tex) return {};
+  const QRectF r = pictureRect();
+  const double dpr = devicePixelRatioF();
+  const int w = std::min({int(std::ceil(r.width() * dpr)), tex->width(), kMaxReadSide});
+  const int h = std::min({int(std::ceil(r.height() * dpr)), tex->height(), kMaxReadSide});
+  return QSize(std::max(1, w), std::max(1, h));
+}
+
+void ViewerWidget::readBack() {
+  const std::optional<Uuid> id = model_.displayedNodeID();
+  const Engine::Tex tex = model_.viewerTexture();
+  readFrame_ = model_._frameID;
+  readTime_ = model_._currentFrame;
+  readNode_ = id;
+  readTexture_ = tex.get();
+  readSize_ = readSize();
+  picture_ = QImage();
+  if (!tex || readSize_.isEmpty()) return;
+  Engine::Tex small = model_.engine->snapshotScaled(tex, readSize_.width(), readSize_.height());
+  if (!small) return;
+  picture_ = opaqueImage(model_.engine->readPixels(small), small->width(), small->height());
+}
+
+void ViewerWidget::refresh() {
+  const std::optional<Uuid> id = model_.displayedNodeID();
+  const Engine::Tex tex = model_.viewerTexture();
+  if (model_._frameID != readFrame_ || model_._currentFrame != readTime_ || id != readNode_ || tex.get() != readTexture_ || readSize() != readSize_) {
+    readBack();
+    hoverMoved_ = true;  // the colour under the pointer may have changed with the picture
+    update();
+  }
+  std::string title = model_.viewedTitle();
+  if (model_.viewZoom != drawnZoom_ || !(model_.viewPan == drawnPan_) || title != drawnTitle_) update();
+  if (hoverMoved_) updateReadout();
+}
+
+void ViewerWidget::paintEvent(QPaintEvent*) {
+  QPainter p(this);
+  p.fillRect(rect(), QColor::fromRgbF(0.035f, 0.035f, 0.04f));
+  drawnZoom_ = model_.viewZoom;
+  drawnPan_ = model_.viewPan;
+  drawnTitle_ = model_.viewedTitle();
+  if (picture_.isNull()) {
+    p.setPen(QColor(150, 150, 158));
+    p.drawText(rect(), Qt::AlignCenter, shown("Sélectionnez un node dans le graphe."));
+    return;
+  }
+  const QRectF r = pictureRect();
+  // Enlarged far past the picture's own pixels, the pixels are shown as squares.
+  const Engine::Tex tex = model_.viewerTexture();
+  const bool nearest = tex && r.width() * devicePixelRatioF() > 2.0 * tex->width();
+  p.setRenderHint(QPainter::SmoothPixmapTransform, !nearest);
+  p.drawImage(r, picture_);
+
+  const QString title = qs(drawnTitle_);
+  QFont f = font();
+  f.setPointSizeF(f.pointSizeF() * 0.95);
+  f.setBold(true);
+  p.setFont(f);
+  const QRectF band(8, 6, p.fontMetrics().horizontalAdvance(title) + 16, p.fontMetrics().height() + 6);
+  p.setPen(Qt::NoPen);
+  p.setBrush(QColor(0, 0, 0, 150));
+  p.drawRoundedRect(band, 4, 4);
+  p.setPen(QColor(230, 230, 235));
+  p.drawText(band, Qt::AlignCenter, title);
+}
+
+void ViewerWidget::wheelEvent(QWheelEvent* event) {
+  const double notches = event->angleDelta().y() / 120.0;
+  if (notches == 0) return;
+  const QPointF at = event->position();
+  model_.zoomViewer(std::pow(1.2, notches), Point{at.x(), at.y()}, width(), height());
+  update();
+  event->accept();
+}
+
+void ViewerWidget::mousePressEvent(QMouseEvent* event) {
+  if (event->button() != Qt::LeftButton && event->button() != Qt::MiddleButton) return;
+  dragFrom_ = event->position();
+  panAtPress_ = model_.viewPan;
+}
+
+void ViewerWidget::mouseMoveEvent(QMouseEvent* event) {
+  hover_ = event->position();
+  hoverMoved_ = true;
+  if (!dragFrom_) return;
+  const QPointF d = event->position() - *dragFrom_;
+  model_.viewPan = Point{panAtPress_.x + d.x(), panAtPress_.y + d.y()};
+  update();
+}
+
+void ViewerWidget::mouseReleaseEvent(QMouseEvent*) { dragFrom_.reset(); }
+
+void ViewerWidget::leaveEvent(QEvent*) {
+  hover_.reset();
+  hoverMoved_ = true;
+}
+
+QString ViewerWidget::readoutText() const { return readout_->isVisible() ? readout_->text() : QString(); }
+
+void ViewerWidget::updateReadout() {
+  hoverMoved_ = false;
+  const Engine::Tex tex = model_.viewerTexture();
+  const QRectF r = pictureRect();
+  if (!hover_ || !tex || picture_.isNull() || !r.contains(*hover_)) {
+    readout_->hide();
+    return;
+  }
+  const double fx = (hover_->x() - r.x()) / r.width(), fy = (hover_->y() - r.y()) / r.height();
+  const int tx = std::clamp(int(fx * tex->width()), 0, tex->width() - 1);
+  const int ty = std::clamp(int(fy * tex->height()), 0, tex->height() - 1);
+  const auto c = model_.engine->readColor(tex, tx, ty, 0);
+  if (!c) {
+    readout_->hide();
+    return;
+  }
+  // Positions in comp pixels, whatever the preview scale.
+  const int cx = int(fx * model_._compSize.width), cy = int(fy * model_._compSize.height);
+  readout_->setText(QStringLiteral("%1, %2   R %3  G %4  B %5")
+                        .arg(cx)
+                        .arg(cy)
+                        .arg((*c)[0], 0, 'f', 3)
+                        .arg((*c)[1], 0, 'f', 3)
+                        .arg((*c)[2], 0, 'f', 3));
+  readout_->adjustSize();
+  readout_->move(8, height() - readout_->height() - 8);
+  readout_->show();
+}
+
+}  // namespace ombrik

@@ -1,0 +1,202 @@
+// The node editor by hand: selecting, moving, deleting, copying, cutting and drawing wires,
+// adding nodes from the kinds menu, and navigating.
+#include <gtest/gtest.h>
+
+#include <QTest>
+#include <QWheelEvent>
+
+#include "document/app_model.h"
+#include "platform/scheduler.h"
+#include "shell/node_editor.h"
+#include "shell/schematic_geometry.h"
+#include "shell_app.h"
+
+using namespace ombrik;
+
+namespace {
+
+// A blank world (its output at 600, 140) with a correction and a blur side by side.
+struct Desk {
+  std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
+  std::unique_ptr<AppModel> model;
+  std::unique_ptr<NodeEditor> editor;
+  Uuid output, color, blur;
+
+  Desk() {
+    test::shellApp();
+    model = std::make_unique<AppModel>(AppModel::Options{.blankStart = true, .withEngine = false, .scheduler = clock});
+    output = model->_nodes.front().id;
+    color = model->addNode(NodeKind::color(), {200, 140});
+    blur = model->addNode(*NodeKind::find("blur"), {400, 140});
+    model->select(std::nullopt);
+    editor = std::make_unique<NodeEditor>(*model);
+    editor->resize(900, 500);
+    editor->show();
+    EXPECT_TRUE(QTest::qWaitForWindowExposed(editor.get()));
+    editor->refresh();  // frames the world
+  }
+  QPoint at(Point g) const { return editor->toView(g).toPoint(); }
+  QPoint centre(const Uuid& id) const { return at(*model->layout.position(id)); }
+  QPoint outPort(const Uuid& id, int port = 0) const {
+    return at(schematic::outPos(*model->nodeByID(id), *model->layout.position(id), port));
+  }
+  QPoint inPort(const Uuid& id, int port) const {
+    return at(schematic::inPos(*model->nodeByID(id), *model->layout.position(id), port));
+  }
+  void drag(QPoint from, QPoint to, Qt::KeyboardModifiers mods = {}) {
+    QTest::mousePress(editor.get(), Qt::LeftButton, mods, from);
+    for (int k = 1; k <= 4; ++k) QTest::mouseMove(editor.get(), from + (to - from) * k / 4);
+    QTest::mouseRelease(editor.get(), Qt::LeftButton, mods, to);
+  }
+  bool wired(const Uuid& from, const Uuid& to, int port) const {
+    return std::any_of(model->_edges.begin(), model->_edges.end(),
+                       [&](const Edge& e) { return e.from == from && e.to == to && e.port == port; });
+  }
+};
+
+}  // namespace
+
+TEST(NodeEditor, ClicksSelectAndDragsMoveTheSelectionTogether) {
+  Desk d;
+  EXPECT_GT(d.editor->view().zoom, 0.5) << "framed at the editor's size";
+  QTest::mouseClick(d.editor.get(), Qt::LeftButton, {}, d.centre(d.color));
+  EXPECT_EQ(d.model->_selected, d.color);
+  QTest::mouseClick(d.editor.get(), Qt::LeftButton, Qt::ControlModifier, d.centre(d.blur));
+  EXPECT_TRUE(d.model->isSelected(d.color));
+  EXPECT_TRUE(d.model->isSelected(d.blur));
+
+  const double z = d.editor->view().zoom;
+  d.drag(d.centre(d.blur), d.centre(d.blur) + QPoint(60, 30));
+  EXPECT_NEAR(d.model->layout.position(d.blur)->x, 400 + 60 / z, 1.5);
+  EXPECT_NEAR(d.model->layout.position(d.blur)->y, 140 + 30 / z, 1.5);
+  EXPECT_NEAR(d.model->layout.position(d.color)->x, 200 + 60 / z, 1.5) << "the selection moves as one";
+  EXPECT_NEAR(d.model->layout.position(d.output)->x, 600, 1e-9) << "what isn't selected stays";
+
+  // A plain click on one of them leaves it alone in the selection; a click on nothing clears.
+  QTest::mouseClick(d.editor.get(), Qt::LeftButton, {}, d.centre(d.color));
+  EXPECT_EQ(d.model->_selected, d.color);
+  EXPECT_FALSE(d.model->isSelected(d.blur));
+  QTest::mouseClick(d.editor.get(), Qt::LeftButton, {}, d.at({300, 400}));
+  EXPECT_FALSE(d.model->_selected);
+}
+
+TEST(NodeEditor, KeysDeleteCopyAndPaste) {
+  Desk d;
+  QTest::mouseClick(d.editor.get(), Qt::LeftButton, {}, d.centre(d.color));
+  QTest::mouseClick(d.editor.get(), Qt::LeftButton, Qt::ControlModifier, d.centre(d.blur));
+  QTest::keyClick(d.editor.get(), Qt::Key_C, Qt::ControlModifier);
+  QTest::keyClick(d.editor.get(), Qt::Key_V, Qt::ControlModifier);
+  ASSERT_EQ(d.model->_nodes.size(), 5u);
+  const Uuid copy = *d.model->_selected;
+  EXPECT_NE(copy, d.color);
+  EXPECT_NE(copy, d.blur);
+  EXPECT_EQ(d.model->_selection.size(), 2u) << "the copies are the new selection";
+  const Point p = *d.model->layout.position(copy);
+  EXPECT_TRUE((p == Point{240, 180}) || (p == Point{440, 180})) << p.x << ", " << p.y;
+
+  QTest::keyClick(d.editor.get(), Qt::Key_Delete);
+  EXPECT_EQ(d.model->_nodes.size(), 3u);
+  QTest::mouseClick(d.editor.get(), Qt::LeftButton, {}, d.centre(d.color));
+  QTest::keyClick(d.editor.get(), Qt::Key_Backspace);
+  EXPECT_EQ(d.model->nodeByID(d.color), nullptr);
+  QTest::mouseClick(d.editor.get(), Qt::LeftButton, {}, d.centre(d.output));
+  QTest::keyClick(d.editor.get(), Qt::Key_Delete);
+  EXPECT_NE(d.model->nodeByID(d.output), nullptr) << "the output is never deleted";
+}
+
+TEST(NodeEditor, WiresAreDrawnFromOutputsPickedUpFromInputsAndCut) {
+  Desk d;
+  // Output port to a node's body: the first fitting input.
+  d.drag(d.outPort(d.color), d.centre(d.blur));
+  EXPECT_TRUE(d.wired(d.color, d.blur, 0));
+  // Output port straight onto an input port: that very port, even a matte one.
+  d.drag(d.outPort(d.blur), d.inPort(d.output, 1));
+  EXPECT_TRUE(d.wired(d.blur, d.output, 1));
+  // Picked up from its input and moved to another input.
+  d.drag(d.inPort(d.output, 1), d.inPort(d.output, 0));
+  EXPECT_TRUE(d.wired(d.blur, d.output, 0));
+  EXPECT_FALSE(d.wired(d.blur, d.output, 1));
+  // A wire that would loop back is refused.
+  d.drag(d.outPort(d.blur), d.centre(d.color));
+  EXPECT_FALSE(d.wired(d.blur, d.color, 0));
+  EXPECT_EQ(d.model->_edges.size(), 2u);
+
+  // A stroke through the empty background across the first wire cuts it only.
+  const QPoint mid = (d.outPort(d.color) + d.inPort(d.blur, 0)) / 2;
+  d.drag(mid + QPoint(0, -40), mid + QPoint(0, 40));
+  EXPECT_FALSE(d.wired(d.color, d.blur, 0));
+  EXPECT_TRUE(d.wired(d.blur, d.output, 0));
+  // Picked up and let go in the void: removed.
+  d.drag(d.inPort(d.output, 0), d.at({500, 420}));
+  EXPECT_TRUE(d.model->_edges.empty());
+}
+
+TEST(NodeEditor, KindsMenuAddsAtThePointerOrAtTheEndOfAWire) {
+  Desk d;
+  bool offered = false;
+  test::pickInNextMenu("kind:glow", &offered);
+  QContextMenuEvent rightClick(QContextMenuEvent::Mouse, d.at({300, 350}), d.editor->mapToGlobal(d.at({300, 350})));
+  QApplication::sendEvent(d.editor.get(), &rightClick);
+  ASSERT_TRUE(offered);
+  ASSERT_EQ(d.model->_nodes.size(), 4u);
+  const Uuid glow = d.model->_nodes.back().id;
+  EXPECT_EQ(d.model->_nodes.back().kind->id, "glow");
+  EXPECT_NEAR(d.model->layout.position(glow)->x, 300, 2);
+  EXPECT_NEAR(d.model->layout.position(glow)->y, 350, 2);
+
+  // A wire let go in empty space asks for a kind and feeds the node made there.
+  test::pickInNextMenu("kind:blur", &offered);
+  d.drag(d.outPort(glow), d.at({500, 420}));
+  ASSERT_TRUE(offered);
+  ASSERT_EQ(d.model->_nodes.size(), 5u);
+  const Node& made = d.model->_nodes.back();
+  EXPECT_EQ(made.kind->id, "blur");
+  EXPECT_TRUE(d.wired(glow, made.id, 0));
+  EXPECT_FALSE(d.model->quickAddLink) << "the pending link is used up";
+
+  // Closing the menu without a choice adds nothing and forgets the link.
+  test::pickInNextMenu("kind:none-such", &offered);
+  d.drag(d.outPort(d.color), d.at({100, 420}));
+  EXPECT_EQ(d.model->_nodes.size(), 5u);
+  EXPECT_FALSE(d.model->quickAddLink);
+
+  // Tab: the chosen kind goes behind the selected node and takes over its wires.
+  d.drag(d.outPort(d.color), d.centre(d.blur));
+  QTest::mouseClick(d.editor.get(), Qt::LeftButton, {}, d.centre(d.color));
+  test::pickInNextMenu("kind:sharpen", &offered);
+  QTest::keyClick(d.editor.get(), Qt::Key_Tab);
+  ASSERT_TRUE(offered);
+  const Uuid sharpen = d.model->_nodes.back().id;
+  EXPECT_EQ(d.model->_nodes.back().kind->id, "sharpen");
+  EXPECT_TRUE(d.wired(d.color, sharpen, 0));
+  EXPECT_TRUE(d.wired(sharpen, d.blur, 0));
+  EXPECT_FALSE(d.wired(d.color, d.blur, 0));
+}
+
+TEST(NodeEditor, WheelPansAndControlWheelZoomsAboutThePointer) {
+  Desk d;
+  const schematic::View before = d.editor->view();
+  QWheelEvent down(QPointF(300, 200), d.editor->mapToGlobal(QPointF(300, 200)), QPoint(), QPoint(0, -120), Qt::NoButton,
+                   Qt::NoModifier, Qt::NoScrollPhase, false);
+  QApplication::sendEvent(d.editor.get(), &down);
+  EXPECT_EQ(d.editor->view().zoom, before.zoom);
+  EXPECT_LT(d.editor->view().pan.y, before.pan.y);
+  EXPECT_EQ(d.editor->view().pan.x, before.pan.x);
+
+  const Point under = d.editor->toGraph({300, 200});
+  QWheelEvent zoomIn(QPointF(300, 200), d.editor->mapToGlobal(QPointF(300, 200)), QPoint(), QPoint(0, 120), Qt::NoButton,
+                     Qt::ControlModifier, Qt::NoScrollPhase, false);
+  QApplication::sendEvent(d.editor.get(), &zoomIn);
+  EXPECT_GT(d.editor->view().zoom, before.zoom);
+  EXPECT_NEAR(d.editor->toView(under).x(), 300, 1e-6);
+  EXPECT_NEAR(d.editor->toView(under).y(), 200, 1e-6);
+
+  // The middle button drags the whole graph.
+  const schematic::View held = d.editor->view();
+  QTest::mousePress(d.editor.get(), Qt::MiddleButton, {}, QPoint(100, 100));
+  QTest::mouseMove(d.editor.get(), QPoint(150, 130));
+  QTest::mouseRelease(d.editor.get(), Qt::MiddleButton, {}, QPoint(150, 130));
+  EXPECT_NEAR(d.editor->view().pan.x, held.pan.x + 50, 1e-9);
+  EXPECT_NEAR(d.editor->view().pan.y, held.pan.y + 30, 1e-9);
+  EXPECT_EQ(d.model->layout.position(d.color)->x, 200) << "navigation moves no node";
+}

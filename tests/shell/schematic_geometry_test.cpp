@@ -1,0 +1,236 @@
+// The node editor's geometry without a display: sizes, ports, wire curves, the view transform
+// and the hit tests that turn a pointer into a node, a port or a wire.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numbers>
+
+#include "graph/node.h"
+#include "shell/schematic_geometry.h"
+
+using namespace ombrik;
+using namespace ombrik::schematic;
+
+namespace {
+
+Node make(const char* kind) {
+  const KindRef* k = NodeKind::find(kind);
+  EXPECT_NE(k, nullptr) << kind;
+  return Node(*k);
+}
+
+double length(Point p) { return std::hypot(p.x, p.y); }
+
+// A small graph: a picture source, a correction it feeds, a shape mask beside them.
+struct Graph {
+  std::vector<Node> nodes{make("media"), make("color"), make("mask")};
+  std::vector<Edge> edges;
+  Positions at;
+  Graph() {
+    at[nodes[0].id] = {0, 0};
+    at[nodes[1].id] = {300, 0};
+    at[nodes[2].id] = {0, 300};
+  }
+  const Uuid& media() const { return nodes[0].id; }
+  const Uuid& color() const { return nodes[1].id; }
+  const Uuid& mask() const { return nodes[2].id; }
+};
+
+}  // namespace
+
+TEST(SchematicGeometry, NodeSizesFollowTheirKind) {
+  EXPECT_EQ(radius("dot"), 9);
+  EXPECT_EQ(radius("media"), 92);
+  EXPECT_EQ(radius("output"), 92);
+  EXPECT_EQ(radius("comp"), 46);
+  EXPECT_EQ(radius("merge"), 38);
+  EXPECT_EQ(radius("mux"), 38);
+  EXPECT_EQ(radius("color"), 34);
+  EXPECT_EQ(radius(make("blur")), 34);
+}
+
+TEST(SchematicGeometry, InputsGatherOnTheLeftOutputsOnTheRight) {
+  const double r = 34;
+  // One input: straight left.
+  EXPECT_NEAR(inPort(0, 1, r).x, -r, 1e-9);
+  EXPECT_NEAR(inPort(0, 1, r).y, 0, 1e-9);
+  // Two inputs are 1.15 rad apart, the first above (y grows downwards), mirrored about the axis.
+  const Point a = inPort(0, 2, r), b = inPort(1, 2, r);
+  EXPECT_NEAR(length(a), r, 1e-9);
+  EXPECT_NEAR(a.x, -r * std::cos(0.575), 1e-9);
+  EXPECT_NEAR(a.y, -r * std::sin(0.575), 1e-9);
+  EXPECT_NEAR(b.x, a.x, 1e-9);
+  EXPECT_NEAR(b.y, -a.y, 1e-9);
+  // Three: 0.9 apart, the middle one straight left; five: 2.4 / 4 apart.
+  EXPECT_NEAR(inPort(1, 3, r).y, 0, 1e-9);
+  EXPECT_NEAR(std::atan2(-inPort(0, 3, r).y, -inPort(0, 3, r).x), 0.9, 1e-9);
+  EXPECT_NEAR(std::atan2(-inPort(0, 5, r).y, -inPort(0, 5, r).x), 1.2, 1e-9);
+  for (int i = 0; i < 6; ++i) EXPECT_LT(inPort(i, 6, r).x, 0) << "input " << i;
+
+  EXPECT_NEAR(outPort(0, 1, r).x, r, 1e-9);
+  EXPECT_NEAR(outPort(0, 1, r).y, 0, 1e-9);
+  const Point alpha = outPort(1, 1, r);
+  EXPECT_NEAR(length(alpha), r, 1e-6);
+  EXPECT_GT(alpha.y, 0) << "the alpha output sits below the picture's";
+  // Mask outputs climb from -0.42 rad in steps of min(1.9 / count, 0.42).
+  EXPECT_NEAR(std::atan2(outPort(2, 3, r).y, outPort(2, 3, r).x), -0.42, 1e-9);
+  EXPECT_NEAR(std::atan2(outPort(3, 3, r).y, outPort(3, 3, r).x), -0.84, 1e-9);
+  EXPECT_NEAR(std::atan2(outPort(3, 10, r).y, outPort(3, 10, r).x), -0.42 - 0.19, 1e-9);
+}
+
+TEST(SchematicGeometry, OutputsOfferedByEachKind) {
+  EXPECT_EQ(outputCount(make("output")), 0) << "the output feeds nothing";
+  EXPECT_EQ(outputCount(make("color")), 2);
+  Node mask = make("mask");
+  mask.masks.resize(1);
+  EXPECT_EQ(outputCount(mask), 2) << "one mask is the node's own picture";
+  mask.masks.resize(3);
+  EXPECT_EQ(outputCount(mask), 5);
+}
+
+TEST(SchematicGeometry, ContactOffsetChoosesTheInput) {
+  EXPECT_EQ(portFor(25, 1), 0);
+  EXPECT_EQ(portFor(-1000, 3), 0);
+  EXPECT_EQ(portFor(-34, 3), 0);
+  EXPECT_EQ(portFor(0, 3), 1);
+  EXPECT_EQ(portFor(0, 2), 1);
+  EXPECT_EQ(portFor(-1, 2), 0);
+  EXPECT_EQ(portFor(34, 3), 2);
+  EXPECT_EQ(portFor(1000, 4), 3);
+}
+
+TEST(SchematicGeometry, LetterShownInANode) {
+  EXPECT_EQ(letter("Réglage couleur"), "R");
+  EXPECT_EQ(letter("éclat"), "É");
+  EXPECT_EQ(letter("  3D keyer"), "3");
+  EXPECT_EQ(letter(" · — "), "•");
+  EXPECT_EQ(letter(""), "•");
+}
+
+TEST(SchematicGeometry, WiresBendEvenWhenTheirEndsAreAligned) {
+  const Point from{0, 0}, to{0, 100};
+  // Drawn with a bend of 30: the curve starts by going right by that much.
+  const Curve drawn = wireCurve(from, to, kDrawBend);
+  EXPECT_NEAR(drawn.p1.x, 30, 1e-9);
+  EXPECT_NEAR(drawn.p2.x, -30, 1e-9);
+  EXPECT_NEAR(wireCurve({0, 0}, {200, 50}, kDrawBend).p1.x, 100, 1e-9) << "half the horizontal distance";
+  // The point at t = 1/4 of the same wire bent by 40 (by the Bézier formula) is on the hit curve.
+  const double t = 0.25, u = 0.75;
+  const Point quarter{3 * u * u * t * 40 + 3 * u * t * t * -40, 3 * u * t * t * 100 + t * t * t * 100};
+  EXPECT_NEAR(distanceToCurve(quarter, from, to), 0, 1e-9);
+  EXPECT_NEAR(distanceToCurve({quarter.x + 5, quarter.y}, from, to), 5, 0.5);
+  // A stroke between the two curves crosses the drawn one (bend 30, x = 8.44 at t = 1/4) only.
+  const double y = quarter.y + 0.5;  // off the sampled point, so it meets a chord inside
+  EXPECT_TRUE(crossesCurve({7.5, y}, {10, y}, from, to));
+  EXPECT_FALSE(crossesCurve({9.5, y}, {10.5, y}, from, to));
+}
+
+TEST(SchematicGeometry, CutStrokesMustProperlyCrossAWire) {
+  const Point from{0, 0}, to{100, 0};
+  EXPECT_TRUE(crossesCurve({51, -20}, {51, 20}, from, to));
+  EXPECT_FALSE(crossesCurve({51, -20}, {51, -5}, from, to)) << "short of the wire";
+  EXPECT_FALSE(crossesCurve({51, -20}, {51, 0}, from, to)) << "ending on the wire is touching, not cutting";
+  EXPECT_FALSE(crossesCurve({10, -5}, {90, -5}, from, to)) << "alongside";
+  EXPECT_FALSE(crossesCurve({150, -20}, {150, 20}, from, to)) << "past its end";
+}
+
+TEST(SchematicGeometry, ViewTransformAndZoom) {
+  View v{{100, 50}, 2};
+  const Point g{12, -7};
+  EXPECT_EQ(v.toView(g), (Point{124, 36}));
+  EXPECT_EQ(v.toGraph(v.toView(g)), g);
+  // Zooming about a point keeps the graph point under it.
+  const Point pivot{300, 200};
+  const View z = v.zoomedAbout(pivot, 1.3);
+  EXPECT_NEAR(z.zoom, 2.6, 1e-12);
+  EXPECT_NEAR(z.toView(v.toGraph(pivot)).x, pivot.x, 1e-9);
+  EXPECT_NEAR(z.toView(v.toGraph(pivot)).y, pivot.y, 1e-9);
+  EXPECT_EQ(v.zoomedAbout(pivot, 100).zoom, kMaxZoom);
+  EXPECT_EQ(v.zoomedAbout(pivot, 1e-4).zoom, kMinZoom);
+}
+
+TEST(SchematicGeometry, FramingShowsEveryNode) {
+  EXPECT_FALSE(frameAll({}, 800, 600));
+  EXPECT_FALSE(frameAll({{0, 0}}, 0, 600));
+  // A single node is not blown up past 1.2, and sits in the middle.
+  const auto one = frameAll({{500, 40}}, 800, 600);
+  ASSERT_TRUE(one);
+  EXPECT_EQ(one->zoom, kFrameZoomLimit);
+  EXPECT_NEAR(one->toView({500, 40}).x, 400, 1e-9);
+  EXPECT_NEAR(one->toView({500, 40}).y, 300, 1e-9);
+  // Two nodes far apart: the box (one node size beyond each centre) fits the width.
+  const auto two = frameAll({{0, 0}, {2000, 0}}, 800, 600);
+  ASSERT_TRUE(two);
+  EXPECT_NEAR(two->zoom, 800.0 / (2000 + 2 * kNodeSize), 1e-12);
+  EXPECT_NEAR(two->toView({-kNodeSize, 0}).x, 0, 1e-9);
+  EXPECT_NEAR(two->toView({2000 + kNodeSize, 0}).x, 800, 1e-9);
+  EXPECT_EQ(frameAll({{0, 0}, {1e6, 0}}, 800, 600)->zoom, kMinZoom);
+}
+
+TEST(SchematicGeometry, PointerFindsNodesAndPorts) {
+  Graph g;
+  // Radius by kind: 50 from the media centre is inside it, 50 from the correction is not.
+  EXPECT_EQ(nodeAt(g.nodes, g.at, {50, 0})->id, g.media());
+  EXPECT_EQ(nodeAt(g.nodes, g.at, {350, 0}), nullptr);
+  EXPECT_EQ(nodeAt(g.nodes, g.at, {320, 10})->id, g.color());
+  // Overlapping nodes: the one drawn last is on top.
+  g.at[g.color()] = {40, 0};
+  EXPECT_EQ(nodeAt(g.nodes, g.at, {40, 0})->id, g.color());
+  g.at[g.color()] = {300, 0};
+
+  const auto out = portAt(g.nodes, g.at, {92 + 3, 2}, 8);
+  ASSERT_TRUE(out);
+  EXPECT_EQ(*out, (PortHit{g.media(), 0, true}));
+  const Point matteIn = inPos(g.nodes[1], g.at[g.color()], 1);
+  const auto in = portAt(g.nodes, g.at, {matteIn.x + 1, matteIn.y - 1}, 8);
+  ASSERT_TRUE(in);
+  EXPECT_EQ(*in, (PortHit{g.color(), 1, false}));
+  EXPECT_FALSE(portAt(g.nodes, g.at, {150, 150}, 8));
+  EXPECT_FALSE(portAt(g.nodes, g.at, {92 + 12, 0}, 8)) << "out of reach";
+}
+
+TEST(SchematicGeometry, WireDroppedOnANodeTakesAFittingFreeInput) {
+  Graph g;
+  const Point onColor{305, 5};
+  // A picture goes to the main input, never to the matte input.
+  auto t = wireTarget(g.nodes, g.edges, g.at, g.media(), 0, onColor);
+  ASSERT_TRUE(t);
+  EXPECT_EQ(*t, (PortHit{g.color(), 0, false}));
+  // A mask's picture is a matte: it goes to the matte input.
+  t = wireTarget(g.nodes, g.edges, g.at, g.mask(), 0, onColor);
+  ASSERT_TRUE(t);
+  EXPECT_EQ(t->port, 1);
+  // So does an alpha output.
+  t = wireTarget(g.nodes, g.edges, g.at, g.media(), 1, onColor);
+  ASSERT_TRUE(t);
+  EXPECT_EQ(t->port, 1);
+
+  // Taken inputs are skipped: with the main input taken a picture has nowhere to go, a matte
+  // with its input taken falls back to the main one.
+  g.edges.push_back({Uuid::generate(), g.media(), g.color(), 0, 0});
+  EXPECT_FALSE(wireTarget(g.nodes, g.edges, g.at, g.media(), 0, onColor));
+  g.edges = {{Uuid::generate(), g.media(), g.color(), 1, 1}};
+  t = wireTarget(g.nodes, g.edges, g.at, g.mask(), 0, onColor);
+  ASSERT_TRUE(t);
+  EXPECT_EQ(t->port, 0);
+
+  // Near enough is the node's radius and 30 more; a node that feeds the source would loop.
+  EXPECT_TRUE(wireTarget(g.nodes, {}, g.at, g.media(), 0, {300 + 34 + 29, 0}));
+  EXPECT_FALSE(wireTarget(g.nodes, {}, g.at, g.media(), 0, {300 + 34 + 31, 0}));
+  const std::vector<Edge> colorFeedsMask{{Uuid::generate(), g.color(), g.mask(), 0, 0}};
+  EXPECT_FALSE(wireTarget(g.nodes, colorFeedsMask, g.at, g.mask(), 0, onColor));
+  EXPECT_FALSE(wireTarget(g.nodes, {}, g.at, g.color(), 0, onColor)) << "not onto itself";
+}
+
+TEST(SchematicGeometry, CutStrokeFindsTheWiresItCrosses) {
+  Graph g;
+  const Edge picture{Uuid::generate(), g.media(), g.color(), 0, 0};
+  const Edge matte{Uuid::generate(), g.mask(), g.color(), 1, 0};
+  g.edges = {picture, matte};
+  // A vertical stroke just left of the correction, through the upper wire only.
+  const auto upper = edgesCrossed(g.nodes, g.edges, g.at, {200, -60}, {200, 20});
+  ASSERT_EQ(upper.size(), 1u);
+  EXPECT_EQ(upper[0], picture.id);
+  EXPECT_EQ(edgesCrossed(g.nodes, g.edges, g.at, {200, -60}, {200, 400}).size(), 2u);
+  EXPECT_TRUE(edgesCrossed(g.nodes, g.edges, g.at, {500, -60}, {500, 400}).empty());
+}

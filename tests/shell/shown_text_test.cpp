@@ -1,0 +1,63 @@
+// Texts as the desktop shows them: key glyphs in the Linux form, and every text of the window
+// translated when the interface speaks English.
+#include <gtest/gtest.h>
+
+#include <QAction>
+#include <QLabel>
+#include <QToolButton>
+
+#include "document/app_model.h"
+#include "platform/scheduler.h"
+#include "platform/string_catalogue.h"
+#include "shell/main_window.h"
+#include "shell/shown_text.h"
+#include "shell_app.h"
+
+using namespace ombrik;
+
+TEST(ShownText, KeyGlyphsTakeTheirLinuxNames) {
+  EXPECT_EQ(linuxKeys("Ajuster à la fenêtre (⌘0)"), "Ajuster à la fenêtre (Ctrl+0)");
+  EXPECT_EQ(linuxKeys("Éditeur de courbes : images clés (⇧⌘G)"), "Éditeur de courbes : images clés (Ctrl+Shift+G)");
+  EXPECT_EQ(linuxKeys("Ralentit au départ de la clé (⌥⇧F9)"), "Ralentit au départ de la clé (Alt+Shift+F9)");
+  EXPECT_EQ(linuxKeys("Clic = ajouter · ⌥ + clic = retirer"), "Clic = ajouter · Alt + clic = retirer");
+  EXPECT_EQ(linuxKeys("⌥ : entrée suivante"), "Alt : entrée suivante");
+  EXPECT_EQ(linuxKeys("⌫ : supprimer"), "Backspace : supprimer");
+  EXPECT_EQ(linuxKeys("Image précédente (←)"), "Image précédente (←)") << "arrows are the same everywhere";
+  EXPECT_EQ(linuxKeys("fin ⌘"), "fin Ctrl");
+}
+
+namespace {
+struct LanguageGuard {
+  AppLanguage saved = interfaceLanguage();
+  ~LanguageGuard() { setInterfaceLanguage(saved); }
+};
+
+// Every text of a fresh window, in the order the widgets were made.
+std::vector<QString> windowTexts(AppLanguage lang) {
+  setInterfaceLanguage(lang);
+  AppModel model(AppModel::Options{.blankStart = true, .withEngine = false, .scheduler = std::make_shared<ManualScheduler>()});
+  MainWindow window(model);
+  std::vector<QString> out;
+  for (QAction* a : window.findChildren<QAction*>())
+    if (!a->text().isEmpty()) out.push_back(a->text());
+  for (QToolButton* b : window.findChildren<QToolButton*>())
+    if (!b->toolTip().isEmpty()) out.push_back(b->toolTip());
+  out.push_back(window.findChild<QLabel*>("inspectorTitle")->text());
+  return out;
+}
+}  // namespace
+
+TEST(ShownText, TheWindowSpeaksEnglishWhenAsked) {
+  test::shellApp();
+  LanguageGuard guard;
+  const std::vector<QString> french = windowTexts(AppLanguage::french);
+  const std::vector<QString> english = windowTexts(AppLanguage::english);
+  ASSERT_EQ(french.size(), english.size());
+  EXPECT_GT(french.size(), 20u);
+  for (std::size_t i = 0; i < french.size(); ++i) {
+    if (french[i] == "Français" || french[i] == "English") continue;  // each language named in itself
+    EXPECT_NE(french[i], english[i]) << "not translated: " << french[i].toStdString();
+  }
+  EXPECT_NE(std::find(english.begin(), english.end(), "Fit to window (Ctrl+0)"), english.end());
+  EXPECT_NE(std::find(french.begin(), french.end(), "Ajuster à la fenêtre (Ctrl+0)"), french.end());
+}
