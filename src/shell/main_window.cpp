@@ -1,5 +1,6 @@
 #include "shell/main_window.h"
 
+#include <QAction>
 #include <QLabel>
 #include <QSplitter>
 #include <QStatusBar>
@@ -7,6 +8,7 @@
 #include <QVBoxLayout>
 
 #include "document/app_model.h"
+#include "shell/curve_editor_widget.h"
 #include "shell/inspector_widget.h"
 #include "shell/main_menus.h"
 #include "shell/node_editor.h"
@@ -32,10 +34,13 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent) : QMainWindow(parent), 
   pictureColumn->addWidget(viewer_, 1);
   pictureColumn->addWidget(transport_);
 
-  auto* left = new QSplitter(Qt::Vertical, this);
+  auto* left = left_ = new QSplitter(Qt::Vertical, this);
   nodeEditor_ = new NodeEditor(model_, left);
+  curves_ = new CurveEditorWidget(model_, left);
+  curves_->hide();  // shown on demand, under the graph
   left->addWidget(picture);
   left->addWidget(nodeEditor_);
+  left->addWidget(curves_);
   left->setStretchFactor(0, 3);
   left->setStretchFactor(1, 2);
 
@@ -60,10 +65,30 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent) : QMainWindow(parent), 
   columns->setSizes({960, 320});
   left->setSizes({470, 330});
 
+  auto* curvesAction = new QAction(shown("Éditeur de courbes : images clés (⇧⌘G)"), this);
+  curvesAction->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_G));
+  connect(curvesAction, &QAction::triggered, this, [this] { toggleCurveEditor(); });
+  addAction(curvesAction);
+
   ticker_ = new QTimer(this);
   connect(ticker_, &QTimer::timeout, this, [this] { refresh(); });
   ticker_->start(kRefreshMs);
   refresh();
+}
+
+void MainWindow::toggleCurveEditor() {
+  const bool show = !curves_->isVisible();
+  curves_->setVisible(show);
+  if (!show) return;
+  // The curves take a third of the graph's height when they open.
+  QList<int> sizes = left_->sizes();
+  if (sizes.size() == 3 && sizes[2] < 80) {
+    const int share = std::max(120, sizes[1] / 3);
+    sizes[1] = std::max(60, sizes[1] - share);
+    sizes[2] = share;
+    left_->setSizes(sizes);
+  }
+  curves_->refresh();
 }
 
 QString MainWindow::worldName() const {
@@ -82,6 +107,7 @@ void MainWindow::refresh() {
   transport_->refresh();
   inspector_->refresh();
   nodeEditor_->refresh();
+  if (curves_->isVisible()) curves_->refresh();
   menus_->refresh();
 }
 

@@ -2,6 +2,8 @@
 // The main window: viewer and transport over the node editor, the inspector beside them, the
 // status line below. It only places the widgets and keeps them in step with the model.
 #include <QMainWindow>
+
+class QSplitter;
 #include <string>
 
 class QLabel;
@@ -16,6 +18,8 @@ class NodeEditor;
 class TransportBar;
 class ViewerWidget;
 
+class CurveEditorWidget;
+
 class MainWindow : public QMainWindow {
 public:
   explicit MainWindow(AppModel& model, QWidget* parent = nullptr);
@@ -26,6 +30,8 @@ public:
   TransportBar* transport() const { return transport_; }
   InspectorWidget* inspector() const { return inspector_; }
   NodeEditor* nodeEditor() const { return nodeEditor_; }
+  CurveEditorWidget* curveEditor() const { return curves_; }
+  void toggleCurveEditor();
 
 private:
   AppModel& model_;
@@ -36,6 +42,8 @@ private:
   TransportBar* transport_ = nullptr;
   InspectorWidget* inspector_ = nullptr;
   NodeEditor* nodeEditor_ = nullptr;
+  CurveEditorWidget* curves_ = nullptr;
+  QSplitter* left_ = nullptr;
   MainMenus* menus_ = nullptr;
   QTimer* ticker_ = nullptr;
 };

@@ -11,6 +11,8 @@
 #include "document/app_model.h"
 #include "engine/engine.h"
 #include "platform/scheduler.h"
+#include "media/video_source.h"
+#include "shell/curve_editor_widget.h"
 #include "shell/dark_theme.h"
 #include "shell/inspector_widget.h"
 #include "shell/main_window.h"
@@ -82,6 +84,59 @@ TEST(MainWindow, ScreenshotOfTheExampleWorld) {
   const QImage viewer = window.viewer()->grab().toImage();
   EXPECT_GT(greyVariance(viewer), 100) << "the picture in the viewer has content";
   EXPECT_FALSE(window.inspector()->row("amount") == nullptr) << "the selected node's settings are listed";
+
+  app.setStyle(QStyleFactory::create(oldStyle));
+  app.setPalette(oldPalette);
+}
+
+TEST(MainWindow, ScreenshotOfAnImportedClip) {
+  QApplication& app = test::shellApp();
+  const QString oldStyle = app.style()->name();
+  const QPalette oldPalette = app.palette();
+  applyDarkTheme(app);
+  TempDir dir;
+  const std::filesystem::path clip = dir.path / "rush.mp4";
+  ASSERT_EQ(std::system(("ffmpeg -v error -y -f lavfi -i testsrc2=size=960x540:rate=25 -frames:v 30 -c:v libx264 "
+                         "-pix_fmt yuv420p '" + clip.string() + "'").c_str()), 0);
+  auto clock = std::make_shared<ManualScheduler>();
+  AppModel model(AppModel::Options{.blankStart = true, .scheduler = clock,
+                                   .defaultsFile = (dir.path / "defaults.conf").string(), .dataDir = dir.path / "data"});
+  ASSERT_TRUE(model.engine) << model._status;
+  const auto world = model.createWorld(clip);
+  ASSERT_TRUE(world) << model._status;
+  model.openBatch(*world);
+  // A colour node with an animated exposure, so the curve editor has something to show.
+  const Uuid color = model.addNode(NodeKind::color(), {400, 140});
+  model.intercalate(color, model._edges.front().id);
+  model.setKey(color, "exposure", 0, -0.5);
+  model.setKey(color, "exposure", 29, 0.8);
+  model.select(color);
+  model.inspectedID = color;
+  model.seekFrame(12);
+
+  MainWindow window(model);
+  window.resize(1280, 800);
+  window.show();
+  window.toggleCurveEditor();
+  ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+  for (int i = 0; i < 200 && model.videos.begin()->second->seekBusy(); ++i) {
+    clock->waitForThreads(0.05);
+    clock->runAll();
+  }
+  clock->advance(0.05);  // the pump hands the frame over and the render runs
+  window.refresh();
+  QCoreApplication::processEvents();
+
+  const QImage shot = window.grab().toImage();
+  const char* support = std::getenv("OMBRIK_SUPPORT");
+  const QDir folder(support ? QDir(QString::fromLocal8Bit(support)).absoluteFilePath("../screenshots")
+                            : QDir::temp().absoluteFilePath("ombrik-screenshots"));
+  ASSERT_TRUE(QDir().mkpath(folder.path()));
+  EXPECT_TRUE(shot.save(folder.absoluteFilePath("main_window_clip.png")));
+  EXPECT_EQ(model._currentFrame, 12);
+  EXPECT_EQ(model._frameCount, 30);
+  EXPECT_GT(greyVariance(window.viewer()->grab().toImage()), 100) << "the clip's frame is on screen";
+  EXPECT_TRUE(window.curveEditor()->isVisible());
 
   app.setStyle(QStyleFactory::create(oldStyle));
   app.setPalette(oldPalette);
