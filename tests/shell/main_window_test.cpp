@@ -38,6 +38,14 @@ TEST(MainWindow, TitledOmbrikShowingTheWorld) {
 
 namespace {
 // Spread of the grey levels: a blank or single-colour window has none.
+// Screenshots go beside the build's test data, where a person can look at them after a run.
+bool saveScreenshot(const QImage& shot, const char* name) {
+  const char* support = std::getenv("OMBRIK_SUPPORT");
+  const QDir folder(support ? QDir(QString::fromLocal8Bit(support)).absoluteFilePath("../screenshots")
+                            : QDir::temp().absoluteFilePath("ombrik-screenshots"));
+  return QDir().mkpath(folder.path()) && shot.save(folder.absoluteFilePath(name));
+}
+
 double greyVariance(const QImage& image) {
   double sum = 0, sum2 = 0;
   const int n = image.width() * image.height();
@@ -73,11 +81,7 @@ TEST(MainWindow, ScreenshotOfTheExampleWorld) {
   QCoreApplication::processEvents();
 
   const QImage shot = window.grab().toImage();
-  const char* support = std::getenv("OMBRIK_SUPPORT");
-  const QDir folder(support ? QDir(QString::fromLocal8Bit(support)).absoluteFilePath("../screenshots")
-                            : QDir::temp().absoluteFilePath("ombrik-screenshots"));
-  ASSERT_TRUE(QDir().mkpath(folder.path()));
-  EXPECT_TRUE(shot.save(folder.absoluteFilePath("main_window.png")));
+  EXPECT_TRUE(saveScreenshot(shot, "main_window.png"));
 
   EXPECT_GT(greyVariance(shot), 100) << "the window shows more than a flat colour";
   ASSERT_FALSE(window.viewer()->picture().isNull()) << "the viewer shows a rendered picture";
@@ -128,11 +132,7 @@ TEST(MainWindow, ScreenshotOfAnImportedClip) {
   QCoreApplication::processEvents();
 
   const QImage shot = window.grab().toImage();
-  const char* support = std::getenv("OMBRIK_SUPPORT");
-  const QDir folder(support ? QDir(QString::fromLocal8Bit(support)).absoluteFilePath("../screenshots")
-                            : QDir::temp().absoluteFilePath("ombrik-screenshots"));
-  ASSERT_TRUE(QDir().mkpath(folder.path()));
-  EXPECT_TRUE(shot.save(folder.absoluteFilePath("main_window_clip.png")));
+  EXPECT_TRUE(saveScreenshot(shot, "main_window_clip.png"));
   EXPECT_EQ(model._currentFrame, 12);
   EXPECT_EQ(model._frameCount, 30);
   EXPECT_GT(greyVariance(window.viewer()->grab().toImage()), 100) << "the clip's frame is on screen";
