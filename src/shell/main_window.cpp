@@ -62,7 +62,7 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent) : QMainWindow(parent), 
 
   menus_ = new MainMenus(*this, model_, *viewer_);
   resize(1280, 800);
-  columns->setSizes({960, 320});
+  columns->setSizes({910, 370});
   left->setSizes({470, 330});
 
   auto* curvesAction = new QAction(shown("Éditeur de courbes : images clés (⇧⌘G)"), this);

@@ -45,6 +45,7 @@ ParamRow::ParamRow(AppModel& model, const Uuid& node, const ParamSpec& spec, QWi
     slider_ = new QSlider(Qt::Horizontal, this);
     slider_->setRange(0, scale.ticks);
     slider_->setPageStep(std::max(1, scale.ticks / 10));
+    slider_->setMinimumWidth(32);  // never squeezed to a dot when the key buttons appear
     field_ = new QDoubleSpinBox(this);
     field_->setRange(spec.min, spec.max);
     field_->setSingleStep(spec.step > 0 ? spec.step : 0.01);
