@@ -224,6 +224,10 @@ public:
   void resetTime();
   // Frame-exact pictures of every clip of the graph at `frame`, for renders that walk in order.
   void loadVideoFrames(int frame);
+  // The open clips that media nodes of the graph show, each once.
+  std::vector<std::pair<Uuid, VideoSource*>> graphClips() const;
+  // Every clip of the graph read at `frame` by `readers` into the engine.
+  void feedClipFrames(ForwardReaders& readers, int frame);
 
   // ---- the viewer (app_model_viewer.cpp)
   enum class ViewMode { node, compare };

@@ -2,6 +2,7 @@
 // becomes a world.
 #include <algorithm>
 #include <fstream>
+#include <set>
 #include <sstream>
 
 #include "document/app_model.h"
@@ -60,16 +61,14 @@ void AppModel::scanInbox() {
 
 void AppModel::importFromFinder(const std::vector<fs::path>& urls) {
   const auto media = expandMedia(urls);
+  std::error_code ec;
+  std::set<fs::path> inProject;  // each file of the project resolved once
+  for (const auto& m : _media)
+    if (m.url) inProject.insert(fs::weakly_canonical(*m.url, ec));
   std::vector<fs::path> fresh;
   int known = 0;
   for (const auto& url : media) {
-    std::error_code ec;
-    const fs::path absolute = fs::weakly_canonical(url, ec);
-    const bool inProject = std::any_of(_media.begin(), _media.end(), [&](const MediaItem& m) {
-      std::error_code e2;
-      return m.url && fs::weakly_canonical(*m.url, e2) == absolute;
-    });
-    if (inProject) ++known;
+    if (inProject.count(fs::weakly_canonical(url, ec))) ++known;
     else fresh.push_back(url);
   }
   if (fresh.empty()) {

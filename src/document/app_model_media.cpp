@@ -117,16 +117,11 @@ void AppModel::startTimer() {
 void AppModel::tick() {
   if (_isPlaying) return;
   bool landed = false;
-  std::set<Uuid> seen;
-  for (const auto& n : _nodes) {
-    if (n.kind->id != "media" || !n.mediaID || !seen.insert(*n.mediaID).second) continue;
-    auto it = videos.find(*n.mediaID);
-    if (it == videos.end()) continue;
-    if (auto frame = it->second->takeFrame()) {
-      if (engine) engine->updateSource(frame->picture, *n.mediaID);
+  for (const auto& [id, clip] : graphClips())
+    if (auto frame = clip->takeFrame()) {
+      if (engine) engine->updateSource(frame->picture, id);
       landed = true;
     }
-  }
   if (VideoSource* v = activeVideo()) {
     _frameCount = batchFrames(*v);
     _fps = v->fps();
@@ -138,10 +133,7 @@ void AppModel::seekFrame(int n) {
   if (VideoSource* active = activeVideo()) {
     _currentFrame = std::clamp(n, 0, batchFrames(*active) - 1);
     // Every clip of the graph follows, not only the one that sets the length.
-    std::set<Uuid> seen;
-    for (const auto& node : _nodes)
-      if (node.kind->id == "media" && node.mediaID && seen.insert(*node.mediaID).second)
-        if (auto it = videos.find(*node.mediaID); it != videos.end()) it->second->seek(_currentFrame);
+    for (const auto& [id, clip] : graphClips()) clip->seek(_currentFrame);
     return;  // the picture comes with the pump
   }
   _currentFrame = std::clamp(n, 0, 99);
@@ -162,16 +154,24 @@ void AppModel::resetTime() {
 }
 
 void AppModel::loadVideoFrames(int frame) {
-  if (!engine) return;
   if (!renderReaders_) renderReaders_ = std::make_unique<ForwardReaders>();
+  feedClipFrames(*renderReaders_, frame);
+}
+
+std::vector<std::pair<Uuid, VideoSource*>> AppModel::graphClips() const {
+  std::vector<std::pair<Uuid, VideoSource*>> clips;
   std::set<Uuid> seen;
   for (const auto& n : _nodes) {
     if (n.kind->id != "media" || !n.mediaID || !seen.insert(*n.mediaID).second) continue;
-    auto it = videos.find(*n.mediaID);
-    if (it == videos.end()) continue;
-    if (auto picture = renderReaders_->frame(*n.mediaID, it->second->url(), frame))
-      engine->updateSource(*picture, *n.mediaID);
+    if (auto it = videos.find(*n.mediaID); it != videos.end()) clips.emplace_back(*n.mediaID, it->second.get());
   }
+  return clips;
+}
+
+void AppModel::feedClipFrames(ForwardReaders& readers, int frame) {
+  if (!engine) return;
+  for (const auto& [id, clip] : graphClips())
+    if (auto picture = readers.frame(id, clip->url(), frame)) engine->updateSource(*picture, id);
 }
 
 }  // namespace ombrik

@@ -99,10 +99,7 @@ void AppModel::stopPlayback() {
   p.working = false;
   p.display = nullptr;
   playEvalScale.reset();
-  std::set<Uuid> seen;
-  for (const auto& n : _nodes)  // the viewer's clips stand where playback stopped
-    if (n.kind->id == "media" && n.mediaID && seen.insert(*n.mediaID).second)
-      if (auto it = videos.find(*n.mediaID); it != videos.end()) it->second->seek(_currentFrame);
+  for (const auto& [id, clip] : graphClips()) clip->seek(_currentFrame);  // the viewer's clips stand where it stopped
   requestRender();
 }
 
@@ -166,12 +163,7 @@ void AppModel::kickRender() {
     if (!play || play->generation != generation) return;
     PlayState& p = *play;
     gpu::TexturePtr made;
-    std::set<Uuid> seen;
-    for (const auto& node : _nodes)
-      if (node.kind->id == "media" && node.mediaID && seen.insert(*node.mediaID).second)
-        if (auto it = videos.find(*node.mediaID); it != videos.end())
-          if (auto picture = p.readers.frame(*node.mediaID, it->second->url(), f))
-            engine->updateSource(*picture, *node.mediaID);
+    feedClipFrames(p.readers, f);
     if (auto source = passthroughMedia(*p.target); source && engine->sources().count(*source)) {
       made = engine->fastFrame(engine->sources().at(*source), p.cacheW, p.cacheH);
     } else {
