@@ -14,6 +14,10 @@ Scheduler::Token AppModel::later(double seconds, std::function<void()> work) {
   });
 }
 
+Scheduler::Token AppModel::repeat(double seconds, std::function<void()> work) {
+  return scheduler_->every(seconds, std::move(work));  // the destructor cancels every repeat
+}
+
 void AppModel::storedNodes() {
   invalidatePlayCache();
   requestRender();

@@ -18,12 +18,7 @@ fs::path AppModel::inboxDir() { return dataDir_ / "Inbox"; }
 void AppModel::startInbox() {
   if (inboxTimer_) return;
   scanInbox();
-  auto repeat = std::make_shared<std::function<void()>>();
-  *repeat = [this, repeat] {
-    scanInbox();
-    inboxTimer_ = later(3, *repeat);
-  };
-  inboxTimer_ = later(3, *repeat);
+  inboxTimer_ = repeat(3, [this] { scanInbox(); });
 }
 
 void AppModel::scanInbox() {

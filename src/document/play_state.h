@@ -18,7 +18,7 @@ struct PlayState {
   std::optional<Uuid> target;            // the node the cache belongs to
   gpu::TexturePtr display;               // what the viewer draws while playing
   int displayFrame = 0;
-  bool timerRunning = false;
+  std::optional<std::uint64_t> timer;  // the play clock's repeating tick
   ForwardReaders readers;
   double startTime = 0;  // clock origin, seconds
   int startFrame = 0;    // frame at the clock origin

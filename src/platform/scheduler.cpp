@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QTimer>
+#include <algorithm>
 #include <chrono>
 #include <map>
 
@@ -21,6 +22,15 @@ public:
     });
     timers_[t] = timer;
     timer->start(int(seconds * 1000));
+    return t;
+  }
+  Token every(double seconds, std::function<void()> work) override {
+    const Token t = ++next_;
+    auto* timer = new QTimer(QCoreApplication::instance());
+    timer->setTimerType(Qt::PreciseTimer);  // the play clock's ticks are a few milliseconds apart
+    QObject::connect(timer, &QTimer::timeout, timer, std::move(work));
+    timers_[t] = timer;
+    timer->start(std::max(1, int(seconds * 1000)));
     return t;
   }
   void cancel(Token token) override {

@@ -1,6 +1,7 @@
 #pragma once
 // Runs work later on the main thread. The application posts to the Qt event loop; tests use a
 // manual scheduler with its own clock and decide when queued work runs.
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <chrono>
@@ -21,6 +22,9 @@ public:
   virtual Token postAfter(double seconds, std::function<void()> work) = 0;
   virtual void cancel(Token token) = 0;
   Token post(std::function<void()> work) { return postAfter(0, std::move(work)); }
+  // Runs `work` every `seconds` until the token is cancelled. One timer for the whole run, so a
+  // steady loop (the idle pump, the play clock) allocates nothing per tick.
+  virtual Token every(double seconds, std::function<void()> work) = 0;
   // Seconds on a steady clock; the manual scheduler's own clock in tests.
   virtual double now() const = 0;
   // Work handed over by a background thread (a decoder, a worker): safe from any thread, runs
@@ -35,10 +39,19 @@ class ManualScheduler final : public Scheduler {
 public:
   Token postAfter(double seconds, std::function<void()> work) override {
     const Token t = ++next_;
-    queue_.emplace(t, Item{now_ + std::max(0.0, seconds), std::move(work)});
+    queue_.emplace(t, Item{now_ + std::max(0.0, seconds), 0, std::move(work)});
     return t;
   }
-  void cancel(Token token) override { queue_.erase(token); }
+  Token every(double seconds, std::function<void()> work) override {
+    const Token t = ++next_;
+    const double period = std::max(kShortestPeriod, seconds);
+    queue_.emplace(t, Item{now_ + period, period, std::move(work)});
+    return t;
+  }
+  void cancel(Token token) override {
+    if (token == running_) runningCancelled_ = true;
+    queue_.erase(token);
+  }
   void postFromThread(std::function<void()> work) override {
     {
       std::lock_guard g(inboxLock_);
@@ -66,16 +79,26 @@ public:
         if (it->second.at <= until && (due == queue_.end() || it->second.at < due->second.at)) due = it;
       if (due == queue_.end()) break;
       now_ = std::max(now_, due->second.at);
-      auto work = std::move(due->second.work);
-      queue_.erase(due);
-      work();
+      // Taken out while it runs, so that work may cancel itself; a repeating item goes back
+      // under the same token unless it did.
+      auto item = queue_.extract(due);
+      running_ = item.key();
+      runningCancelled_ = false;
+      item.mapped().work();
+      running_ = 0;
+      if (item.mapped().period > 0 && !runningCancelled_) {
+        item.mapped().at += item.mapped().period;
+        queue_.insert(std::move(item));
+      }
     }
     now_ = until;
   }
 
 private:
+  static constexpr double kShortestPeriod = 0.001;
   struct Item {
     double at;
+    double period;  // 0: once
     std::function<void()> work;
   };
   void takeInbox() {
@@ -91,6 +114,8 @@ private:
   std::vector<std::function<void()>> inbox_;
   std::map<Token, Item> queue_;  // by token: posting order breaks ties
   Token next_ = 0;
+  Token running_ = 0;
+  bool runningCancelled_ = false;
   double now_ = 0;
 };
 
