@@ -142,6 +142,18 @@ public:
   std::optional<Picture> thumbnail(const Tex& texture, int maxSide);  // may enlarge
   bool writePreview(const Tex& texture, const std::filesystem::path& path, int maxSide);  // never enlarges
 
+  // ---- the viewer's display pass (engine_viewer_picture.cpp)
+  // mode: 0 the picture, 1 the picture as a matte tinted over `before`, 2 a wipe showing `before`
+  // left of `wipe` (u, 0..1) with a line of half-width `lineW` (u), 3 the difference with `before`
+  // times 4. nearest > 0.5 samples the nearest texel instead of bilinear, clamp-to-edge either way.
+  struct ViewP {
+    float mode = 0, wipe = 0.5f, lineW = 0, nearest = 0;
+  };
+  // `img` (and `before` for modes 1-3) drawn into a new rgba8 texture of width x height, each pixel
+  // sampled at its centre, values kept as they are. Without `before`, mode 1 tints over `img`
+  // itself and modes 2-3 show the picture. Nothing when img is empty or the kernel is missing.
+  Tex viewerPicture(const Tex& img, const Tex& before, const ViewP& p, int width, int height);
+
 private:
   Engine() = default;
   struct Eval;  // the state of one evaluation
