@@ -1,7 +1,11 @@
 #include "shell/inspector_widget.h"
 
+#include <QCheckBox>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QScrollArea>
+#include <QSignalBlocker>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 #include "document/app_model.h"
@@ -18,10 +22,28 @@ InspectorWidget::InspectorWidget(AppModel& model, QWidget* parent) : QWidget(par
   title_ = new QLabel(this);
   title_->setObjectName("inspectorTitle");
   title_->setStyleSheet("QLabel { font-size: 15px; font-weight: bold; }");
+  lock_ = new QToolButton(this);
+  lock_->setObjectName("inspectorLock");
+  lock_->setText(shown("Verrouillé"));
+  lock_->setToolTip(shown("Réglages verrouillés sur ce node : cliquez pour les libérer."));
+  lock_->setStyleSheet("QToolButton { color: #f09646; font-weight: bold; }");
+  connect(lock_, &QToolButton::clicked, this, [this] {
+    if (model_.inspectorLock) model_.toggleInspectorLock(*model_.inspectorLock);
+    refresh();
+  });
+  bypass_ = new QCheckBox(shown("Bypass"), this);
+  bypass_->setObjectName("inspectorBypass");
+  connect(bypass_, &QCheckBox::clicked, this, [this](bool on) {
+    if (node_) model_.setBypass(*node_, on);
+  });
+  auto* header = new QHBoxLayout;
+  header->addWidget(title_, 1);
+  header->addWidget(lock_);
+  header->addWidget(bypass_);
   info_ = new QLabel(this);
   info_->setWordWrap(true);
   info_->setStyleSheet("QLabel { color: #9a9aa2; }");
-  column->addWidget(title_);
+  column->addLayout(header);
   column->addWidget(info_);
 
   auto* scroll = new QScrollArea(this);
@@ -34,9 +56,11 @@ InspectorWidget::InspectorWidget(AppModel& model, QWidget* parent) : QWidget(par
   scroll->setWidget(rows_);
   column->addWidget(scroll, 1);
   rebuild();
+  refreshHeader(nullptr);
 }
 
 std::optional<Uuid> InspectorWidget::target() const {
+  if (model_.inspectorLock && model_.nodeByID(*model_.inspectorLock)) return model_.inspectorLock;
   if (model_.inspectedID && model_.nodeByID(*model_.inspectedID)) return model_.inspectedID;
   if (model_._selected && model_.nodeByID(*model_._selected)) return model_._selected;
   return std::nullopt;
@@ -79,12 +103,22 @@ void InspectorWidget::refresh() {
     node_ = now;
     rebuild();
   }
+  refreshHeader(n);
   if (!n) return;
   if (n->params == shownParams_ && n->anim == shownAnim_ && model_._currentFrame == shownFrame_) return;
   shownParams_ = n->params;
   shownAnim_ = n->anim;
   shownFrame_ = model_._currentFrame;
   for (ParamRow* r : rowList_) r->refresh();
+}
+
+void InspectorWidget::refreshHeader(const Node* n) {
+  lock_->setVisible(n && model_.inspectorLock == n->id);
+  bypass_->setVisible(n != nullptr);
+  if (n && bypass_->isChecked() != n->bypass) {
+    const QSignalBlocker quiet(bypass_);
+    bypass_->setChecked(n->bypass);
+  }
 }
 
 }  // namespace ombrik

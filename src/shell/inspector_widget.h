@@ -1,6 +1,7 @@
 #pragma once
-// The settings of one node: the inspected node, else the selected one. Rows are built when that
-// node changes and only re-read when its values or the time change.
+// The settings of one node: the node the panel is locked on, else the inspected node, else the
+// selected one. Rows are built when that node changes and only re-read when its values or the
+// time change.
 #include <QWidget>
 #include <map>
 #include <optional>
@@ -10,13 +11,16 @@
 #include "graph/keyframe.h"
 #include "graph/uuid.h"
 
+class QCheckBox;
 class QLabel;
+class QToolButton;
 class QVBoxLayout;
 
 namespace ombrik {
 
 class AppModel;
 class ParamRow;
+struct Node;
 
 class InspectorWidget : public QWidget {
 public:
@@ -28,11 +32,14 @@ public:
 private:
   std::optional<Uuid> target() const;
   void rebuild();
+  void refreshHeader(const Node* n);
 
   AppModel& model_;
   std::optional<Uuid> node_;
   std::string kind_;
   QLabel* title_ = nullptr;
+  QToolButton* lock_ = nullptr;  // shown while the panel is locked; a click releases it
+  QCheckBox* bypass_ = nullptr;
   QLabel* info_ = nullptr;
   QWidget* rows_ = nullptr;
   QVBoxLayout* rowsLayout_ = nullptr;

@@ -11,6 +11,7 @@
 #include "document/app_model.h"
 #include "shell/kind_menu.h"
 #include "shell/schematic_painter.h"
+#include "shell/shown_text.h"
 
 namespace ombrik {
 
@@ -71,6 +72,8 @@ NodeEditor::Drawn NodeEditor::drawn() const {
   d.selection = model_._selection;
   d.selected = model_._selected;
   d.displayed = model_.displayedNodeID();
+  d.inspectorLock = model_.inspectorLock;
+  d.viewLocked = model_._viewLocked;
   return d;
 }
 
@@ -90,9 +93,24 @@ void NodeEditor::paintEvent(QPaintEvent*) {
   p.setRenderHint(QPainter::Antialiasing);
   const schematic::View v = view();
   paintBackground(p, rect(), v);
-  const SchematicScene scene{model_, v, model_.displayedNodeID(), gesture_ == Gesture::wire ? wireHover_ : std::nullopt};
+  SchematicScene scene{model_, v, model_.displayedNodeID(), gesture_ == Gesture::wire ? wireHover_ : std::nullopt, {}};
+  const bool moving = gesture_ == Gesture::moveNodes;
+  if (moving && snap_ && snap_->kind == schematic::Snap::Kind::insert) scene.litEdge = snap_->edge;
+  if (moving && snap_ && snap_->kind == schematic::Snap::Kind::link) scene.highlight = schematic::PortHit{snap_->to, snap_->port, false};
   paintWires(p, scene);
+  if (moving && snap_ && snap_->kind == schematic::Snap::Kind::link) {
+    const Node* from = model_.nodeByID(snap_->from);
+    const Node* to = model_.nodeByID(snap_->to);
+    auto pf = model_.layout.position(snap_->from), pt = model_.layout.position(snap_->to);
+    if (from && to && pf && pt)
+      paintSnapLink(p, v.toView(schematic::outPos(*from, *pf, 0)), v.toView(schematic::inPos(*to, *pt, snap_->port)));
+  }
   paintNodes(p, scene);
+  if (moving && pressedNode_) {
+    const bool unlock = model_._viewLocked && model_._viewedNode == *pressedNode_;
+    paintDropBands(p, width(), height(), band_, shown("Supprimer"),
+                   shown(unlock ? "Libérer la vue" : "Verrouiller la vue"));
+  }
   if (gesture_ == Gesture::wire)
     if (const Node* from = model_.nodeByID(wireFrom_))
       if (auto c = model_.layout.position(wireFrom_))
@@ -158,13 +176,11 @@ void NodeEditor::mouseMoveEvent(QMouseEvent* event) {
     case Gesture::press:
       if (std::abs(d.x()) + std::abs(d.y()) <= kDragThreshold) return;
       gesture_ = Gesture::moveNodes;
+      model_.interactiveDrag = true;
       [[fallthrough]];
-    case Gesture::moveNodes: {
-      const double z = view().zoom;
-      for (const auto& [id, start] : dragStart_) model_.layout.set(id, {start.x + d.x() / z, start.y + d.y() / z});
-      update();
+    case Gesture::moveNodes:
+      dragNodes(at);
       return;
-    }
     case Gesture::wire: {
       wireEnd_ = at;
       const Point g = toGraph(at);
@@ -203,6 +219,9 @@ void NodeEditor::mouseReleaseEvent(QMouseEvent* event) {
         model_.select(*model_._selected, true);
       model_.select(*pressedNode_, ctrlAtPress_);
       break;
+    case Gesture::moveNodes:
+      dropNodes(event->modifiers());
+      break;
     case Gesture::wire:
       finishWire(at);
       break;
@@ -220,9 +239,66 @@ void NodeEditor::mouseReleaseEvent(QMouseEvent* event) {
     default:
       break;
   }
-  pressedNode_.reset();
+  endDrag();
   wireHover_.reset();
+  refresh();
+  update();
+}
+
+void NodeEditor::dragNodes(QPointF at) {
+  const QPointF d = at - pressAt_;
+  const double z = view().zoom;
+  for (const auto& [id, start] : dragStart_) model_.layout.set(id, {start.x + d.x() / z, start.y + d.y() / z});
+  band_ = schematic::bandAt(pt(at), width(), height());
+  // Only a node moved alone snaps, and not while it is held over a band.
+  const auto centre = pressedNode_ ? model_.layout.position(*pressedNode_) : std::nullopt;
+  if (band_ == schematic::DropBand::none && dragStart_.size() == 1 && centre) {
+    contact_ = schematic::contactOf(model_._nodes, model_.layout.positions(), *pressedNode_, *centre, contact_);
+    snap_ = schematic::computeSnap(model_._nodes, model_._edges, model_.layout.positions(), *pressedNode_, *centre, contact_);
+  } else {
+    contact_.reset();
+    snap_.reset();
+  }
+  update();
+}
+
+void NodeEditor::dropNodes(Qt::KeyboardModifiers mods) {
+  if (!pressedNode_) return;
+  const Uuid node = *pressedNode_;
+  if (band_ != schematic::DropBand::none) {
+    // A drop on a band is a command, not a move: the nodes go back where they were first.
+    for (const auto& [id, start] : dragStart_) model_.layout.set(id, start);
+    if (band_ == schematic::DropBand::context) model_.toggleViewLock(node);
+    else if (model_.isSelected(node)) model_.deleteSelection();
+    else model_.deleteNode(node);
+    return;
+  }
+  if (!snap_) return;
+  if (snap_->kind == schematic::Snap::Kind::link) model_.connect(snap_->from, snap_->to, snap_->port, 0);
+  else if ((mods & Qt::ControlModifier) && (mods & Qt::ShiftModifier)) model_.intercalate(node, snap_->edge);
+  else model_.insert(node, snap_->edge);
+}
+
+void NodeEditor::endDrag() {
+  pressedNode_.reset();
   dragStart_.clear();
+  contact_.reset();
+  snap_.reset();
+  band_ = schematic::DropBand::none;
+  if (!model_.interactiveDrag) return;
+  model_.interactiveDrag = false;
+  // Renders held back while the node moved are due now.
+  if (std::exchange(model_.renderPendingAfterDrag, false)) model_.requestRender();
+}
+
+void NodeEditor::mouseDoubleClickEvent(QMouseEvent* event) {
+  const Node* n = event->button() == Qt::LeftButton
+                      ? schematic::nodeAt(model_._nodes, model_.layout.positions(), toGraph(event->position()))
+                      : nullptr;
+  if (!n) return QWidget::mouseDoubleClickEvent(event);
+  gesture_ = Gesture::none;  // the press before it started nothing that should go on
+  endDrag();
+  model_.toggleInspectorLock(n->id);
   refresh();
   update();
 }
@@ -275,7 +351,32 @@ void NodeEditor::openKindMenu(QPoint viewPos, bool quick) {
 
 void NodeEditor::contextMenuEvent(QContextMenuEvent* event) {
   model_.quickAddLink.reset();
+  if (const Node* n = schematic::nodeAt(model_._nodes, model_.layout.positions(), toGraph(event->pos())))
+    return openNodeMenu(*n, event->pos());
   openKindMenu(event->pos(), false);
+}
+
+void NodeEditor::openNodeMenu(const Node& node, QPoint viewPos) {
+  QMenu menu(this);
+  menu.setObjectName("nodeMenu");
+  QAction* bypass = menu.addAction(shown("Bypass"));
+  bypass->setObjectName("bypass");
+  bypass->setCheckable(true);
+  bypass->setChecked(node.bypass);
+  const Uuid id = node.id;
+  connect(bypass, &QAction::triggered, this, [this, id](bool on) { model_.setBypass(id, on); });
+  menu.exec(mapToGlobal(viewPos));
+  refresh();
+}
+
+void NodeEditor::toggleBypassOfSelection() {
+  std::set<Uuid> ids = model_._selection;
+  if (model_._selected) ids.insert(*model_._selected);
+  std::erase_if(ids, [&](const Uuid& id) { return !model_.nodeByID(id); });
+  if (ids.empty()) return;
+  // A mixed selection is all bypassed first, as one key press should give one state.
+  const bool on = !std::all_of(ids.begin(), ids.end(), [&](const Uuid& id) { return model_.nodeByID(id)->bypass; });
+  for (const Uuid& id : ids) model_.setBypass(id, on);
 }
 
 void NodeEditor::wheelEvent(QWheelEvent* event) {
@@ -305,6 +406,10 @@ void NodeEditor::keyPressEvent(QKeyEvent* event) {
     case Qt::Key_V:
       if (!ctrl) return QWidget::keyPressEvent(event);
       model_.pasteNodes(kPasteOffset);
+      break;
+    case Qt::Key_D:
+      if (event->modifiers() != Qt::NoModifier) return QWidget::keyPressEvent(event);
+      toggleBypassOfSelection();
       break;
     case Qt::Key_Tab:
       model_.quickAddLink.reset();

@@ -1,6 +1,8 @@
 #pragma once
 // The graph of the open world, drawn and edited by hand: select, move, wire, cut, add, delete,
-// copy and paste. Each world keeps its own pan and zoom.
+// copy and paste. A node dragged alone snaps onto the node it touches or into a wire; dropped on
+// the bands along the bottom it is deleted or locked on the viewer. Each world keeps its own pan
+// and zoom.
 #include <QElapsedTimer>
 #include <QWidget>
 #include <map>
@@ -33,6 +35,7 @@ protected:
   void mousePressEvent(QMouseEvent* event) override;
   void mouseMoveEvent(QMouseEvent* event) override;
   void mouseReleaseEvent(QMouseEvent* event) override;
+  void mouseDoubleClickEvent(QMouseEvent* event) override;
   void wheelEvent(QWheelEvent* event) override;
   void keyPressEvent(QKeyEvent* event) override;
   void keyReleaseEvent(QKeyEvent* event) override;
@@ -50,12 +53,18 @@ private:
     std::vector<Edge> edges;
     std::map<Uuid, Point> positions;
     std::set<Uuid> selection;
-    std::optional<Uuid> selected, displayed;
+    std::optional<Uuid> selected, displayed, inspectorLock;
+    bool viewLocked = false;
     bool operator==(const Drawn&) const = default;
   };
   Drawn drawn() const;
   schematic::View& currentView();
   void finishWire(Point g);
+  void dragNodes(QPointF at);
+  void dropNodes(Qt::KeyboardModifiers mods);
+  void endDrag();
+  void toggleBypassOfSelection();
+  void openNodeMenu(const Node& node, QPoint viewPos);
   double portReach() const;  // in graph units
   void setView(const schematic::View& v);
 
@@ -67,6 +76,10 @@ private:
   bool ctrlAtPress_ = false;
   std::optional<Uuid> pressedNode_;
   std::map<Uuid, Point> dragStart_;
+  // A node dragged alone: the node it touches and what letting it go would do.
+  std::optional<Uuid> contact_;
+  std::optional<schematic::Snap> snap_;
+  schematic::DropBand band_ = schematic::DropBand::none;
   // A wire being drawn: its source, and the wire it was picked up from, if any.
   Uuid wireFrom_;
   int wireFromPort_ = 0;

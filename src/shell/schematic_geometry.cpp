@@ -230,4 +230,88 @@ std::vector<Uuid> edgesCrossed(const std::vector<Node>& nodes, const std::vector
   return out;
 }
 
+std::optional<Uuid> contactOf(const std::vector<Node>& nodes, const Positions& positions, const Uuid& dragged,
+                              Point at, std::optional<Uuid> held) {
+  const Node* self = find(nodes, dragged);
+  if (!self) return std::nullopt;
+  auto reach = [&](const Node& n) { return radius(*self) + radius(n) + kContactGap; };
+  std::optional<Uuid> nearest;
+  double best = INFINITY;
+  for (const auto& n : nodes) {
+    auto p = positions.find(n.id);
+    if (n.id == dragged || p == positions.end()) continue;
+    const double d = dist(at, p->second);
+    if (d >= reach(n)) continue;
+    if (held && n.id == *held) return held;  // a contact holds until it is broken
+    if (d < best) {
+      best = d;
+      nearest = n.id;
+    }
+  }
+  return nearest;
+}
+
+namespace {
+
+bool feedsMattes(const Node& n) { return n.kind->id == "mask" || n.kind->id == "xform" || n.kind->id == "meshwarp"; }
+
+std::optional<Snap> contactLink(const Node& self, Point at, const Node& other, Point otherAt,
+                                const std::vector<Edge>& edges) {
+  const bool selfFeeds = at.x < otherAt.x;
+  const Node& source = selfFeeds ? self : other;
+  const Node& target = selfFeeds ? other : self;
+  if (!source.kind->hasOutput || target.inputCount() == 0) return std::nullopt;
+  const double offset = selfFeeds ? at.y - otherAt.y : otherAt.y - at.y;
+  const int port = portFor(offset, target.inputCount());
+  const bool taken = std::any_of(edges.begin(), edges.end(), [&](const Edge& e) { return e.to == target.id && e.port == port; });
+  const bool matte = port < int(target.kind->inputs.size()) && target.kind->inputs[port].isMatte;
+  if (taken || (matte && !feedsMattes(source)) || feeds(edges, target.id, source.id)) return std::nullopt;
+  return Snap::link(source.id, target.id, port);
+}
+
+}  // namespace
+
+std::optional<Snap> computeSnap(const std::vector<Node>& nodes, const std::vector<Edge>& edges,
+                                const Positions& positions, const Uuid& dragged, Point at,
+                                std::optional<Uuid> contact) {
+  const Node* self = find(nodes, dragged);
+  if (!self) return std::nullopt;
+  if (const Node* other = contact ? find(nodes, *contact) : nullptr)
+    if (auto p = positions.find(other->id); p != positions.end())
+      if (auto link = contactLink(*self, at, *other, p->second, edges)) return link;
+  // Only a node that passes a picture through can sit on a wire.
+  if (!self->kind->hasOutput || self->inputCount() == 0) return std::nullopt;
+  std::optional<Snap> best;
+  double nearest = kInsertReach;
+  for (const auto& e : edges) {
+    if (e.from == dragged || e.to == dragged) continue;
+    const Node* f = find(nodes, e.from);
+    const Node* t = find(nodes, e.to);
+    auto pf = positions.find(e.from), pt = positions.find(e.to);
+    if (!f || !t || pf == positions.end() || pt == positions.end()) continue;
+    const double d = distanceToCurve(at, outPos(*f, pf->second, e.fromPort), inPos(*t, pt->second, e.port));
+    if (d < nearest) {
+      nearest = d;
+      best = Snap::insert(e.id);
+    }
+  }
+  return best;
+}
+
+Band bandRect(DropBand band, double viewWidth, double viewHeight) {
+  if (band == DropBand::none) return {};
+  // Each band takes a bottom corner, leaving the middle of the edge to plain moves.
+  const double height = 40, width = std::min(260.0, viewWidth * 0.4);
+  const double y = viewHeight - height;
+  return band == DropBand::trash ? Band{0, y, width, height} : Band{viewWidth - width, y, width, height};
+}
+
+DropBand bandAt(Point v, double viewWidth, double viewHeight) {
+  for (DropBand band : {DropBand::trash, DropBand::context}) {
+    const Band b = bandRect(band, viewWidth, viewHeight);
+    if (v.x >= b.x && v.x < b.x + b.width && v.y >= b.y && v.y < b.y + b.height) return band;
+  }
+  return DropBand::none;
+}
+
 }  // namespace ombrik::schematic

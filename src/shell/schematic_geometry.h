@@ -88,4 +88,39 @@ std::optional<PortHit> wireTarget(const std::vector<Node>& nodes, const std::vec
 std::vector<Uuid> edgesCrossed(const std::vector<Node>& nodes, const std::vector<Edge>& edges,
                                const Positions& positions, Point a, Point b);
 
+// ---- a node dragged alone: what letting it go where it is would do
+constexpr double kContactGap = 6;    // between two discs still counted as touching
+constexpr double kInsertReach = 16;  // from the dragged centre to a wire it goes into
+
+struct Snap {
+  enum class Kind { link, insert };
+  Kind kind = Kind::link;
+  Uuid from, to;  // link: a new wire from `from` into input `port` of `to`
+  int port = 0;
+  Uuid edge;      // insert: the wire the dragged node goes into
+  static Snap link(const Uuid& from, const Uuid& to, int port) { return {Kind::link, from, to, port, {}}; }
+  static Snap insert(const Uuid& edge) { return {Kind::insert, {}, {}, 0, edge}; }
+  bool operator==(const Snap&) const = default;
+};
+
+// The node the dragged one, centred at `at`, touches: the one `held` so far while it stays
+// close, else the nearest.
+std::optional<Uuid> contactOf(const std::vector<Node>& nodes, const Positions& positions, const Uuid& dragged,
+                              Point at, std::optional<Uuid> held);
+// A wire between the dragged node and its contact (the one on the left feeds the other, on
+// the input facing it) when that input is free, takes what the source carries and closes no
+// loop; else the nearest wire not already on the node, if close enough, to slip it into. A
+// loop there is left to the model to refuse: taken out of its place first, the node may fit.
+std::optional<Snap> computeSnap(const std::vector<Node>& nodes, const std::vector<Edge>& edges,
+                                const Positions& positions, const Uuid& dragged, Point at,
+                                std::optional<Uuid> contact);
+
+// ---- the drop bands along the bottom of the editor while a node is dragged, in view points
+enum class DropBand { none, trash, context };
+struct Band {
+  double x = 0, y = 0, width = 0, height = 0;
+};
+Band bandRect(DropBand band, double viewWidth, double viewHeight);
+DropBand bandAt(Point v, double viewWidth, double viewHeight);
+
 }  // namespace ombrik::schematic

@@ -20,6 +20,8 @@ const QColor kPictureWire(176, 176, 184);
 const QColor kMatteWire(111, 160, 240);
 const QColor kPictureInput(224, 192, 96);
 const QColor kMatteInput(111, 160, 240);
+const QColor kSnapWire(255, 206, 110);
+const QColor kLockMark(240, 150, 70);
 
 QColor tintOf(const NodeKind& kind) {
   const std::uint32_t hex = kind.tintHex ? kind.tintHex : kind.tint();
@@ -61,7 +63,8 @@ void paintWires(QPainter& p, const SchematicScene& scene) {
     const Point a = scene.view.toView(schematic::outPos(*from, pf->second, e.fromPort));
     const Point b = scene.view.toView(schematic::inPos(*to, pt->second, e.port));
     const bool matte = e.fromPort >= 1 || isMatteInput(*to, e.port);
-    p.setPen(QPen(matte ? kMatteWire : kPictureWire, std::max(1.0, 1.8 * scene.view.zoom)));
+    const bool lit = scene.litEdge == e.id;
+    p.setPen(QPen(lit ? kSnapWire : matte ? kMatteWire : kPictureWire, std::max(1.0, (lit ? 4.0 : 1.8) * scene.view.zoom)));
     p.drawPath(wirePath(a, b));
   }
 }
@@ -101,10 +104,16 @@ void paintNodes(QPainter& p, const SchematicScene& scene) {
       const QRectF label(c.x - 120, c.y + r + 3 * z, 240, f.pixelSize() * 1.6);
       p.drawText(label, Qt::AlignHCenter | Qt::AlignTop, qs(n.kind->title.value()));
     }
-    if (scene.displayed == n.id) {  // the node on the viewer carries a small lit mark
+    if (scene.displayed == n.id) {  // the node on the viewer carries a small lit mark, orange while locked
       p.setPen(Qt::NoPen);
-      p.setBrush(QColor(120, 220, 140));
+      p.setBrush(m._viewLocked ? kLockMark : QColor(120, 220, 140));
       p.drawEllipse(QPointF(c.x, c.y - r - 7 * z), 3.5 * z + 1, 3.5 * z + 1);
+    }
+    if (m.inspectorLock == n.id) {  // the node the inspector is held on: a small square beside it
+      const double s = 3.5 * z + 1;
+      p.setPen(Qt::NoPen);
+      p.setBrush(kLockMark);
+      p.drawRect(QRectF(c.x + r * 0.7 - s, c.y - r * 0.7 - s, 2 * s, 2 * s));
     }
 
     const double portR = std::max(2.5, 5.0 * z);
@@ -134,6 +143,37 @@ void paintPendingWire(QPainter& p, Point from, Point to) {
 void paintCutStroke(QPainter& p, Point from, Point to) {
   p.setPen(QPen(QColor(240, 96, 96), 1.5, Qt::DashLine));
   p.drawLine(q(from), q(to));
+}
+
+void paintSnapLink(QPainter& p, Point from, Point to) {
+  p.setBrush(Qt::NoBrush);
+  p.setPen(QPen(kSnapWire, 3));
+  p.drawPath(wirePath(from, to));
+}
+
+void paintDropBands(QPainter& p, double viewWidth, double viewHeight, schematic::DropBand hovered,
+                    const QString& trashLabel, const QString& contextLabel) {
+  using schematic::DropBand;
+  const struct {
+    DropBand band;
+    QColor colour;
+    const QString& label;
+  } bands[] = {{DropBand::trash, QColor(200, 70, 70), trashLabel}, {DropBand::context, kLockMark, contextLabel}};
+  QFont f = p.font();
+  f.setBold(true);
+  f.setPixelSize(13);
+  p.setFont(f);
+  for (const auto& b : bands) {
+    const schematic::Band r = schematic::bandRect(b.band, viewWidth, viewHeight);
+    const QRectF box(r.x, r.y, r.width, r.height);
+    QColor fill = b.colour;
+    fill.setAlpha(hovered == b.band ? 200 : 80);
+    p.setPen(QPen(b.colour, hovered == b.band ? 2 : 1));
+    p.setBrush(fill);
+    p.drawRoundedRect(box.adjusted(4, 0, -4, -4), 6, 6);
+    p.setPen(QColor(245, 245, 248));
+    p.drawText(box.adjusted(4, 0, -4, -4), Qt::AlignCenter, b.label);
+  }
 }
 
 }  // namespace ombrik

@@ -1,5 +1,6 @@
 #pragma once
 // Drawing of the node editor: background, wires, nodes and the gestures in progress.
+#include <QString>
 #include <optional>
 
 #include "shell/schematic_geometry.h"
@@ -16,6 +17,7 @@ struct SchematicScene {
   schematic::View view;
   std::optional<Uuid> displayed;                // the node on the viewer
   std::optional<schematic::PortHit> highlight;  // the input a wire being drawn would take
+  std::optional<Uuid> litEdge;                  // the wire a dragged node would go into
 };
 
 void paintBackground(QPainter& p, const QRectF& area, const schematic::View& view);
@@ -24,5 +26,10 @@ void paintNodes(QPainter& p, const SchematicScene& scene);
 // A wire being drawn and a cut stroke, in view coordinates.
 void paintPendingWire(QPainter& p, Point from, Point to);
 void paintCutStroke(QPainter& p, Point from, Point to);
+// The wire a dragged node would make with the node it touches, in view coordinates.
+void paintSnapLink(QPainter& p, Point from, Point to);
+// The trash and context bands, the one under the pointer lit.
+void paintDropBands(QPainter& p, double viewWidth, double viewHeight, schematic::DropBand hovered,
+                    const QString& trashLabel, const QString& contextLabel);
 
 }  // namespace ombrik

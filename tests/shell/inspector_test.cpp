@@ -196,3 +196,40 @@ TEST(InspectorWidget, ShowsTheInspectedElseTheSelectedNode) {
   EXPECT_EQ(inspector.row("exposure"), nullptr);
   EXPECT_EQ(title->text(), "Sélectionnez un node pour voir ses réglages.");
 }
+
+TEST(InspectorWidget, ALockHoldsTheNodeAndTheHeaderBypassesIt) {
+  Bench b;
+  const Uuid color = b.add(NodeKind::color());
+  const Uuid flip = b.add(*NodeKind::find("flip"));
+  InspectorWidget inspector(b.model);
+  auto* lock = inspector.findChild<QToolButton*>("inspectorLock");
+  auto* bypass = inspector.findChild<QCheckBox*>("inspectorBypass");
+  ASSERT_TRUE(lock && bypass);
+
+  b.model.toggleInspectorLock(color);
+  b.model.select(flip);
+  b.model.inspectedID = flip;
+  inspector.refresh();
+  EXPECT_EQ(inspector.shownNode(), color) << "the lock wins over the inspected and selected node";
+  EXPECT_FALSE(lock->isHidden());
+
+  bypass->click();
+  EXPECT_TRUE(b.model.nodeByID(color)->bypass);
+  b.model.undo();
+  inspector.refresh();
+  EXPECT_FALSE(bypass->isChecked()) << "the box follows the node";
+  b.model.setBypass(color, true);
+  inspector.refresh();
+  EXPECT_TRUE(bypass->isChecked());
+
+  QTest::mouseClick(lock, Qt::LeftButton);
+  EXPECT_FALSE(b.model.inspectorLock);
+  EXPECT_EQ(inspector.shownNode(), flip);
+  EXPECT_TRUE(lock->isHidden());
+  EXPECT_FALSE(bypass->isChecked());
+
+  b.model.toggleInspectorLock(color);
+  b.model.deleteNode(color);
+  inspector.refresh();
+  EXPECT_EQ(inspector.shownNode(), flip) << "a lock on a node that is gone holds nothing";
+}

@@ -200,3 +200,137 @@ TEST(NodeEditor, WheelPansAndControlWheelZoomsAboutThePointer) {
   EXPECT_NEAR(d.editor->view().pan.y, held.pan.y + 30, 1e-9);
   EXPECT_EQ(d.model->layout.position(d.color)->x, 200) << "navigation moves no node";
 }
+
+TEST(NodeEditor, ANodeDraggedAloneSnapsOntoTheNodeItTouches) {
+  Desk d;
+  // Let go just right of the correction, a little lower: wired into the blur's picture input.
+  QTest::mousePress(d.editor.get(), Qt::LeftButton, {}, d.centre(d.blur));
+  QTest::mouseMove(d.editor.get(), d.centre(d.blur) + QPoint(-20, 0));
+  EXPECT_TRUE(d.model->interactiveDrag) << "the model knows a node is moving";
+  QTest::mouseMove(d.editor.get(), d.at({262, 150}));
+  QTest::mouseRelease(d.editor.get(), Qt::LeftButton, {}, d.at({262, 150}));
+  EXPECT_FALSE(d.model->interactiveDrag);
+  EXPECT_TRUE(d.wired(d.color, d.blur, 0));
+  ASSERT_EQ(d.model->_edges.size(), 1u);
+
+  // Several nodes moved together never snap.
+  const Uuid glow = d.model->addNode(*NodeKind::find("glow"), {400, 300});
+  d.editor->refresh();
+  QTest::mouseClick(d.editor.get(), Qt::LeftButton, {}, d.centre(glow));
+  QTest::mouseClick(d.editor.get(), Qt::LeftButton, Qt::ControlModifier, d.centre(d.output));
+  d.clock->advance(1);
+  const QPoint touching = d.centre(d.blur) + (d.at({62, 8}) - d.at({0, 0}));
+  QTest::mousePress(d.editor.get(), Qt::LeftButton, {}, d.centre(glow));
+  QTest::mouseMove(d.editor.get(), touching);
+  d.model->renderPendingAfterDrag = true;  // as if a change was held back while the nodes moved
+  QTest::mouseRelease(d.editor.get(), Qt::LeftButton, {}, touching);
+  EXPECT_EQ(d.model->_edges.size(), 1u);
+  EXPECT_TRUE(d.model->renderQueued) << "what was held back renders once the drag ends";
+  EXPECT_FALSE(d.model->renderPendingAfterDrag);
+}
+
+TEST(NodeEditor, ANodeDroppedOnAWireGoesIntoItCtrlShiftIntercalates) {
+  Desk d;
+  d.model->connect(d.color, d.blur, 0, 0);
+  d.model->connect(d.blur, d.output, 0, 0);
+  const Uuid glow = d.model->addNode(*NodeKind::find("glow"), {250, 300});
+  const Uuid sharpen = d.model->addNode(*NodeKind::find("sharpen"), {550, 300});
+  d.model->connect(glow, sharpen, 0, 0);
+  d.editor->frameAll();
+  auto middleOf = [&](const Uuid& from, const Uuid& to) {
+    const Point a = schematic::outPos(*d.model->nodeByID(from), *d.model->layout.position(from), 0);
+    const Point b = schematic::inPos(*d.model->nodeByID(to), *d.model->layout.position(to), 0);
+    return d.at(schematic::wireCurve(a, b, schematic::kHitBend).at(0.5));
+  };
+
+  // Plainly dropped, the blur is added on the lower wire and keeps its own wires.
+  const QPoint lowerWire = middleOf(glow, sharpen);
+  d.drag(d.centre(d.blur), lowerWire);
+  EXPECT_TRUE(d.wired(glow, d.blur, 0));
+  EXPECT_TRUE(d.wired(d.blur, sharpen, 0));
+  EXPECT_FALSE(d.wired(glow, sharpen, 0));
+  EXPECT_FALSE(d.wired(d.color, d.blur, 0)) << "its picture input now comes from the wire";
+  EXPECT_TRUE(d.wired(d.blur, d.output, 0));
+
+  // Fed by the blur, the sharpen can't simply go in front of it; with Ctrl+Shift it leaves its
+  // place first, so it can.
+  d.model->layout.set(d.blur, {400, 140});
+  d.model->connect(d.color, d.blur, 0, 0);
+  d.model->connect(d.blur, d.output, 0, 0);
+  QTest::mousePress(d.editor.get(), Qt::LeftButton, {}, d.centre(sharpen));
+  const QPoint upperWire = middleOf(d.color, d.blur);
+  for (int k = 1; k <= 4; ++k) QTest::mouseMove(d.editor.get(), d.centre(sharpen) + (upperWire - d.centre(sharpen)) * k / 4);
+  QTest::mouseRelease(d.editor.get(), Qt::LeftButton, Qt::ControlModifier | Qt::ShiftModifier, upperWire);
+  EXPECT_TRUE(d.wired(d.color, sharpen, 0));
+  EXPECT_TRUE(d.wired(sharpen, d.blur, 0));
+  EXPECT_FALSE(d.wired(d.color, d.blur, 0));
+  EXPECT_FALSE(d.wired(d.blur, sharpen, 0)) << "its old place is closed up";
+}
+
+TEST(NodeEditor, DropBandsDeleteOrLockTheViewer) {
+  Desk d;
+  d.clock->advance(1);  // the nodes are one undo step, what follows another
+  const QPoint trash(20, d.editor->height() - 10);
+  const QPoint context(d.editor->width() - 20, d.editor->height() - 10);
+
+  // The whole selection goes to the trash with the node dragged from it; undo brings it back
+  // where it was.
+  QTest::mouseClick(d.editor.get(), Qt::LeftButton, {}, d.centre(d.color));
+  QTest::mouseClick(d.editor.get(), Qt::LeftButton, Qt::ControlModifier, d.centre(d.blur));
+  d.drag(d.centre(d.blur), trash);
+  EXPECT_EQ(d.model->nodeByID(d.blur), nullptr);
+  EXPECT_EQ(d.model->nodeByID(d.color), nullptr);
+  d.model->undo();
+  ASSERT_NE(d.model->nodeByID(d.blur), nullptr);
+  ASSERT_NE(d.model->nodeByID(d.color), nullptr);
+  EXPECT_EQ(*d.model->layout.position(d.blur), (Point{400, 140}));
+
+  // The context band locks the viewer on the node, whatever is selected next.
+  d.model->select(std::nullopt);
+  d.editor->refresh();
+  d.drag(d.centre(d.color), context);
+  EXPECT_TRUE(d.model->_viewLocked);
+  EXPECT_EQ(d.model->displayedNodeID(), d.color);
+  EXPECT_EQ(*d.model->layout.position(d.color), (Point{200, 140})) << "a drop on a band moves nothing";
+  QTest::mouseClick(d.editor.get(), Qt::LeftButton, {}, d.centre(d.blur));
+  EXPECT_EQ(d.model->_selected, d.blur);
+  EXPECT_EQ(d.model->displayedNodeID(), d.color);
+  // The same node again releases it.
+  d.drag(d.centre(d.color), context);
+  EXPECT_FALSE(d.model->_viewLocked);
+}
+
+TEST(NodeEditor, DoubleClickLocksTheInspectorAndDBypasses) {
+  Desk d;
+  QTest::mouseDClick(d.editor.get(), Qt::LeftButton, {}, d.centre(d.blur));
+  EXPECT_EQ(d.model->inspectorLock, d.blur);
+  QTest::mouseDClick(d.editor.get(), Qt::LeftButton, {}, d.centre(d.blur));
+  EXPECT_FALSE(d.model->inspectorLock) << "the same node again releases it";
+
+  d.clock->advance(1);
+  QTest::mouseClick(d.editor.get(), Qt::LeftButton, {}, d.centre(d.color));
+  QTest::mouseClick(d.editor.get(), Qt::LeftButton, Qt::ControlModifier, d.centre(d.blur));
+  QTest::keyClick(d.editor.get(), Qt::Key_D);
+  EXPECT_TRUE(d.model->nodeByID(d.color)->bypass);
+  EXPECT_TRUE(d.model->nodeByID(d.blur)->bypass);
+  d.model->undo();
+  EXPECT_FALSE(d.model->nodeByID(d.color)->bypass);
+  EXPECT_FALSE(d.model->nodeByID(d.blur)->bypass);
+  QTest::keyClick(d.editor.get(), Qt::Key_D, Qt::ControlModifier);
+  EXPECT_FALSE(d.model->nodeByID(d.color)->bypass) << "only the bare key";
+
+  // A mixed selection is bypassed as a whole first.
+  d.model->setBypass(d.color, true);
+  QTest::keyClick(d.editor.get(), Qt::Key_D);
+  EXPECT_TRUE(d.model->nodeByID(d.blur)->bypass);
+  EXPECT_TRUE(d.model->nodeByID(d.color)->bypass);
+
+  // The node's own menu toggles the node under the pointer only.
+  bool offered = false;
+  test::pickInNextMenu("bypass", &offered);
+  QContextMenuEvent rightClick(QContextMenuEvent::Mouse, d.centre(d.output), d.editor->mapToGlobal(d.centre(d.output)));
+  QApplication::sendEvent(d.editor.get(), &rightClick);
+  ASSERT_TRUE(offered);
+  EXPECT_TRUE(d.model->nodeByID(d.output)->bypass);
+  EXPECT_TRUE(d.model->nodeByID(d.blur)->bypass);
+}

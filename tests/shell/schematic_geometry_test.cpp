@@ -97,6 +97,10 @@ TEST(SchematicGeometry, ContactOffsetChoosesTheInput) {
   EXPECT_EQ(portFor(-1, 2), 0);
   EXPECT_EQ(portFor(34, 3), 2);
   EXPECT_EQ(portFor(1000, 4), 3);
+  // Just past either edge of the 68-high box still picks the end ports.
+  EXPECT_EQ(portFor(-35, 2), 0);
+  EXPECT_EQ(portFor(35, 2), 1);
+  EXPECT_EQ(portFor(35, 6), 5);
 }
 
 TEST(SchematicGeometry, LetterShownInANode) {
@@ -233,4 +237,100 @@ TEST(SchematicGeometry, CutStrokeFindsTheWiresItCrosses) {
   EXPECT_EQ(upper[0], picture.id);
   EXPECT_EQ(edgesCrossed(g.nodes, g.edges, g.at, {200, -60}, {200, 400}).size(), 2u);
   EXPECT_TRUE(edgesCrossed(g.nodes, g.edges, g.at, {500, -60}, {500, 400}).empty());
+}
+
+namespace {
+// A correction and a grain far apart on one line, with a blur, a shape mask and a media node to
+// drag about.
+struct Drag {
+  std::vector<Node> nodes{make("color"), make("grain"), make("blur"), make("mask"), make("media")};
+  std::vector<Edge> edges;
+  Positions at;
+  Drag() {
+    at[color()] = {0, 0};
+    at[grain()] = {1000, 0};
+    at[blur()] = {500, 400};
+    at[mask()] = {0, 600};
+    at[media()] = {1000, 600};
+  }
+  const Uuid& color() const { return nodes[0].id; }
+  const Uuid& grain() const { return nodes[1].id; }
+  const Uuid& blur() const { return nodes[2].id; }
+  const Uuid& mask() const { return nodes[3].id; }
+  const Uuid& media() const { return nodes[4].id; }
+  Edge wire(const Uuid& from, const Uuid& to, int port) {
+    edges.push_back({Uuid::generate(), from, to, port, 0});
+    return edges.back();
+  }
+  // What letting `dragged` go at `p` would do; the other nodes stay where they are.
+  std::optional<Snap> snap(const Uuid& dragged, Point p) const {
+    Positions moved = at;
+    moved[dragged] = p;
+    return computeSnap(nodes, edges, moved, dragged, p, contactOf(nodes, moved, dragged, p, std::nullopt));
+  }
+};
+}  // namespace
+
+TEST(SchematicGeometry, TouchingNodesAreWiredLeftToRightOnTheFacingInput) {
+  Drag g;
+  // Right of the correction and a little lower: the correction faces the blur's picture input.
+  EXPECT_EQ(g.snap(g.blur(), {60, 10}), Snap::link(g.color(), g.blur(), 0));
+  // Left of it and a little lower: the blur would feed the correction's matte, which only a
+  // shape, a transform or a warp may.
+  EXPECT_FALSE(g.snap(g.blur(), {-60, 10}));
+  EXPECT_EQ(g.snap(g.mask(), {-60, 10}), Snap::link(g.mask(), g.color(), 1));
+  EXPECT_EQ(g.snap(g.blur(), {-60, -10}), Snap::link(g.blur(), g.color(), 0));
+  // Touching means closer than both radii and 6 more.
+  EXPECT_TRUE(g.snap(g.blur(), {73, 5}));
+  EXPECT_FALSE(g.snap(g.blur(), {75, 5}));
+  EXPECT_EQ(g.snap(g.media(), {-120, -10}), Snap::link(g.media(), g.color(), 0)) << "a big node touches farther";
+  EXPECT_FALSE(g.snap(g.media(), {120, -10})) << "nothing feeds a media node";
+
+  // An input already taken, or a wire that would close a loop, snaps to nothing.
+  g.wire(g.grain(), g.blur(), 0);
+  EXPECT_FALSE(g.snap(g.blur(), {60, 10}));
+  g.edges = {{Uuid::generate(), g.blur(), g.grain(), 0, 0}, {Uuid::generate(), g.grain(), g.color(), 0, 0}};
+  EXPECT_FALSE(g.snap(g.blur(), {60, 10})) << "the blur already feeds the correction";
+}
+
+TEST(SchematicGeometry, AContactHoldsUntilItIsBroken) {
+  Drag g;
+  g.at[g.grain()] = {100, 0};
+  const Point between{55, 0};  // 55 from the correction, 45 from the grain
+  EXPECT_EQ(contactOf(g.nodes, g.at, g.blur(), between, std::nullopt), g.grain()) << "the nearest";
+  EXPECT_EQ(contactOf(g.nodes, g.at, g.blur(), between, g.color()), g.color()) << "the one held";
+  EXPECT_EQ(contactOf(g.nodes, g.at, g.blur(), {80, 0}, g.color()), g.grain()) << "broken past 74";
+  EXPECT_FALSE(contactOf(g.nodes, g.at, g.blur(), {500, 300}, g.color()));
+}
+
+TEST(SchematicGeometry, ANodeAloneSlipsIntoTheNearestWire) {
+  Drag g;
+  const Edge line = g.wire(g.color(), g.grain(), 0);
+  const Point from = outPos(g.nodes[0], g.at[g.color()], 0), to = inPos(g.nodes[1], g.at[g.grain()], 0);
+  const Point middle = wireCurve(from, to, kHitBend).at(0.5);
+  EXPECT_EQ(g.snap(g.blur(), middle), Snap::insert(line.id));
+  EXPECT_EQ(g.snap(g.blur(), {middle.x, middle.y + 15}), Snap::insert(line.id));
+  EXPECT_FALSE(g.snap(g.blur(), {middle.x, middle.y + 20}));
+  EXPECT_FALSE(g.snap(g.media(), middle)) << "a node without inputs can't pass the picture on";
+
+  // The nearer of two wires wins: a second one runs about 38 lower.
+  g.at[g.mask()] = {0, 40};
+  const Edge lower = g.wire(g.mask(), g.grain(), 1);
+  EXPECT_EQ(g.snap(g.blur(), {middle.x, middle.y + 4}), Snap::insert(line.id));
+  EXPECT_EQ(g.snap(g.blur(), {middle.x, middle.y + 30}), Snap::insert(lower.id));
+
+  // The node's own wires are not candidates.
+  EXPECT_FALSE(g.snap(g.color(), middle));
+  g.edges = {line, {Uuid::generate(), g.grain(), g.blur(), 0, 0}};
+  EXPECT_EQ(g.snap(g.blur(), middle), Snap::insert(line.id)) << "another wire still is";
+}
+
+TEST(SchematicGeometry, DropBandsSitInTheBottomCorners) {
+  EXPECT_EQ(bandAt({10, 590}, 800, 600), DropBand::trash);
+  EXPECT_EQ(bandAt({790, 590}, 800, 600), DropBand::context);
+  EXPECT_EQ(bandAt({400, 590}, 800, 600), DropBand::none) << "the middle of the edge stays free";
+  EXPECT_EQ(bandAt({10, 500}, 800, 600), DropBand::none);
+  const Band trash = bandRect(DropBand::trash, 300, 200);
+  EXPECT_LE(trash.x + trash.width, bandRect(DropBand::context, 300, 200).x) << "the two never overlap";
+  EXPECT_EQ(trash.y + trash.height, 200);
 }
