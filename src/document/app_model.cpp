@@ -1,5 +1,6 @@
 #include "document/app_model.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -48,6 +49,7 @@ AppModel::AppModel(const Options& options)
   }
   // The example world of a development tree needs graph editing and the sample picture;
   // until they exist every start is the blank world, marked placeholder when installed.
+  _compareStyle = std::clamp(defaults_->integer("compareStyle"), 0, 2);
   layout.onChange = [this] { historyChanged(); };
   if (!(options.openLastProject && openLastProject())) {
     // An installed program starts blank; a development tree opens the example world.
@@ -61,6 +63,8 @@ AppModel::AppModel(const Options& options)
 
 AppModel::~AppModel() {
   if (history.pending) scheduler_->cancel(*history.pending);
+  for (auto token : {pumpTimer_, inboxTimer_, fullRenderTimer_, play ? play->timer : std::nullopt})
+    if (token) scheduler_->cancel(*token);
 }
 
 void AppModel::startBlankWorld(bool placeholder) {

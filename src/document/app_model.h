@@ -147,6 +147,9 @@ public:
   std::optional<Uuid> _selected;
   std::set<Uuid> _selection;
   std::optional<Uuid> _viewedNode;
+  std::optional<Uuid> inspectorLock;  // the inspector stays on this node whatever is selected
+  bool interactiveDrag = false;       // a node is being dragged in the editor
+  bool renderPendingAfterDrag = false;
 
   // ---- graph editing (app_model_graph.cpp)
   struct QuickAddLink {
@@ -176,6 +179,10 @@ public:
   void select(std::optional<Uuid> id, bool additive = false);
   bool isSelected(const Uuid& id) const;
   void setParams(const Uuid& id, const std::map<std::string, double>& params);
+  void setBypass(const Uuid& id, bool bypass);  // one undo step, like any change of the graph
+  // The viewer's lock and the inspector's lock, set from the editor; the same node again releases.
+  void toggleViewLock(const Uuid& id);
+  void toggleInspectorLock(const Uuid& id);
   void setMedia(const Uuid& nodeID, const Uuid& mediaID);
   void useMedia(const Uuid& mediaID);
   bool isUpstream(const Uuid& a, const Uuid& of) const;  // a feeds `of`
@@ -214,6 +221,8 @@ public:
                                std::shared_ptr<VideoSource> video = nullptr, std::optional<Uuid> id = std::nullopt);
   // Media the project names and that weren't found come back when their file reappears.
   void relinkMissingMedia();
+  // The open panel for media: each file chosen (folders expanded) becomes a world; the newest opens.
+  std::vector<Uuid> importPanel();
   // The clip of the first media node whose media is an open clip; null without one.
   VideoSource* activeVideo() const;
   int batchFrames(const VideoSource& video) const;
@@ -260,6 +269,40 @@ public:
   double viewerPixelRatio(double viewWidth, double viewHeight, double backingScale) const;
   std::string timecode() const;
   std::string viewedTitle() const;
+  // Esc: out of full view, else back from a channel to the result; false when there was neither.
+  bool escapeView();
+  void toggleBefore();                // \ : compare with the rush, result and rush in turn
+  void setCompareMode(bool on);
+  void setCompareStyle(int style);    // 0 toggle, 1 wipe, 2 difference; remembered
+  void setWipe(double u);             // the wipe's position, 0 ... 1 across the picture
+
+  // ---- what the viewer evaluates and draws (app_model_view_scope.cpp)
+  // What must be evaluated to show a node: it and everything upstream, the wires between them,
+  // its rush, and the feed of the channel view with that feed's rush.
+  struct ViewScope {
+    std::set<Uuid> need;
+    std::vector<Edge> edges;
+    std::optional<Uuid> plate;
+    std::optional<std::pair<Edge, std::optional<Uuid>>> chan;
+  };
+  std::optional<ViewScope> viewScope(const Uuid& id) const;
+  // The rush under a node: the first media node up along the main inputs.
+  std::optional<Uuid> maskPlate(const Uuid& id) const { return upstreamMedia(id); }
+  // The wire feeding `id` for channel 1 (the main input) or 2 (the first "Back" or "Depth" input,
+  // else the main input).
+  std::optional<Edge> channelSource(const Uuid& id, int channel) const;
+  bool playShowsMatte(const Uuid& id) const;  // the node's matte is laid over its picture
+  bool isCompare() const { return _viewMode == ViewMode::compare; }
+  // The display pass's inputs: a main texture, an optional "before" texture, the mode (0 as it is,
+  // 1 matte overlay, 2 wipe, 3 difference) and the world's LUT key, when it applies.
+  struct ViewerState {
+    std::shared_ptr<gpu::Texture> main, before;
+    int mode = 0;
+    std::optional<std::string> lut;
+  };
+  ViewerState rawViewerState() const;
+  ViewerState viewerState() const;
+  std::shared_ptr<gpu::Texture> scrubTex;  // a play-cache frame shown at once while scrubbing
 
   // ---- playback (app_model_playback.cpp)
   std::unique_ptr<PlayState> play;
@@ -279,6 +322,9 @@ public:
   void kickRender();
   void playTick();
   int clockFrame() const;
+  static constexpr int kPlayMaxSideDefault = 2048;
+  int playMaxSide() const;  // the long side of cached frames; 0 or less: no limit
+  void setPlayMaxSide(int side);
   void countFrame(const std::string& label, double fps);
   // What the viewer draws: the play display while playing, else the displayed node's result.
   std::shared_ptr<gpu::Texture> viewerTexture() const;
@@ -305,6 +351,7 @@ public:
   // ---- the life of a project (app_model_life.cpp)
   std::filesystem::path projectsDir();  // data/Projets, created when missing
   static constexpr const char* kAutoFileName = "Sans titre (auto).tarvom";
+  void newProject();  // the project left is saved first; a blank world, nothing to undo
   void saveProject();
   void saveProjectAs();
   void openProjectPanel();
@@ -328,6 +375,7 @@ private:
   void step(std::vector<SharedGraph>& from, std::vector<SharedGraph>& to);
   // Work for later that does nothing if the model is gone by then.
   Scheduler::Token later(double seconds, std::function<void()> work);
+  Scheduler::Token repeat(double seconds, std::function<void()> work);  // until cancelled
   std::shared_ptr<int> alive_ = std::make_shared<int>(0);
   std::shared_ptr<Scheduler> scheduler_;
   std::unique_ptr<UserDefaults> defaults_;
@@ -336,7 +384,9 @@ private:
   std::function<void()> relaunch_;
   bool installed_ = false;
   std::optional<std::string> timelinesJSON_, groupsJSON_, userNodesJSON_;  // carried until their features exist
-  bool timerStarted_ = false;
+  std::optional<Scheduler::Token> pumpTimer_;
+  std::optional<Scheduler::Token> fullRenderTimer_;  // the full render after a lean one
+  double lastDragRender_ = -1e9;
   double lastF4_ = -1e9;
   std::optional<Scheduler::Token> inboxTimer_;
   std::unique_ptr<ForwardReaders> renderReaders_;

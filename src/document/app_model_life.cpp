@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "document/app_model.h"
+#include "engine/engine.h"
 #include "platform/app_language.h"
 #include "platform/dialogs.h"
 #include "platform/user_defaults.h"
@@ -92,6 +93,38 @@ void AppModel::switchLanguage(AppLanguage lang) {
 void AppModel::relaunchNow() {
   defaults_->sync();
   if (relaunch_) relaunch_();
+}
+
+void AppModel::newProject() {
+  if (_isPlaying) stopPlayback();
+  autosave();  // the project left is on disk, titled or in the automatic file
+  if (engine)
+    for (const auto& m : _media) engine->addSource(std::nullopt, m.id);
+  _media.clear();
+  videos.clear();
+  missingMedia.clear();
+  _batches.clear();
+  _nodes.clear();
+  _edges.clear();
+  layout.replaceAll({});
+  _folders.clear();
+  timelinesJSON_.reset();
+  groupsJSON_.reset();
+  userNodesJSON_.reset();
+  _confidential = false;
+  _projectURL.reset();
+  _selected.reset();
+  _selection.clear();
+  _viewedNode.reset();
+  _viewLocked = false;
+  inspectorLock.reset();
+  inspectedID.reset();
+  _keySel.clear();
+  startBlankWorld(false);
+  resetHistory();
+  history.dirty = false;
+  resetTime();
+  _status = "Nouveau projet";
 }
 
 }  // namespace ombrik

@@ -9,6 +9,7 @@
 #include "media/forward_readers.h"
 #include "media/media_files.h"
 #include "media/video_source.h"
+#include "platform/dialogs.h"
 #include "platform/scheduler.h"
 
 namespace ombrik {
@@ -103,15 +104,8 @@ VideoSource* AppModel::activeVideo() const {
 int AppModel::batchFrames(const VideoSource& video) const { return video.frameCount(); }
 
 void AppModel::startTimer() {
-  if (timerStarted_) return;
-  timerStarted_ = true;
-  // A repeating pump at 120 Hz; it stops with the model.
-  auto pump = std::make_shared<std::function<void()>>();
-  *pump = [this, pump] {
-    tick();
-    later(1.0 / 120, *pump);
-  };
-  later(1.0 / 120, *pump);
+  if (pumpTimer_) return;
+  pumpTimer_ = repeat(1.0 / 120, [this] { tick(); });  // the idle pump, 120 Hz, for the model's life
 }
 
 void AppModel::tick() {
@@ -172,6 +166,26 @@ void AppModel::feedClipFrames(ForwardReaders& readers, int frame) {
   if (!engine) return;
   for (const auto& [id, clip] : graphClips())
     if (auto picture = readers.frame(id, clip->url(), frame)) engine->updateSource(*picture, id);
+}
+
+std::vector<Uuid> AppModel::importPanel() {
+  if (!dialogs_) return {};
+  OpenPanel panel;
+  panel.title = "Importer des médias…";
+  panel.message = "Images (JPEG, PNG, TIFF, EXR) ou vidéos (ProRes, H.264…) : pour une vidéo, l'image du milieu est importée";
+  panel.types.assign(mediaExtensions().begin(), mediaExtensions().end());
+  const std::vector<fs::path> chosen = dialogs_->openMany(panel);
+  if (chosen.empty()) return {};
+  const std::string status = _status;
+  std::vector<Uuid> worlds = importAsWorlds(expandMedia(chosen));
+  if (worlds.empty()) {
+    if (_status == status) _status = "Aucun média importable dans la sélection.";
+    return worlds;
+  }
+  // The desktop has no world map yet: the newest world opens, the others are in the Mondes menu.
+  _worldView = false;
+  openBatch(worlds.back());
+  return worlds;
 }
 
 }  // namespace ombrik

@@ -72,19 +72,7 @@ void AppModel::startPlayback() {
   p.fpsCount = 0;
   p.fpsT0 = p.startTime;
   _isPlaying = true;
-  if (!p.timerRunning) {
-    p.timerRunning = true;
-    auto tick = std::make_shared<std::function<void()>>();
-    *tick = [this, tick] {
-      if (!play || !_isPlaying) {
-        if (play) play->timerRunning = false;
-        return;
-      }
-      playTick();
-      later(1.0 / 240, *tick);
-    };
-    later(1.0 / 240, *tick);
-  }
+  if (!p.timer) p.timer = repeat(1.0 / 240, [this] { playTick(); });
   kickRender();
 }
 
@@ -92,6 +80,8 @@ void AppModel::stopPlayback() {
   if (!play) return;
   PlayState& p = *play;
   const bool wasPlaying = _isPlaying;
+  if (p.timer) scheduler_->cancel(*p.timer);
+  p.timer.reset();
   _isPlaying = false;
   ++p.generation;
   if (wasPlaying) _currentFrame = p.head;
@@ -119,7 +109,7 @@ void AppModel::setupCacheSize() {
   const int n = pbFrames();
   const int w = std::max(1, _compSize.width), h = std::max(1, _compSize.height);
   const double boost = defaults_->real("boostPercent");
-  const auto size = playCacheSize(w, h, n, defaults_->integer("playMaxSide"),
+  const auto size = playCacheSize(w, h, n, playMaxSide(),
                                   playCacheBytes(double(physicalMemoryBytes()), boost));
   if (size.width != p.cacheW || size.height != p.cacheH) {
     p.cache.clear();
@@ -130,6 +120,18 @@ void AppModel::setupCacheSize() {
   p.budgetFrames = n;
   playEvalScale = std::min(double(p.cacheW) / w, _previewScale);
   recomputeComp();
+}
+
+int AppModel::playMaxSide() const {
+  // Unset, the long side is held to 2K, the size the playback menu recommends; the stored table
+  // says 0 (no limit), which would fill the cache with full-size frames at half preview.
+  return defaults_->contains("playMaxSide") ? defaults_->integer("playMaxSide") : kPlayMaxSideDefault;
+}
+
+void AppModel::setPlayMaxSide(int side) {
+  defaults_->set("playMaxSide", side);
+  if (_isPlaying) setupCacheSize();
+  invalidatePlayCache();
 }
 
 int AppModel::clockFrame() const {
@@ -231,12 +233,6 @@ void AppModel::countFrame(const std::string& label, double fps) {
   p.fpsT0 = now;
 }
 
-std::shared_ptr<gpu::Texture> AppModel::viewerTexture() const {
-  if (_isPlaying && play) return play->display;
-  const auto id = displayedNodeID();
-  if (!engine || !id) return nullptr;
-  auto it = engine->outputs.find(*id);
-  return it != engine->outputs.end() ? it->second : nullptr;
-}
+std::shared_ptr<gpu::Texture> AppModel::viewerTexture() const { return rawViewerState().main; }
 
 }  // namespace ombrik

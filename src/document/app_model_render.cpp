@@ -15,6 +15,14 @@ CompSize AppModel::fullCompSize(int width, int height) {
 
 void AppModel::requestRender() {
   if (renderQueued || _isPlaying) return;  // playing shows the play cache
+  if (interactiveDrag) {
+    // A drag renders at most once a second; its end renders what is pending.
+    if (scheduler_->now() - lastDragRender_ < 1) {
+      renderPendingAfterDrag = true;
+      return;
+    }
+    lastDragRender_ = scheduler_->now();
+  }
   renderQueued = true;
   later(0, [this] { performRender(false); });
 }
@@ -42,22 +50,50 @@ void AppModel::recomputeComp() {
 
 void AppModel::performRender(bool full) {
   renderQueued = false;
+  if (_isPlaying) return;
   recomputeComp();
   if (!engine) return;
   engine->leanEval = !full;
-  // Every node resolved for the frame: animation now; tracks, caches and job results as those
-  // features arrive.
+  // Lean: only what the outputs, the selection and the viewer need; the rest follows in the full
+  // render a moment after the last change.
+  engine->alwaysEval.clear();
+  for (const auto& id : {_selected, _viewedNode})
+    if (id && nodeByID(*id)) engine->alwaysEval.insert(*id);
+  const std::optional<Uuid> shown = displayedNodeID();
+  std::optional<ViewScope> scope = shown ? viewScope(*shown) : std::nullopt;
+  if (!full && scope) {
+    engine->alwaysEval.insert(*shown);
+    if (scope->plate) engine->alwaysEval.insert(*scope->plate);
+    if (scope->chan) {
+      engine->alwaysEval.insert(scope->chan->first.from);
+      if (scope->chan->second) engine->alwaysEval.insert(*scope->chan->second);
+    }
+  }
+  engine->viewAlphaOf = _viewChannel == 3 ? shown : std::nullopt;
+  const bool scoped = _viewerFull && scope;  // full view evaluates the displayed node's tree only
   std::vector<Node> resolvedNodes;
   resolvedNodes.reserve(_nodes.size());
-  for (const auto& n : _nodes) resolvedNodes.push_back(resolved(n));
+  for (const auto& n : _nodes)
+    if (!scoped || scope->need.count(n.id)) resolvedNodes.push_back(resolved(n));
   const int frame = evalFrameOverride ? *evalFrameOverride : _currentFrame;
   const float time = float(frame) / float(std::max(1.0, _fps));
-  engine->evaluate(resolvedNodes, _edges, time);
+  const double started = scheduler_->now();
+  engine->evaluate(resolvedNodes, scoped ? scope->edges : _edges, time,
+                   viewWithoutMatte ? _viewedNode : std::nullopt);
   if (engine->device().failed()) {
     if (recoverEngine()) requestRender();
     return;
   }
   ++_frameID;
+  if (fullRenderTimer_) scheduler_->cancel(*fullRenderTimer_);
+  fullRenderTimer_.reset();
+  if (!full) {
+    const double took = scheduler_->now() - started;
+    fullRenderTimer_ = later(0.8, [this, took] {
+      fullRenderTimer_.reset();
+      if (!_isPlaying && took < 0.15) performRender(true);
+    });
+  }
 }
 
 bool AppModel::recoverEngine() {

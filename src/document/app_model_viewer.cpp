@@ -6,6 +6,7 @@
 
 #include "document/app_model.h"
 #include "platform/scheduler.h"
+#include "platform/user_defaults.h"
 
 namespace ombrik {
 
@@ -72,6 +73,39 @@ void AppModel::flameView(int k) {
                               " · F1 Source · F2 Fond · F3 Masque (alpha) · F4 Résultat · même touche ou Échap pour revenir"
                         : std::string();
   requestRender();
+}
+
+bool AppModel::escapeView() {
+  if (_viewerFull) {
+    _viewerFull = false;
+    _fullContext = false;
+  } else if (_viewChannel != 4) {
+    setViewChannel(4);
+  } else {
+    return false;
+  }
+  _status.clear();
+  requestRender();
+  return true;
+}
+
+void AppModel::toggleBefore() {
+  _viewMode = ViewMode::compare;
+  _showingBefore = !_showingBefore;
+}
+
+void AppModel::setCompareMode(bool on) {
+  _viewMode = on ? ViewMode::compare : ViewMode::node;
+  if (!on) _showingBefore = false;
+}
+
+void AppModel::setCompareStyle(int style) {
+  _compareStyle = std::clamp(style, 0, 2);
+  defaults_->set("compareStyle", _compareStyle);
+}
+
+void AppModel::setWipe(double u) {
+  _wipe = std::clamp(u, 0.0, 1.0);
 }
 
 void AppModel::setPreviewScale(double scale) {

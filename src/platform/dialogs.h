@@ -22,6 +22,7 @@ struct OpenPanel {
   std::string title;
   std::filesystem::path directory;
   std::vector<std::string> types;
+  std::string message;  // shown in the panel, above the files
 };
 
 struct Alert {
@@ -35,6 +36,8 @@ public:
   virtual ~Dialogs() = default;
   virtual std::optional<std::filesystem::path> save(const SavePanel& panel) = 0;  // none: cancelled
   virtual std::optional<std::filesystem::path> open(const OpenPanel& panel) = 0;
+  // Several files at once; empty: cancelled.
+  virtual std::vector<std::filesystem::path> openMany(const OpenPanel& panel) = 0;
   virtual int alert(const Alert& alert) = 0;  // the index of the button chosen
 };
 
@@ -43,6 +46,7 @@ public:
 class ScriptedDialogs final : public Dialogs {
 public:
   std::deque<std::optional<std::filesystem::path>> panelAnswers;
+  std::deque<std::vector<std::filesystem::path>> manyAnswers;
   std::deque<int> alertAnswers;
   std::vector<SavePanel> savePanels;
   std::vector<OpenPanel> openPanels;
@@ -55,6 +59,13 @@ public:
   std::optional<std::filesystem::path> open(const OpenPanel& panel) override {
     openPanels.push_back(panel);
     return next();
+  }
+  std::vector<std::filesystem::path> openMany(const OpenPanel& panel) override {
+    openPanels.push_back(panel);
+    if (manyAnswers.empty()) return {};
+    auto answer = manyAnswers.front();
+    manyAnswers.pop_front();
+    return answer;
   }
   int alert(const Alert& a) override {
     alerts.push_back(a);

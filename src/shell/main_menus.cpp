@@ -25,19 +25,19 @@ MainMenus::MainMenus(QMainWindow& window, AppModel& model, ViewerWidget& viewer)
   fileMenu(window);
   editMenu(window);
   viewMenu(window, viewer);
+  worldsMenu(window);
   languageMenu(window);
   refresh();
 }
 
 void MainMenus::fileMenu(QMainWindow& window) {
   QMenu* m = window.menuBar()->addMenu(shown("Fichier"));
-  // A fresh project and the media panel have no model operation yet: shown, not offered.
-  m->addAction(shown("Nouveau projet"))->setEnabled(false);
+  entry(m, "Nouveau projet", QKeySequence::New, this, [this] { model_.newProject(); });
   entry(m, "Ouvrir un projet…", QKeySequence::Open, this, [this] { model_.openProjectPanel(); });
   entry(m, "Enregistrer", QKeySequence::Save, this, [this] { model_.saveProject(); });
   entry(m, "Enregistrer sous…", QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S), this, [this] { model_.saveProjectAs(); });
   m->addSeparator();
-  m->addAction(shown("Importer des médias…"))->setEnabled(false);
+  entry(m, "Importer des médias…", QKeySequence(Qt::CTRL | Qt::Key_I), this, [this] { model_.importPanel(); });
   m->addSeparator();
   entry(m, "Quitter", QKeySequence::Quit, this, [&window] { window.close(); });
 }
@@ -67,6 +67,67 @@ void MainMenus::viewMenu(QMainWindow& window, ViewerWidget& viewer) {
     connect(a, &QAction::triggered, this, [this, scale] { model_.setPreviewScale(scale); });
     scales_.emplace_back(scale, a);
   }
+  playSizeMenu(m);
+  m->addSeparator();
+  compareMenu(m);
+}
+
+void MainMenus::playSizeMenu(QMenu* view) {
+  QMenu* m = view->addMenu(shown("Résolution de la prévisu en lecture"));
+  auto* group = new QActionGroup(this);
+  const std::pair<int, const char*> sizes[] = {
+      {1024, "1K — le plus d'images"}, {2048, "2K (conseillé)"}, {0, "Pleine résolution"}};
+  for (const auto& [side, text] : sizes) {
+    QAction* a = m->addAction(shown(text));
+    a->setCheckable(true);
+    group->addAction(a);
+    connect(a, &QAction::triggered, this, [this, side] { model_.setPlayMaxSide(side); });
+    playSizes_.emplace_back(side, a);
+  }
+}
+
+void MainMenus::compareMenu(QMenu* view) {
+  // The channels have their keys on the viewer; the menu names them.
+  const char* channels[] = {"Source", "Fond", "Masque / alpha du node", "Résultat"};
+  const Qt::Key fkeys[] = {Qt::Key_F1, Qt::Key_F2, Qt::Key_F3, Qt::Key_F4};
+  QMenu* c = view->addMenu(shown("Canal"));
+  for (int k = 1; k <= 4; ++k) {
+    QAction* a = c->addAction(shown(channels[k - 1]) + "\t" + QKeySequence(fkeys[k - 1]).toString(QKeySequence::NativeText));
+    connect(a, &QAction::triggered, this, [this, k] { model_.flameView(k); });
+  }
+  compare_ = view->addAction(shown("Comparer au rush"));
+  compare_->setCheckable(true);
+  connect(compare_, &QAction::triggered, this, [this](bool on) { model_.setCompareMode(on); });
+  QMenu* m = view->addMenu(shown("Style de comparaison"));
+  auto* group = new QActionGroup(this);
+  const char* styles[] = {"Bascule (bouton ou \\ : résultat ⇄ rush natif)", "Volet (curseur)", "Différence (×4)"};
+  for (int k = 0; k < 3; ++k) {
+    QAction* a = m->addAction(shown(styles[k]));
+    a->setCheckable(true);
+    group->addAction(a);
+    connect(a, &QAction::triggered, this, [this, k] {
+      model_.setCompareStyle(k);
+      model_.setCompareMode(true);
+    });
+    styles_.push_back(a);
+  }
+}
+
+void MainMenus::worldsMenu(QMainWindow& window) {
+  QMenu* m = window.menuBar()->addMenu(shown("Mondes"));
+  // Filled when opened, as worlds come and go with imports and projects.
+  connect(m, &QMenu::aboutToShow, this, [this, m] {
+    m->clear();
+    const Batch* open = model_.currentBatch();
+    for (const Batch& b : model_._batches) {
+      if (b.placeholder) continue;
+      QAction* a = m->addAction(QString::fromStdString(b.name));
+      a->setCheckable(true);
+      a->setChecked(open && open->id == b.id);
+      const Uuid id = b.id;
+      connect(a, &QAction::triggered, this, [this, id] { model_.openBatch(id); });
+    }
+  });
 }
 
 void MainMenus::languageMenu(QMainWindow& window) {
@@ -79,9 +140,14 @@ void MainMenus::languageMenu(QMainWindow& window) {
 }
 
 void MainMenus::refresh() {
-  if (model_._previewScale == shownScale_) return;
-  shownScale_ = model_._previewScale;
-  for (const auto& [scale, action] : scales_) action->setChecked(scale == shownScale_);
+  if (model_._previewScale != shownScale_) {
+    shownScale_ = model_._previewScale;
+    for (const auto& [scale, action] : scales_) action->setChecked(scale == shownScale_);
+  }
+  compare_->setChecked(model_.isCompare());
+  for (int k = 0; k < int(styles_.size()); ++k) styles_[k]->setChecked(model_._compareStyle == k);
+  const int side = std::max(0, model_.playMaxSide());
+  for (const auto& [s, action] : playSizes_) action->setChecked(s == side);
 }
 
 }  // namespace ombrik

@@ -36,6 +36,17 @@ std::optional<std::filesystem::path> QtDialogs::open(const OpenPanel& panel) {
   return file.toStdString();
 }
 
+std::vector<std::filesystem::path> QtDialogs::openMany(const OpenPanel& panel) {
+  QFileDialog dialog(parent_, q(tr(panel.title)), q(panel.directory.string()), filterFor(panel.types, true));
+  dialog.setFileMode(QFileDialog::ExistingFiles);
+  // Qt's panel has no message area: the message follows the title.
+  if (!panel.message.empty()) dialog.setWindowTitle(q(tr(panel.title)) + " — " + q(tr(panel.message)));
+  std::vector<std::filesystem::path> chosen;
+  if (dialog.exec() != QDialog::Accepted) return chosen;
+  for (const QString& f : dialog.selectedFiles()) chosen.push_back(f.toStdString());
+  return chosen;
+}
+
 int QtDialogs::alert(const Alert& a) {
   QMessageBox box(parent_);
   box.setText(q(a.title));

@@ -12,6 +12,7 @@ public:
   void setParent(QWidget* parent) { parent_ = parent; }
   std::optional<std::filesystem::path> save(const SavePanel& panel) override;
   std::optional<std::filesystem::path> open(const OpenPanel& panel) override;
+  std::vector<std::filesystem::path> openMany(const OpenPanel& panel) override;
   int alert(const Alert& alert) override;
 
 private:

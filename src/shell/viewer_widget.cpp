@@ -47,6 +47,8 @@ void ViewerWidget::addShortcuts() {
       model_.flameView(k);
       update();
     });
+  key(QKeySequence(Qt::Key_Escape), [this] { model_.escapeView(); });
+  key(QKeySequence(Qt::Key_Backslash), [this] { model_.toggleBefore(); });
 }
 
 void ViewerWidget::fit() {
@@ -74,25 +76,38 @@ QSize ViewerWidget::readSize() const {
   return QSize(std::max(1, w), std::max(1, h));
 }
 
+ViewerWidget::Source ViewerWidget::source() const {
+  const AppModel::ViewerState state = model_.viewerState();
+  Source s;
+  s.frameID = model_._frameID;
+  s.time = model_._currentFrame;
+  s.node = model_.displayedNodeID();
+  s.main = state.main.get();
+  s.before = state.before.get();
+  s.mode = state.mode;
+  s.wipe = state.mode == 2 ? model_._wipe : 0;
+  s.size = readSize();
+  return s;
+}
+
 void ViewerWidget::readBack() {
-  const std::optional<Uuid> id = model_.displayedNodeID();
-  const Engine::Tex tex = model_.viewerTexture();
-  readFrame_ = model_._frameID;
-  readTime_ = model_._currentFrame;
-  readNode_ = id;
-  readTexture_ = tex.get();
-  readSize_ = readSize();
+  read_ = source();
   picture_ = QImage();
-  if (!tex || readSize_.isEmpty()) return;
-  Engine::Tex small = model_.engine->snapshotScaled(tex, readSize_.width(), readSize_.height());
-  if (!small) return;
-  picture_ = opaqueImage(model_.engine->readPixels(small), small->width(), small->height());
+  const AppModel::ViewerState state = model_.viewerState();
+  if (!state.main || read_.size.isEmpty()) return;
+  const QRectF r = pictureRect();
+  Engine::ViewP p;
+  p.mode = float(state.mode);
+  p.wipe = float(model_._wipe);
+  p.lineW = r.width() > 0 ? float(1.5 / r.width()) : 0.f;
+  p.nearest = r.width() * devicePixelRatioF() > 2.0 * state.main->width() ? 1.f : 0.f;
+  Engine::Tex shown = model_.engine->viewerPicture(state.main, state.before, p, read_.size.width(), read_.size.height());
+  if (!shown) return;
+  picture_ = opaqueImage(model_.engine->readPixels(shown), shown->width(), shown->height());
 }
 
 void ViewerWidget::refresh() {
-  const std::optional<Uuid> id = model_.displayedNodeID();
-  const Engine::Tex tex = model_.viewerTexture();
-  if (model_._frameID != readFrame_ || model_._currentFrame != readTime_ || id != readNode_ || tex.get() != readTexture_ || readSize() != readSize_) {
+  if (!(source() == read_)) {
     readBack();
     hoverMoved_ = true;  // the colour under the pointer may have changed with the picture
     update();
@@ -131,6 +146,23 @@ void ViewerWidget::paintEvent(QPaintEvent*) {
   p.drawRoundedRect(band, 4, 4);
   p.setPen(QColor(230, 230, 235));
   p.drawText(band, Qt::AlignCenter, title);
+  if (model_.isCompare()) drawCompareBadge(p);
+}
+
+void ViewerWidget::drawCompareBadge(QPainter& p) {
+  const char* text = model_._compareStyle == 1   ? "Volet (curseur)"
+                     : model_._compareStyle == 2 ? "Différence (×4)"
+                     : model_._showingBefore     ? "AVANT · rush natif"
+                                                 : "APRÈS · résultat";
+  const QString label = shown(text);
+  const QRectF band(width() - p.fontMetrics().horizontalAdvance(label) - 24, 6,
+                    p.fontMetrics().horizontalAdvance(label) + 16, p.fontMetrics().height() + 6);
+  p.setPen(Qt::NoPen);
+  // The rush side in the wipe's amber, the result in the accent blue.
+  p.setBrush(model_._showingBefore && model_._compareStyle == 0 ? QColor(240, 181, 74, 200) : QColor(60, 110, 190, 200));
+  p.drawRoundedRect(band, 4, 4);
+  p.setPen(QColor(245, 245, 248));
+  p.drawText(band, Qt::AlignCenter, label);
 }
 
 void ViewerWidget::wheelEvent(QWheelEvent* event) {
@@ -144,6 +176,11 @@ void ViewerWidget::wheelEvent(QWheelEvent* event) {
 
 void ViewerWidget::mousePressEvent(QMouseEvent* event) {
   if (event->button() != Qt::LeftButton && event->button() != Qt::MiddleButton) return;
+  wipeDrag_ = event->button() == Qt::LeftButton && model_.isCompare() && model_._compareStyle == 1;
+  if (wipeDrag_) {
+    moveWipe(event->position());
+    return;
+  }
   dragFrom_ = event->position();
   panAtPress_ = model_.viewPan;
 }
@@ -151,13 +188,27 @@ void ViewerWidget::mousePressEvent(QMouseEvent* event) {
 void ViewerWidget::mouseMoveEvent(QMouseEvent* event) {
   hover_ = event->position();
   hoverMoved_ = true;
+  if (wipeDrag_) {
+    moveWipe(event->position());
+    return;
+  }
   if (!dragFrom_) return;
   const QPointF d = event->position() - *dragFrom_;
   model_.viewPan = Point{panAtPress_.x + d.x(), panAtPress_.y + d.y()};
   update();
 }
 
-void ViewerWidget::mouseReleaseEvent(QMouseEvent*) { dragFrom_.reset(); }
+void ViewerWidget::mouseReleaseEvent(QMouseEvent*) {
+  dragFrom_.reset();
+  wipeDrag_ = false;
+}
+
+void ViewerWidget::moveWipe(QPointF at) {
+  const QRectF r = pictureRect();
+  if (r.width() <= 0) return;
+  model_.setWipe((at.x() - r.x()) / r.width());
+  refresh();
+}
 
 void ViewerWidget::leaveEvent(QEvent*) {
   hover_.reset();

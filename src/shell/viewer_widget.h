@@ -1,5 +1,6 @@
 #pragma once
-// The viewer: the result of the displayed node, read back small from the engine and drawn in the
+// The viewer: the displayed node's picture through the engine's display pass (channel, matte
+// overlay, comparison with the rush), read back at the size it is drawn and painted in the
 // model's viewer rectangle, with zoom, pan, the channel keys and a colour readout.
 #include <QImage>
 #include <QWidget>
@@ -10,6 +11,7 @@
 #include "graph/uuid.h"
 
 class QLabel;
+class QPainter;
 
 namespace ombrik {
 
@@ -40,21 +42,32 @@ private:
   QSize readSize() const;
   void readBack();
   void updateReadout();
+  void moveWipe(QPointF at);
+  void drawCompareBadge(QPainter& p);
 
   AppModel& model_;
   QImage picture_;
   QLabel* readout_ = nullptr;
   // What the picture was read from, so that an unchanged view costs nothing.
-  int readFrame_ = -1;
-  int readTime_ = -1;  // playback shows frames from its cache without a new render
-  std::optional<Uuid> readNode_;
-  const void* readTexture_ = nullptr;
-  QSize readSize_;
+  struct Source {
+    int frameID = -1;
+    int time = -1;  // playback shows frames from its cache without a new render
+    std::optional<Uuid> node;
+    const void* main = nullptr;
+    const void* before = nullptr;
+    int mode = 0;
+    double wipe = 0;
+    QSize size;
+    bool operator==(const Source&) const = default;
+  };
+  Source source() const;
+  Source read_;
   // What was last drawn.
   double drawnZoom_ = 0;
   Point drawnPan_;
   std::string drawnTitle_;
-  // Pan by drag.
+  // Pan by drag; in the wipe comparison a left drag moves the wipe.
+  bool wipeDrag_ = false;
   std::optional<QPointF> dragFrom_;
   Point panAtPress_;
   std::optional<QPointF> hover_;

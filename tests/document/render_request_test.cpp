@@ -7,7 +7,7 @@
 
 using namespace ombrik;
 
-TEST(RenderRequest, ChangesCollapseIntoOneEvaluation) {
+TEST(RenderRequest, ChangesCollapseIntoOneLeanEvaluationAndTheFullOneFollows) {
   auto scheduler = std::make_shared<ManualScheduler>();
   AppModel model(AppModel::Options{.withEngine = true, .scheduler = scheduler});
   ASSERT_TRUE(model.engine) << model._status;
@@ -15,14 +15,20 @@ TEST(RenderRequest, ChangesCollapseIntoOneEvaluation) {
   scheduler->runAll();
   const int evaluations = model.engine->evalCount;
   EXPECT_EQ(model._frameID, 1);
+  EXPECT_TRUE(model.engine->leanEval);
   for (int i = 0; i < 5; ++i) model.requestRender();  // five quick changes
-  EXPECT_EQ(scheduler->pending(), 1u);
   scheduler->runAll();
   EXPECT_EQ(model.engine->evalCount, evaluations + 1);
   EXPECT_EQ(model._frameID, 2);
-  model.requestRender();  // a later change renders again
-  scheduler->runAll();
+  scheduler->advance(0.5);
+  model.requestRender();  // a later change renders again, and puts the full render off
+  scheduler->advance(0.7);
   EXPECT_EQ(model.engine->evalCount, evaluations + 2);
+  scheduler->advance(0.2);  // 0.8 s after the last lean render: the whole graph
+  EXPECT_EQ(model.engine->evalCount, evaluations + 3);
+  EXPECT_FALSE(model.engine->leanEval);
+  scheduler->advance(5);
+  EXPECT_EQ(model.engine->evalCount, evaluations + 3);  // and nothing more
 }
 
 TEST(RenderRequest, CompSizeFollowsTheFirstPictureCappedAt4096) {

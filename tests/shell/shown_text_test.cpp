@@ -56,6 +56,7 @@ TEST(ShownText, TheWindowSpeaksEnglishWhenAsked) {
   EXPECT_GT(french.size(), 20u);
   for (std::size_t i = 0; i < french.size(); ++i) {
     if (french[i] == "Français" || french[i] == "English") continue;  // each language named in itself
+    if (french[i].startsWith("Source\t")) continue;                     // the same word in both
     EXPECT_NE(french[i], english[i]) << "not translated: " << french[i].toStdString();
   }
   EXPECT_NE(std::find(english.begin(), english.end(), "Fit to window (Ctrl+0)"), english.end());

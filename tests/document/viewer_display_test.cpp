@@ -1,0 +1,168 @@
+// What the viewer evaluates and which textures its display pass gets: lean renders keep the
+// selection and the rush, channels show the feed, comparison and matte overlay pair the right
+// pictures, Esc and \ step through the views.
+#include <gtest/gtest.h>
+
+#include "../platform/temp_dir.h"
+#include "document/app_model.h"
+#include "engine/engine.h"
+#include "engine/source_picture.h"
+#include "platform/scheduler.h"
+#include "platform/user_defaults.h"
+
+using namespace ombrik;
+
+namespace {
+// media → colour → output, with a blur and an AI matte on side branches of the media.
+struct Desk {
+  TempDir dir;
+  std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
+  std::unique_ptr<AppModel> m;
+  Uuid output, media, color, blur, mask, mediaID = Uuid::generate();
+
+  Desk() {
+    m = std::make_unique<AppModel>(AppModel::Options{
+        .blankStart = true, .scheduler = clock, .defaultsFile = (dir.path / "d.conf").string()});
+    EXPECT_TRUE(m->engine) << m->_status;
+    output = m->_nodes.front().id;
+    m->engine->addSource(SampleImage::make(32, 18), mediaID);
+    MediaItem item;
+    item.id = mediaID;
+    item.width = 32;
+    item.height = 18;
+    m->_media.push_back(item);
+    media = m->addNode(NodeKind::media(), {0, 0});
+    m->setMedia(media, mediaID);
+    color = m->addNode(NodeKind::color(), {200, 0});
+    blur = m->addNode(*NodeKind::find("blur"), {200, 200});
+    mask = m->addNode(*NodeKind::find("magicmask"), {200, 400});  // an AI matte: black until computed
+    m->connect(media, color, 0, 0);
+    m->connect(color, output, 0, 0);
+    m->connect(media, blur, 0, 0);
+    m->connect(media, mask, 0, 0);
+    m->select(std::nullopt);
+    render();
+  }
+  void render() {
+    m->requestRender();
+    clock->runAll();  // the lean render only: the full one waits 0.8 s
+  }
+  bool evaluated(const Uuid& id) const { return m->engine->outputs.count(id) > 0; }
+  Engine::Tex result(const Uuid& id) const { return m->engine->outputs.at(id); }
+};
+}  // namespace
+
+TEST(ViewerDisplay, LeanRendersKeepWhatIsOnScreenAndTheFullRenderFollows) {
+  Desk d;
+  AppModel& m = *d.m;
+  EXPECT_TRUE(d.evaluated(d.output));
+  EXPECT_FALSE(d.evaluated(d.blur)) << "a side branch nobody looks at waits for the full render";
+  m.select(d.blur);
+  d.render();
+  EXPECT_TRUE(d.evaluated(d.blur)) << "the selected node is on screen";
+  EXPECT_EQ(m.viewerState().main, d.result(d.blur));
+  m.select(std::nullopt);
+  d.render();
+  EXPECT_FALSE(d.evaluated(d.mask));
+  d.clock->advance(0.8);
+  EXPECT_TRUE(d.evaluated(d.mask)) << "the whole graph, a moment after the last change";
+
+  // Full view evaluates the displayed node's tree only.
+  m.select(d.color);
+  m.flameView(4);
+  d.render();
+  EXPECT_TRUE(d.evaluated(d.color));
+  EXPECT_FALSE(d.evaluated(d.blur));
+  EXPECT_FALSE(d.evaluated(d.output));
+}
+
+TEST(ViewerDisplay, ChannelsShowTheFeedAndTheAlpha) {
+  Desk d;
+  AppModel& m = *d.m;
+  m.select(d.color);
+  d.render();
+  const Engine::Tex result = d.result(d.color), rush = d.result(d.media);
+  EXPECT_EQ(m.viewerState().main, result);
+  m.flameView(1);
+  d.render();
+  EXPECT_EQ(m.viewerState().main, d.result(d.media)) << "F1: what feeds the node";
+  m.flameView(2);
+  d.render();
+  EXPECT_EQ(m.viewerState().main, d.result(d.media)) << "no Back input: the source again";
+  m.flameView(3);
+  d.render();
+  ASSERT_TRUE(m.engine->viewAlpha);
+  EXPECT_EQ(m.viewerState().main, m.engine->viewAlpha);
+
+  // Esc leaves full view first, then the channel.
+  EXPECT_TRUE(m.escapeView());
+  EXPECT_FALSE(m._viewerFull);
+  EXPECT_EQ(m._viewChannel, 3);
+  EXPECT_TRUE(m.escapeView());
+  EXPECT_EQ(m._viewChannel, 4);
+  EXPECT_FALSE(m.escapeView());
+  d.render();
+  EXPECT_EQ(m.viewerState().main, d.result(d.color));
+
+  // A Back input takes channel 2 when wired.
+  const Uuid merge = m.addNode(*NodeKind::find("merge"), {400, 0});
+  m.connect(d.color, merge, 0, 0);
+  m.connect(d.blur, merge, 1, 0);
+  ASSERT_TRUE(m.channelSource(merge, 2));
+  EXPECT_EQ(m.channelSource(merge, 2)->from, d.blur);
+  EXPECT_EQ(m.channelSource(merge, 1)->from, d.color);
+  m.select(merge);
+  m.setViewChannel(2);
+  d.render();
+  EXPECT_EQ(m.viewerState().main, d.result(d.blur));
+}
+
+TEST(ViewerDisplay, ComparisonPairsTheResultWithItsRush) {
+  Desk d;
+  AppModel& m = *d.m;
+  m.select(d.color);
+  d.render();
+  const Engine::Tex result = d.result(d.color), rush = d.result(d.media);
+  m.toggleBefore();  // the \ key
+  EXPECT_TRUE(m.isCompare());
+  EXPECT_EQ(m.viewerState().main, rush) << "toggle style, before side";
+  m.toggleBefore();
+  EXPECT_EQ(m.viewerState().main, result);
+
+  m.setCompareStyle(1);
+  AppModel::ViewerState wipe = m.viewerState();
+  EXPECT_EQ(wipe.mode, 2);
+  EXPECT_EQ(wipe.main, result);
+  EXPECT_EQ(wipe.before, rush);
+  m.setWipe(1.7);
+  EXPECT_EQ(m._wipe, 1.0);
+  m.setCompareStyle(2);
+  EXPECT_EQ(m.viewerState().mode, 3);
+  m.setCompareMode(false);
+  EXPECT_EQ(m.viewerState().mode, 0);
+  EXPECT_EQ(m.defaults().integer("compareStyle"), 2) << "the style is remembered";
+
+  // A matte on screen is laid over its picture, unless the bare matte is asked for.
+  m.select(d.mask);
+  d.render();
+  AppModel::ViewerState overlay = m.viewerState();
+  EXPECT_EQ(overlay.mode, 1);
+  EXPECT_EQ(overlay.main, d.result(d.mask));
+  EXPECT_EQ(overlay.before, rush);
+  m._showMatte = true;
+  EXPECT_EQ(m.viewerState().mode, 0);
+}
+
+TEST(ViewerDisplay, TheWorldsLutGoesWithTheViewExceptOnMattes) {
+  Desk d;
+  AppModel& m = *d.m;
+  EXPECT_FALSE(m.viewerState().lut);
+  for (auto& b : m._batches) b.lut = "auto:slog3";
+  EXPECT_EQ(m.viewerState().lut, std::optional<std::string>("auto:slog3"));
+  m.setViewChannel(3);
+  EXPECT_FALSE(m.viewerState().lut) << "an alpha is shown as it is";
+  m.setViewChannel(4);
+  m.select(d.mask);
+  d.render();
+  EXPECT_FALSE(m.viewerState().lut) << "nor a matte overlay";
+}
