@@ -79,7 +79,7 @@ public:
   std::optional<Uuid> _currentBatchID;
   std::string _status;
   int _currentFrame = 0;
-  int _frameCount = 1;
+  int _frameCount = 100;  // a world without a clip plays 100 frames
   double _fps = 25;
   double _previewScale = 1;
 

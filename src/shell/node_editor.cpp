@@ -55,9 +55,13 @@ Point NodeEditor::toGraph(QPointF v) const { return view().toGraph(pt(v)); }
 
 void NodeEditor::frameAll() {
   std::vector<Point> centres;
+  std::vector<double> reach;
   for (const auto& [id, p] : model_.layout.positions())
-    if (model_.nodeByID(id)) centres.push_back(p);
-  if (auto v = schematic::frameAll(centres, width(), height())) setView(*v);
+    if (const Node* n = model_.nodeByID(id)) {
+      centres.push_back(p);
+      reach.push_back(schematic::radius(*n) + 24);  // the circle and the name under it
+    }
+  if (auto v = schematic::frameAll(centres, width(), height(), reach)) setView(*v);
 }
 
 NodeEditor::Drawn NodeEditor::drawn() const {

@@ -125,14 +125,17 @@ View View::zoomedAbout(Point v, double factor) const {
   return out;
 }
 
-std::optional<View> frameAll(const std::vector<Point>& centres, double viewWidth, double viewHeight) {
+std::optional<View> frameAll(const std::vector<Point>& centres, double viewWidth, double viewHeight,
+                             const std::vector<double>& reach) {
   if (centres.empty() || viewWidth <= 0) return std::nullopt;
   double x0 = INFINITY, x1 = -INFINITY, y0 = INFINITY, y1 = -INFINITY;
-  for (const Point& c : centres) {
-    x0 = std::min(x0, c.x - kNodeSize);
-    x1 = std::max(x1, c.x + kNodeSize);
-    y0 = std::min(y0, c.y - kNodeSize);
-    y1 = std::max(y1, c.y + kNodeSize);
+  for (std::size_t i = 0; i < centres.size(); ++i) {
+    const Point& c = centres[i];
+    const double r = std::max(kNodeSize, i < reach.size() ? reach[i] : 0.0);
+    x0 = std::min(x0, c.x - r);
+    x1 = std::max(x1, c.x + r);
+    y0 = std::min(y0, c.y - r);
+    y1 = std::max(y1, c.y + r);
   }
   View v;
   v.zoom = std::min(std::max(std::min(viewWidth / (x1 - x0), viewHeight / (y1 - y0)), kMinZoom), kFrameZoomLimit);

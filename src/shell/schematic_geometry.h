@@ -58,7 +58,10 @@ struct View {
   View zoomedAbout(Point v, double factor) const;
 };
 // The view that shows every centre, at most at kFrameZoomLimit.
-std::optional<View> frameAll(const std::vector<Point>& centres, double viewWidth, double viewHeight);
+// `reach`, when given, is how far each node extends from its centre (a large node with its label
+// reaches further than one node size); otherwise one node size.
+std::optional<View> frameAll(const std::vector<Point>& centres, double viewWidth, double viewHeight,
+                             const std::vector<double>& reach = {});
 
 // ---- the graph as drawn
 using Positions = std::map<Uuid, Point>;

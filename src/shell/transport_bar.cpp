@@ -5,11 +5,11 @@
 #include <QShortcut>
 #include <QSignalBlocker>
 #include <QSlider>
-#include <QStyle>
 #include <QToolButton>
 
 #include "document/app_model.h"
 #include "shell/shown_text.h"
+#include "shell/transport_icons.h"
 
 namespace ombrik {
 
@@ -19,11 +19,11 @@ TransportBar::TransportBar(AppModel& model, QWidget* parent) : QWidget(parent), 
   row->setContentsMargins(6, 2, 6, 2);
   row->setSpacing(2);
 
-  QToolButton* first = button(QStyle::SP_MediaSkipBackward, "Première image", "firstFrame");
-  QToolButton* previous = button(QStyle::SP_MediaSeekBackward, "Image précédente (←)", "previousFrame");
-  play_ = button(QStyle::SP_MediaPlay, "Lecture / pause (Espace)", "play");
-  QToolButton* next = button(QStyle::SP_MediaSeekForward, "Image suivante (→)", "nextFrame");
-  QToolButton* last = button(QStyle::SP_MediaSkipForward, "Dernière image", "lastFrame");
+  QToolButton* first = button(TransportGlyph::first, "Première image", "firstFrame");
+  QToolButton* previous = button(TransportGlyph::previous, "Image précédente (←)", "previousFrame");
+  play_ = button(TransportGlyph::play, "Lecture / pause (Espace)", "play");
+  QToolButton* next = button(TransportGlyph::next, "Image suivante (→)", "nextFrame");
+  QToolButton* last = button(TransportGlyph::last, "Dernière image", "lastFrame");
   for (QToolButton* b : {first, previous, play_, next, last}) row->addWidget(b);
 
   timecode_ = new QLabel(this);
@@ -54,9 +54,9 @@ TransportBar::TransportBar(AppModel& model, QWidget* parent) : QWidget(parent), 
   refresh();
 }
 
-QToolButton* TransportBar::button(QStyle::StandardPixmap icon, const char* tip, const char* name) {
+QToolButton* TransportBar::button(TransportGlyph icon, const char* tip, const char* name) {
   auto* b = new QToolButton(this);
-  b->setIcon(style()->standardIcon(icon));
+  b->setIcon(transportIcon(icon));
   b->setToolTip(shown(tip));
   b->setObjectName(name);
   b->setAutoRaise(true);
@@ -77,7 +77,7 @@ void TransportBar::refresh() {
   }
   if (shownPlaying_ != model_._isPlaying) {
     shownPlaying_ = model_._isPlaying;
-    play_->setIcon(style()->standardIcon(shownPlaying_ ? QStyle::SP_MediaPause : QStyle::SP_MediaPlay));
+    play_->setIcon(transportIcon(shownPlaying_ ? TransportGlyph::pause : TransportGlyph::play));
   }
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 // The row under the picture: frame stepping, play, the timecode and a frame slider.
-#include <QStyle>
 #include <QWidget>
 
 class QLabel;
@@ -8,6 +7,8 @@ class QSlider;
 class QToolButton;
 
 namespace ombrik {
+
+enum class TransportGlyph;
 
 class AppModel;
 
@@ -18,7 +19,7 @@ public:
   void step(int delta);
 
 private:
-  QToolButton* button(QStyle::StandardPixmap icon, const char* tip, const char* name);
+  QToolButton* button(TransportGlyph icon, const char* tip, const char* name);
 
   AppModel& model_;
   QToolButton* play_ = nullptr;

@@ -169,6 +169,10 @@ TEST(SchematicGeometry, FramingShowsEveryNode) {
   EXPECT_NEAR(two->toView({-kNodeSize, 0}).x, 0, 1e-9);
   EXPECT_NEAR(two->toView({2000 + kNodeSize, 0}).x, 800, 1e-9);
   EXPECT_EQ(frameAll({{0, 0}, {1e6, 0}}, 800, 600)->zoom, kMinZoom);
+  // A large node reaches further: its whole circle is in the frame.
+  const auto big = frameAll({{0, 0}, {2000, 0}}, 800, 600, {150, 10});
+  EXPECT_NEAR(big->toView({-150, 0}).x, 0, 1e-9);
+  EXPECT_NEAR(big->toView({2000 + kNodeSize, 0}).x, 800, 1e-9);
 }
 
 TEST(SchematicGeometry, PointerFindsNodesAndPorts) {

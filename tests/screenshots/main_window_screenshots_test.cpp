@@ -1,0 +1,165 @@
+// Screenshots of the whole window, taken on a real X server (Xvfb) and saved for people to look
+// at: the example world, an imported clip with its curve editor, and the wipe comparison.
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QStyle>
+#include <QStyleFactory>
+#include <QTest>
+#include <cstdlib>
+
+#include "../platform/temp_dir.h"
+#include "../shell/shell_app.h"
+#include "document/app_model.h"
+#include "engine/engine.h"
+#include "media/video_source.h"
+#include "platform/scheduler.h"
+#include "shell/curve_editor_widget.h"
+#include "shell/dark_theme.h"
+#include "shell/inspector_widget.h"
+#include "shell/main_window.h"
+#include "shell/viewer_widget.h"
+
+using namespace ombrik;
+
+namespace {
+// Screenshots go beside the build's test data, where a person can look at them after a run.
+bool saveScreenshot(const QImage& shot, const char* name) {
+  const char* support = std::getenv("OMBRIK_SUPPORT");
+  const QDir folder(support ? QDir(QString::fromLocal8Bit(support)).absoluteFilePath("../screenshots")
+                            : QDir::temp().absoluteFilePath("ombrik-screenshots"));
+  return QDir().mkpath(folder.path()) && shot.save(folder.absoluteFilePath(name));
+}
+
+// Spread of the grey levels: a blank or single-colour window has none.
+double greyVariance(const QImage& image) {
+  double sum = 0, sum2 = 0;
+  const int n = image.width() * image.height();
+  for (int y = 0; y < image.height(); ++y)
+    for (int x = 0; x < image.width(); ++x) {
+      const double g = qGray(image.pixel(x, y));
+      sum += g;
+      sum2 += g * g;
+    }
+  const double mean = sum / n;
+  return sum2 / n - mean * mean;
+}
+}  // namespace
+
+// The whole window on the example world, saved for people to look at: the picture, the graph
+// and the settings of the selected node must all be there.
+TEST(MainWindow, ScreenshotOfTheExampleWorld) {
+  QApplication& app = test::shellApp();
+  const QString oldStyle = app.style()->name();
+  const QPalette oldPalette = app.palette();
+  applyDarkTheme(app);
+  TempDir dir;
+  auto clock = std::make_shared<ManualScheduler>();
+  AppModel model(AppModel::Options{.scheduler = clock, .defaultsFile = (dir.path / "defaults.conf").string(),
+                                   .dataDir = dir.path / "data"});
+  ASSERT_TRUE(model.engine) << model._status;
+  MainWindow window(model);
+  window.resize(1280, 800);
+  window.show();
+  ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+  clock->runAll();
+  window.refresh();
+  QCoreApplication::processEvents();
+
+  const QImage shot = window.grab().toImage();
+  EXPECT_TRUE(saveScreenshot(shot, "main_window.png"));
+
+  EXPECT_GT(greyVariance(shot), 100) << "the window shows more than a flat colour";
+  ASSERT_FALSE(window.viewer()->picture().isNull()) << "the viewer shows a rendered picture";
+  const QImage viewer = window.viewer()->grab().toImage();
+  EXPECT_GT(greyVariance(viewer), 100) << "the picture in the viewer has content";
+  EXPECT_FALSE(window.inspector()->row("amount") == nullptr) << "the selected node's settings are listed";
+
+  app.setStyle(QStyleFactory::create(oldStyle));
+  app.setPalette(oldPalette);
+}
+
+TEST(MainWindow, ScreenshotOfAnImportedClip) {
+  QApplication& app = test::shellApp();
+  const QString oldStyle = app.style()->name();
+  const QPalette oldPalette = app.palette();
+  applyDarkTheme(app);
+  TempDir dir;
+  const std::filesystem::path clip = dir.path / "rush.mp4";
+  ASSERT_EQ(std::system(("ffmpeg -v error -y -f lavfi -i testsrc2=size=960x540:rate=25 -frames:v 30 -c:v libx264 "
+                         "-pix_fmt yuv420p '" + clip.string() + "'").c_str()), 0);
+  auto clock = std::make_shared<ManualScheduler>();
+  AppModel model(AppModel::Options{.blankStart = true, .scheduler = clock,
+                                   .defaultsFile = (dir.path / "defaults.conf").string(), .dataDir = dir.path / "data"});
+  ASSERT_TRUE(model.engine) << model._status;
+  const auto world = model.createWorld(clip);
+  ASSERT_TRUE(world) << model._status;
+  model.openBatch(*world);
+  // A colour node with an animated exposure, so the curve editor has something to show.
+  const Uuid color = model.addNode(NodeKind::color(), {400, 140});
+  model.intercalate(color, model._edges.front().id);
+  model.setKey(color, "exposure", 0, -0.5);
+  model.setKey(color, "exposure", 29, 0.8);
+  model.select(color);
+  model.inspectedID = color;
+  model.seekFrame(12);
+
+  MainWindow window(model);
+  window.resize(1280, 800);
+  window.show();
+  window.toggleCurveEditor();
+  ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+  for (int i = 0; i < 200 && model.videos.begin()->second->seekBusy(); ++i) {
+    clock->waitForThreads(0.05);
+    clock->runAll();
+  }
+  clock->advance(0.05);  // the pump hands the frame over and the render runs
+  window.refresh();
+  QCoreApplication::processEvents();
+
+  const QImage shot = window.grab().toImage();
+  EXPECT_TRUE(saveScreenshot(shot, "main_window_clip.png"));
+  EXPECT_EQ(model._currentFrame, 12);
+  EXPECT_EQ(model._frameCount, 30);
+  EXPECT_GT(greyVariance(window.viewer()->grab().toImage()), 100) << "the clip's frame is on screen";
+  EXPECT_TRUE(window.curveEditor()->isVisible());
+
+  // The wipe: the rush on the left of the line, the graded result on the right.
+  model.setCompareStyle(1);
+  model.setCompareMode(true);
+  model.setWipe(0.45);
+  window.refresh();
+  QCoreApplication::processEvents();
+  const QImage wipe = window.grab().toImage();
+  EXPECT_TRUE(saveScreenshot(wipe, "main_window_wipe.png"));
+  const QImage wiped = window.viewer()->picture();
+  ASSERT_FALSE(wiped.isNull());
+  auto shownNow = [&] {
+    window.refresh();
+    return window.viewer()->picture();
+  };
+  model.setCompareStyle(0);
+  model.toggleBefore();
+  const QImage rush = shownNow();
+  model.setCompareMode(false);
+  const QImage result = shownNow();
+  ASSERT_EQ(rush.size(), wiped.size());
+  ASSERT_EQ(result.size(), wiped.size());
+  // Mean grey difference of two pictures over columns x0 ... x1.
+  auto differ = [](const QImage& a, const QImage& b, int x0, int x1) {
+    double sum = 0;
+    for (int y = 0; y < a.height(); ++y)
+      for (int x = x0; x < x1; ++x) sum += std::abs(qGray(a.pixel(x, y)) - qGray(b.pixel(x, y)));
+    return sum / (double(x1 - x0) * a.height());
+  };
+  const int w = wiped.width(), line = int(0.45 * w);
+  EXPECT_GT(differ(rush, result, 0, w), 3) << "the graded result differs from its rush";
+  EXPECT_LT(differ(wiped, rush, 0, line - 2), 1.5) << "left of the wipe: the rush";
+  EXPECT_LT(differ(wiped, result, line + 2, w), 1.5) << "right of the wipe: the result";
+  const QColor amber = wiped.pixelColor(line, wiped.height() / 2);
+  EXPECT_GT(amber.red(), 200);
+  EXPECT_LT(amber.blue(), 110) << "the wipe's line";
+
+  app.setStyle(QStyleFactory::create(oldStyle));
+  app.setPalette(oldPalette);
+}
