@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "document/app_model.h"
+#include "document/play_state.h"
 #include "engine/engine.h"
 #include "engine/source_picture.h"
 #include "media/forward_readers.h"
@@ -124,14 +125,22 @@ void AppModel::tick() {
 }
 
 void AppModel::seekFrame(int n) {
+  if (_isPlaying) stopPlayback();
   if (VideoSource* active = activeVideo()) {
     _currentFrame = std::clamp(n, 0, batchFrames(*active) - 1);
     // Every clip of the graph follows, not only the one that sets the length.
     for (const auto& [id, clip] : graphClips()) clip->seek(_currentFrame);
-    return;  // the picture comes with the pump
+  } else {
+    _currentFrame = std::clamp(n, 0, 99);
+    requestRender();
   }
-  _currentFrame = std::clamp(n, 0, 99);
-  requestRender();
+  // A frame the play cache holds shows at once; the evaluated one replaces it when it lands.
+  scrubTex.reset();
+  if (play && _viewChannel == 4 && play->target && play->target == playTarget())
+    if (auto hit = play->cache.find(_currentFrame); hit != play->cache.end()) {
+      scrubTex = hit->second;
+      ++_frameID;
+    }
 }
 
 void AppModel::resetTime() {

@@ -94,6 +94,7 @@ void AppModel::stopPlayback() {
 }
 
 void AppModel::invalidatePlayCache() {
+  scrubTex.reset();
   if (!play) return;
   ++play->generation;
   play->working = false;

@@ -84,6 +84,7 @@ void AppModel::performRender(bool full) {
     if (recoverEngine()) requestRender();
     return;
   }
+  scrubTex.reset();  // the frame itself is evaluated now
   ++_frameID;
   if (fullRenderTimer_) scheduler_->cancel(*fullRenderTimer_);
   fullRenderTimer_.reset();

@@ -100,6 +100,22 @@ TEST(Playback, FillsInOrderThenRunsByTheClock) {
   EXPECT_FALSE(m._isPlaying);
   EXPECT_EQ(m._currentFrame, m.play->head) << "stopping lands on the frame shown";
   EXPECT_FALSE(m.playEvalScale);
+
+  // Scrubbing over cached frames shows them at once; the evaluated frame replaces them.
+  m.seekFrame(31);
+  ASSERT_TRUE(m.scrubTex);
+  EXPECT_EQ(m.viewerState().main, m.play->cache.at(31));
+  for (int i = 0; i < 200 && m.scrubTex; ++i) {
+    t.clock->waitForThreads(0.05);
+    t.clock->advance(0.01);
+  }
+  EXPECT_FALSE(m.scrubTex);
+  EXPECT_EQ(m.viewerState().main, m.engine->outputs.at(out));
+  // Seeking while playing stops first.
+  m.togglePlay();
+  m.seekFrame(3);
+  EXPECT_FALSE(m._isPlaying);
+  EXPECT_EQ(m._currentFrame, 3);
 }
 
 TEST(Playback, ASourceShownAsItIsPlaysWithoutTheGraph) {
