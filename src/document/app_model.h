@@ -322,10 +322,14 @@ public:
   void kickRender();
   void playTick();
   int clockFrame() const;
+  bool startNativePlayback();
+  void nativeTick();
   static constexpr int kPlayMaxSideDefault = 2048;
   int playMaxSide() const;  // the long side of cached frames; 0 or less: no limit
   void setPlayMaxSide(int side);
-  void countFrame(const std::string& label, double fps);
+  // Counts a frame shown; once a second the rate goes to the status line, the label followed by
+  // " (cached/total)" when `cached` is given.
+  void countFrame(const char* label, double fps, std::optional<std::pair<int, int>> cached = std::nullopt);
   // What the viewer draws: the play display while playing, else the displayed node's result.
   std::shared_ptr<gpu::Texture> viewerTexture() const;
 

@@ -56,12 +56,14 @@ void AppModel::togglePlay() {
 void AppModel::startPlayback() {
   if (!canPlay() || !engine) return;
   if (!play) play = std::make_unique<PlayState>();
+  if (startNativePlayback()) return;
   PlayState& p = *play;
   if (p.target != playTarget()) {
     p.cache.clear();
     _cachedFrames.clear();
     p.target = playTarget();
   }
+  if (VideoSource* v = activeVideo()) v->pause();
   if (_currentFrame >= pbFrames() - 1) _currentFrame = 0;
   setupCacheSize();
   auto hit = p.cache.find(_currentFrame);
@@ -82,9 +84,19 @@ void AppModel::stopPlayback() {
   const bool wasPlaying = _isPlaying;
   if (p.timer) scheduler_->cancel(*p.timer);
   p.timer.reset();
+  if (p.native) {
+    if (VideoSource* v = activeVideo()) {
+      _currentFrame = std::clamp(v->playerFrame(), 0, pbFrames() - 1);
+      v->pause();
+      v->detachLive();
+    }
+    p.native = p.nativeSeeking = false;
+    p.liveTex[0] = p.liveTex[1] = nullptr;
+  } else if (wasPlaying) {
+    _currentFrame = p.head;
+  }
   _isPlaying = false;
   ++p.generation;
-  if (wasPlaying) _currentFrame = p.head;
   p.readers.cancel();
   p.working = false;
   p.display = nullptr;
@@ -97,6 +109,13 @@ void AppModel::invalidatePlayCache() {
   scrubTex.reset();
   if (!play) return;
   ++play->generation;
+  play->noNative = false;
+  if (play->native) {
+    // The native path plays the clip as it is: a graph that no longer shows it so stops it.
+    const auto target = playTarget();
+    if (!(_viewChannel == 4 && target && passthroughMedia(*target))) stopPlayback();
+    return;
+  }
   play->working = false;
   if (!play->cache.empty() || !_cachedFrames.empty()) {
     play->cache.clear();
@@ -214,7 +233,7 @@ void AppModel::playTick() {
   p.display = hit->second;
   p.displayFrame = c;
   ++_frameID;  // the viewer redraws
-  countFrame("Lecture (" + std::to_string(p.cache.size()) + "/" + std::to_string(n) + ")", pbFPS());
+  countFrame("Lecture", pbFPS(), std::make_pair(int(p.cache.size()), n));
   if (scheduler_->now() - p.lastUI > 0.12) {
     _currentFrame = c;
     p.lastUI = scheduler_->now();
@@ -222,14 +241,18 @@ void AppModel::playTick() {
   kickRender();
 }
 
-void AppModel::countFrame(const std::string& label, double fps) {
+void AppModel::countFrame(const char* label, double fps, std::optional<std::pair<int, int>> cached) {
   PlayState& p = *play;
   ++p.fpsCount;
   const double now = scheduler_->now(), elapsed = now - p.fpsT0;
-  if (elapsed < 1) return;
-  char text[64];
-  std::snprintf(text, sizeof text, " : %.1f i/s (vidéo %.0f i/s)", p.fpsCount / elapsed, fps);
-  _status = label + text;
+  if (elapsed < 1) return;  // the text is made once a second, not for every frame
+  char text[160];
+  if (cached)
+    std::snprintf(text, sizeof text, "%s (%d/%d) : %.1f i/s (vidéo %.0f i/s)", label, cached->first, cached->second,
+                  p.fpsCount / elapsed, fps);
+  else
+    std::snprintf(text, sizeof text, "%s : %.1f i/s (vidéo %.0f i/s)", label, p.fpsCount / elapsed, fps);
+  _status = text;
   p.fpsCount = 0;
   p.fpsT0 = now;
 }

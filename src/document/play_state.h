@@ -30,6 +30,14 @@ struct PlayState {
   double fpsT0 = 0;
   double lastUI = -1e9;
   int head = 0;          // frame shown by the clock
+  // The native path: the clip's own player hands its frames to the viewer, no graph.
+  bool native = false;
+  bool nativeSeeking = false;  // the player is being rewound
+  bool noNative = false;       // the clip couldn't be played live: don't try again until the graph changes
+  double nativeT0 = 0;
+  int nativeN = 0;             // frames shown since nativeT0
+  gpu::TexturePtr liveTex[2];  // shown in turn, so the viewer sees each new frame as a new texture
+  int liveFlip = 0;
 };
 
 // Bytes the play cache may hold: a share of the memory (boostPercent, else 60 %) less 6 GB for

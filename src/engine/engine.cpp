@@ -103,11 +103,13 @@ Engine::Tex Engine::fitPicture(const SourcePicture& picture, int width, int heig
   return out;
 }
 
-Engine::Tex Engine::fastFrame(const SourcePicture& picture, int width, int height) {
+Engine::Tex Engine::fastFrame(const SourcePicture& picture, int width, int height, Tex into) {
   if (picture.empty() || width < 1 || height < 1) return nullptr;
   auto commands = device_->begin();
   if (!commands) return nullptr;
-  Tex out = fitPicture(picture, width, height, *commands, false, device_->createTexture(width, height, gpu::Format::rgba8Unorm));
+  if (!into || into->width() != width || into->height() != height || into->format() != gpu::Format::rgba8Unorm)
+    into = device_->createTexture(width, height, gpu::Format::rgba8Unorm);
+  Tex out = fitPicture(picture, width, height, *commands, false, into);
   return out && device_->submitAndWait(*commands) ? out : nullptr;
 }
 

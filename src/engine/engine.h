@@ -68,7 +68,8 @@ public:
   Tex fitPicture(const SourcePicture& picture, int width, int height, gpu::CommandList& commands,
                  bool transparent = false, Tex into = nullptr);
   // The same fit at any size into an 8-bit texture; nothing for an empty picture or size.
-  Tex fastFrame(const SourcePicture& picture, int width, int height);
+  // `into`, when it has that size and format, is drawn into rather than a new texture made.
+  Tex fastFrame(const SourcePicture& picture, int width, int height, Tex into = nullptr);
   // The fit on a transparent background into the work texture of `key`.
   Tex fitTexture(const SourcePicture& picture, const std::string& key);
   std::optional<Picture> sourceThumb(const Uuid& id, int maxSide);

@@ -1,37 +1,20 @@
 #include "media/video_source.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <mutex>
 #include <thread>
 
 #include "media/frame_reader.h"
+#include "media/video_source_state.h"
 
 namespace ombrik {
-
-struct VideoSource::State {
-  std::filesystem::path url;
-  ClipInfo info;
-  Post post;
-
-  std::mutex readerLock;  // the seekable reader is shared by seeks and stills
-  std::unique_ptr<FrameReader> reader;
-
-  std::mutex tapLock;
-  std::optional<Tapped> tap;
-  int current = 0;
-
-  // Main thread only.
-  bool busy = false;
-  std::optional<int> pending;
-  std::function<void()> pendingThen;
-  int seeksRun = 0;
-  std::thread worker;
-};
 
 VideoSource::VideoSource(std::shared_ptr<State> state) : state_(std::move(state)) {}
 
 VideoSource::~VideoSource() {
+  pause();
   if (state_->worker.joinable()) state_->worker.join();
 }
 

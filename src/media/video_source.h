@@ -48,6 +48,18 @@ public:
   std::optional<Tapped> takeFrame();
   int currentFrame() const;  // where the last finished seek landed
 
+  // The player (video_source_play.cpp): from where the last seek landed, frames are decoded in
+  // order on a thread and presented at the clip's rate by the wall clock; a decoder that can't
+  // keep up presents late rather than skipping. It stops by itself after the last frame.
+  void play();
+  void pause();
+  bool playing() const;
+  int playerFrame() const;  // the frame presented last
+  // A second tap for the player's frames, only while attached (the viewer's live picture).
+  void attachLive();
+  void detachLive();
+  std::optional<Tapped> liveFrame();
+
   struct State;
 
 private:

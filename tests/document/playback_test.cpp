@@ -3,6 +3,8 @@
 // budgets of the cache.
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "../media/test_clips.h"
 #include "../platform/temp_dir.h"
 #include "document/app_model.h"
@@ -130,4 +132,61 @@ TEST(Playback, ASourceShownAsItIsPlaysWithoutTheGraph) {
   const Uuid other = m.addNode(NodeKind::media(), {0, 0});
   m.connect(other, out, 1, 0);
   EXPECT_FALSE(m.passthroughMedia(out)) << "a wire on port 1 of the output";
+}
+
+TEST(Playback, AClipShownAsItIsPlaysFromItsOwnPlayerAndFallsBackWhenTooSlow) {
+  Fixture t;
+  AppModel& m = *t.m;
+  ASSERT_TRUE(m.importURL(test::writeClip(t.dir.path / "clip.mp4", "-c:v libx264 -g 10 -pix_fmt yuv420p")));
+  const Uuid out = m._nodes.front().id;
+  const Uuid media = m.addNode(NodeKind::media(), {0, 0});
+  m.setMedia(media, m._media.back().id);
+  m.connect(media, out, 0, 0);
+  m.select(std::nullopt);
+  t.clock->runAll();
+  // Hands the player's frames to the viewer for `seconds`, the manual clock keeping pace with
+  // the real one (the player runs by the real clock).
+  auto settle = [&](double seconds) {
+    std::set<int> shown;
+    for (int i = 0; i < int(seconds * 120); ++i) {
+      t.clock->waitForThreads(1.0 / 120);
+      t.clock->advance(1.0 / 120);
+      if (m.play->display) shown.insert(m.play->displayFrame);
+    }
+    return shown;
+  };
+
+  m.togglePlay();
+  ASSERT_TRUE(m._isPlaying);
+  ASSERT_TRUE(m.play->native) << "media → output: the native path";
+  const std::set<int> shown = settle(1.3);
+  EXPECT_GE(shown.size(), 8u);
+  EXPECT_TRUE(m._isPlaying && m.play->native) << "a small clip keeps its rate";
+  EXPECT_TRUE(m._cachedFrames.empty()) << "no cache on the native path";
+  ASSERT_TRUE(m.viewerState().main);
+  EXPECT_EQ(m.viewerState().main->width(), m.engine->compW);
+  EXPECT_NE(m._status.find("Lecture native"), std::string::npos) << m._status;
+
+  // An effect in the way: the native path stops.
+  const Uuid color = m.addNode(NodeKind::color(), {100, 0});
+  m.intercalate(color, m._edges.front().id);
+  EXPECT_FALSE(m._isPlaying);
+  EXPECT_FALSE(m.play->native);
+  m.deleteNode(color);
+  m.connect(media, out, 0, 0);
+  ASSERT_TRUE(m.passthroughMedia(out));
+
+  // A clip that can't keep 80 % of its rate for 2.5 s goes to the cache. The manual clock runs
+  // three seconds in a few milliseconds of real time: the player can't have shown 50 frames.
+  m.togglePlay();
+  ASSERT_TRUE(m.play->native);
+  for (int i = 0; i < 400 && m.play->nativeSeeking; ++i) settle(0.02);  // the rewind lands, the run starts
+  ASSERT_FALSE(m.play->nativeSeeking);
+  t.clock->advance(3.0);
+  EXPECT_TRUE(m._isPlaying);
+  EXPECT_FALSE(m.play->native);
+  EXPECT_TRUE(m.play->noNative);
+  EXPECT_EQ(m._status, "Rush lourd : mise en cache RAM au premier passage, puis lecture en temps réel.");
+  m.togglePlay();
+  EXPECT_FALSE(m._isPlaying);
 }

@@ -2,6 +2,9 @@
 // one in flight runs only the newest. The forward readers of renders read each frame once.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <thread>
+
 #include "../platform/temp_dir.h"
 #include "media/forward_readers.h"
 #include "media/frame_reader.h"
@@ -141,4 +144,55 @@ TEST(ForwardReaders, ReadForwardOnceAndReopenOnlyOnJumps) {
   EXPECT_EQ(test::frameShown(*kept), 9);
   readers.cancel();
   EXPECT_FALSE(readers.frame(b, second, 4)) << "nothing is left after a cancel";
+}
+
+TEST(VideoSource, ThePlayerPresentsEveryFrameInOrderAndPausesWhereItIs) {
+  Clip clip;
+  auto main = std::make_shared<ManualScheduler>();
+  auto video = VideoSource::open(clip.path, [main](std::function<void()> w) { main->postFromThread(std::move(w)); });
+  ASSERT_TRUE(video);
+  video->seek(30);
+  settle(*main, *video);
+  video->play();
+  EXPECT_FALSE(video->liveFrame()) << "nothing live until attached";
+  video->pause();
+  const int stoppedAt = video->playerFrame();
+  EXPECT_GE(stoppedAt, 30);
+  EXPECT_FALSE(video->playing());
+
+  // Attached, from frame 30 to the end: each frame once, in order, the picture of its index.
+  video->seek(30);
+  settle(*main, *video);
+  video->attachLive();
+  video->play();
+  std::vector<int> frames;
+  for (int i = 0; i < 2000 && (video->playing() || frames.empty() || frames.back() != test::kClipFrames - 1); ++i) {
+    if (auto live = video->liveFrame()) {
+      EXPECT_EQ(test::frameShown(live->picture), live->frame);
+      frames.push_back(live->frame);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  EXPECT_FALSE(video->playing()) << "it stops after the last frame";
+  ASSERT_FALSE(frames.empty());
+  EXPECT_EQ(frames.back(), test::kClipFrames - 1);
+  EXPECT_EQ(video->playerFrame(), test::kClipFrames - 1);
+  for (std::size_t i = 1; i < frames.size(); ++i) EXPECT_GT(frames[i], frames[i - 1]);
+  // Polled every 2 ms against a 40 ms frame period, hardly any frame goes untaken.
+  EXPECT_GE(frames.size(), std::size_t(test::kClipFrames - 30 - 2));
+
+  // A run that ended by itself leaves the seek's position: seeking 5 and playing starts at 5.
+  video->seek(5);
+  settle(*main, *video);
+  video->play();
+  std::optional<VideoSource::Tapped> first;
+  for (int i = 0; i < 1000 && !first; ++i) {
+    first = video->liveFrame();
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  ASSERT_TRUE(first);
+  EXPECT_LE(first->frame, 7);
+  EXPECT_GE(first->frame, 5);
+  video->detachLive();
+  video.reset();  // destroyed while playing: the player stops and joins
 }
