@@ -185,6 +185,7 @@ void AppModel::kickRender() {
     if (!play || play->generation != generation) return;
     PlayState& p = *play;
     gpu::TexturePtr made;
+    p.readers.setSizeLimit(engine->compW, engine->compH);  // no more pixels than the cache frames use
     feedClipFrames(p.readers, f);
     if (auto source = passthroughMedia(*p.target); source && engine->sources().count(*source)) {
       made = engine->fastFrame(engine->sources().at(*source), p.cacheW, p.cacheH);

@@ -17,10 +17,17 @@ std::optional<SourcePicture> ForwardReaders::frame(const Uuid& id, const std::fi
     e.reader = FrameReader::open(url);
     if (e.reader) ++opened_;
   }
-  if (e.reader)
+  if (e.reader) {
+    e.reader->setSizeLimit(maxWidth_, maxHeight_);
     if (auto picture = e.reader->read(frame)) e.last = std::move(picture);
+  }
   e.readerFrame = frame + 1;
   return e.last;
+}
+
+void ForwardReaders::setSizeLimit(int maxWidth, int maxHeight) {
+  maxWidth_ = maxWidth;
+  maxHeight_ = maxHeight;
 }
 
 }  // namespace ombrik

@@ -22,6 +22,8 @@ public:
   // The picture of `frame` of the clip at `url`, read for the media `id`.
   std::optional<SourcePicture> frame(const Uuid& id, const std::filesystem::path& url, int frame);
   void cancel();       // drops every reader
+  // The largest picture wanted (0: the clip's own size); readers open and go on with it.
+  void setSizeLimit(int maxWidth, int maxHeight);
   int opened() const { return opened_; }  // readers made so far
 
 private:
@@ -32,6 +34,7 @@ private:
   };
   std::map<Uuid, Entry> readers_;
   int opened_ = 0;
+  int maxWidth_ = 0, maxHeight_ = 0;
 };
 
 }  // namespace ombrik

@@ -27,6 +27,7 @@ struct FrameReader::Impl {
   std::int64_t startPts = 0;
   ClipInfo info;
   int seekCount = 0;
+  int maxWidth = 0, maxHeight = 0;  // the size limit, as displayed
   bool ended = false;
   // The last decoded picture (the one shown until the next one's time) and the one decoded
   // after it, not reached yet. A frame index with no picture of its own shows the one before.
@@ -153,9 +154,18 @@ struct FrameReader::Impl {
   }
 
   std::optional<SourcePicture> convert(const AVFrame* frame) {
-    const int w = frame->width, h = frame->height;
-    sws = sws_getCachedContext(sws, w, h, AVPixelFormat(frame->format), w, h, AV_PIX_FMT_RGBA64LE, SWS_BILINEAR,
-                               nullptr, nullptr, nullptr);
+    const int rot = info.rotation;
+    const bool turned = rot == 90 || rot == 270;
+    int w = frame->width, h = frame->height;
+    if (maxWidth > 0 && maxHeight > 0) {
+      // The limit is for the picture as displayed: turned clips swap it.
+      const double lw = turned ? maxHeight : maxWidth, lh = turned ? maxWidth : maxHeight;
+      const double s = std::min({1.0, lw / w, lh / h});
+      w = std::max(1, int(std::lround(w * s)));
+      h = std::max(1, int(std::lround(h * s)));
+    }
+    sws = sws_getCachedContext(sws, frame->width, frame->height, AVPixelFormat(frame->format), w, h,
+                               AV_PIX_FMT_RGBA64LE, SWS_BILINEAR, nullptr, nullptr, nullptr);
     if (!sws) return std::nullopt;
     // The clip's own matrix and range; HD without tags is taken as BT.709.
     int space = frame->colorspace;
@@ -166,7 +176,7 @@ struct FrameReader::Impl {
     std::vector<std::uint16_t> rgba(std::size_t(w) * h * 4);
     std::uint8_t* dst[4] = {reinterpret_cast<std::uint8_t*>(rgba.data()), nullptr, nullptr, nullptr};
     const int stride[4] = {w * 8, 0, 0, 0};
-    sws_scale(sws, frame->data, frame->linesize, 0, h, dst, stride);
+    sws_scale(sws, frame->data, frame->linesize, 0, frame->height, dst, stride);
 
     // Turned for display, then to half floats through a table of every 16-bit value.
     static const std::vector<std::uint16_t> toHalf = [] {
@@ -174,8 +184,7 @@ struct FrameReader::Impl {
       for (int v = 0; v < 65536; ++v) t[v] = floatToHalf(v / 65535.0f);
       return t;
     }();
-    const int rot = info.rotation;
-    const int ow = rot == 90 || rot == 270 ? h : w, oh = rot == 90 || rot == 270 ? w : h;
+    const int ow = turned ? h : w, oh = turned ? w : h;
     auto halves = std::make_shared<std::vector<std::uint16_t>>(std::size_t(ow) * oh * 4);
     if (rot == 0) {
       std::transform(rgba.begin(), rgba.end(), halves->begin(), [](std::uint16_t v) { return toHalf[v]; });
@@ -199,6 +208,13 @@ FrameReader::FrameReader(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 FrameReader::~FrameReader() = default;
 const ClipInfo& FrameReader::info() const { return impl_->info; }
 int FrameReader::seeks() const { return impl_->seekCount; }
+
+void FrameReader::setSizeLimit(int maxWidth, int maxHeight) {
+  if (maxWidth == impl_->maxWidth && maxHeight == impl_->maxHeight) return;
+  impl_->maxWidth = maxWidth;
+  impl_->maxHeight = maxHeight;
+  impl_->curPicture.reset();  // the held picture is converted again at the new size
+}
 
 std::unique_ptr<FrameReader> FrameReader::open(const std::filesystem::path& path, std::string* error) {
   auto fail = [&](const char* why) -> std::unique_ptr<FrameReader> {

@@ -36,6 +36,9 @@ public:
   int nextFrame() const;
   static constexpr int kReadOnLimit = 48;
   int seeks() const;      // how many times it had to seek
+  // Pictures no larger than this (as displayed, aspect kept): playback at a preview scale
+  // converts a quarter of the pixels. 0 or less: the clip's own size.
+  void setSizeLimit(int maxWidth, int maxHeight);
 
   struct Impl;
 

@@ -86,6 +86,31 @@ TEST(FrameReader, RotationIsAppliedForDisplay) {
   for (int i = 0; i < kW * kH; ++i)
     off += std::abs(halfToFloat((*p->rgba)[std::size_t(i) * 4 + 1]) * 255.0f - want[i]) > 4.0f;
   EXPECT_LE(off, kW * kH / 50) << "orientation differs from the ffmpeg program's";
+
+  // A size limit is for the picture as displayed, the aspect kept, and the held frame follows it.
+  reader->setSizeLimit(100, 32);
+  auto small = reader->read(5);
+  ASSERT_TRUE(small);
+  EXPECT_EQ(small->width, kH * 32 / kW);
+  EXPECT_EQ(small->height, 32);
+}
+
+TEST(FrameReader, ASizeLimitKeepsTheFramesAndShrinksThePictures) {
+  TempDir dir;
+  auto reader = FrameReader::open(writeClip(dir, "clip.mp4", "-c:v libx264 -g 12 -bf 2 -pix_fmt yuv420p"));
+  ASSERT_TRUE(reader);
+  reader->setSizeLimit(kW / 2, kH);  // width decides
+  for (int f : {3, 4, 20, 9}) {
+    auto p = reader->read(f);
+    ASSERT_TRUE(p);
+    EXPECT_EQ(p->width, kW / 2);
+    EXPECT_EQ(p->height, kH / 2);
+    EXPECT_EQ(frameShown(*p), f);
+  }
+  reader->setSizeLimit(0, 0);
+  EXPECT_EQ(reader->read(9)->width, kW) << "the same frame again, at full size";
+  reader->setSizeLimit(4 * kW, 4 * kH);
+  EXPECT_EQ(reader->read(10)->width, kW) << "never enlarged";
 }
 
 TEST(FrameReader, BadFilesFailCleanly) {
