@@ -153,7 +153,10 @@ public:
   // `img` (and `before` for modes 1-3) drawn into a new rgba8 texture of width x height, each pixel
   // sampled at its centre, values kept as they are. Without `before`, mode 1 tints over `img`
   // itself and modes 2-3 show the picture. Nothing when img is empty or the kernel is missing.
-  Tex viewerPicture(const Tex& img, const Tex& before, const ViewP& p, int width, int height);
+  // `into`, when it has that size, is drawn into instead: the viewer keeps one for steady playback.
+  Tex viewerPicture(const Tex& img, const Tex& before, const ViewP& p, int width, int height, Tex into = nullptr);
+  // The bytes of an 8-bit texture into a buffer the caller keeps (its memory is reused).
+  bool readBytes(const Tex& texture, std::vector<std::uint8_t>& into);
 
 private:
   Engine() = default;

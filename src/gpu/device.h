@@ -57,6 +57,8 @@ public:
   // Synchronous transfers on a command list of their own. Bytes are packed rows, row 0 on top.
   bool write(const TexturePtr& texture, const void* bytes, std::size_t size);
   std::vector<std::uint8_t> read(const TexturePtr& texture);
+  // The same into a buffer kept by the caller: a steady reader (the viewer) reuses its memory.
+  bool read(const TexturePtr& texture, std::vector<std::uint8_t>& into);
 
   std::size_t liveTextureCount() const;  // textures created and not yet destroyed
 

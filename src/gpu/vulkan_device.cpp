@@ -839,12 +839,18 @@ bool Device::write(const TexturePtr& texture, const void* bytes, std::size_t siz
 
 std::vector<std::uint8_t> Device::read(const TexturePtr& texture) {
   std::vector<std::uint8_t> out;
-  if (!texture) return out;
-  auto c = begin();
-  if (!c) return out;
-  c->impl_->readback(texture, &out);
-  if (!submitAndWait(*c)) out.clear();
+  read(texture, out);
   return out;
+}
+
+bool Device::read(const TexturePtr& texture, std::vector<std::uint8_t>& into) {
+  if (!texture) return false;
+  auto c = begin();
+  if (!c) return false;
+  c->impl_->readback(texture, &into);
+  if (submitAndWait(*c)) return true;
+  into.clear();
+  return false;
 }
 
 }  // namespace ombrik::gpu

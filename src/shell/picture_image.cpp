@@ -20,4 +20,22 @@ QImage opaqueImage(const std::vector<float>& rgba, int width, int height) {
   return image;
 }
 
+QImage opaqueImage(const std::vector<std::uint8_t>& rgba8, int width, int height, QImage reuse) {
+  if (width < 1 || height < 1 || rgba8.size() != std::size_t(width) * height * 4) return {};
+  QImage image = reuse.size() == QSize(width, height) && reuse.format() == QImage::Format_RGBX8888
+                     ? std::move(reuse)
+                     : QImage(width, height, QImage::Format_RGBX8888);
+  for (int y = 0; y < height; ++y) {
+    const std::uint8_t* px = rgba8.data() + std::size_t(y) * width * 4;
+    std::uint8_t* line = image.scanLine(y);
+    for (int x = 0; x < width; ++x, px += 4, line += 4) {
+      line[0] = px[0];
+      line[1] = px[1];
+      line[2] = px[2];
+      line[3] = 255;  // opaque: the viewer shows colour, not alpha
+    }
+  }
+  return image;
+}
+
 }  // namespace ombrik

@@ -92,18 +92,23 @@ ViewerWidget::Source ViewerWidget::source() const {
 
 void ViewerWidget::readBack() {
   read_ = source();
-  picture_ = QImage();
   const AppModel::ViewerState state = model_.viewerState();
-  if (!state.main || read_.size.isEmpty()) return;
+  if (!state.main || read_.size.isEmpty()) {
+    picture_ = QImage();
+    return;
+  }
   const QRectF r = pictureRect();
   Engine::ViewP p;
   p.mode = float(state.mode);
   p.wipe = float(model_._wipe);
   p.lineW = r.width() > 0 ? float(1.5 / r.width()) : 0.f;
   p.nearest = r.width() * devicePixelRatioF() > 2.0 * state.main->width() ? 1.f : 0.f;
-  Engine::Tex shown = model_.engine->viewerPicture(state.main, state.before, p, read_.size.width(), read_.size.height());
-  if (!shown) return;
-  picture_ = opaqueImage(model_.engine->readPixels(shown), shown->width(), shown->height());
+  shownTex_ = model_.engine->viewerPicture(state.main, state.before, p, read_.size.width(), read_.size.height(), shownTex_);
+  if (!shownTex_ || !model_.engine->readBytes(shownTex_, bytes_)) {
+    picture_ = QImage();
+    return;
+  }
+  picture_ = opaqueImage(bytes_, shownTex_->width(), shownTex_->height(), std::move(picture_));
 }
 
 void ViewerWidget::refresh() {

@@ -4,13 +4,19 @@
 // model's viewer rectangle, with zoom, pan, the channel keys and a colour readout.
 #include <QImage>
 #include <QWidget>
+#include <cstdint>
+#include <memory>
 #include <optional>
+#include <vector>
 #include <string>
 
 #include "graph/point.h"
 #include "graph/uuid.h"
 
 class QLabel;
+namespace ombrik::gpu {
+class Texture;
+}
 class QPainter;
 
 namespace ombrik {
@@ -47,6 +53,9 @@ private:
 
   AppModel& model_;
   QImage picture_;
+  // Kept from one picture to the next, so that showing a new frame allocates nothing.
+  std::shared_ptr<gpu::Texture> shownTex_;
+  std::vector<std::uint8_t> bytes_;
   QLabel* readout_ = nullptr;
   // What the picture was read from, so that an unchanged view costs nothing.
   struct Source {
