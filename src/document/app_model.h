@@ -324,6 +324,7 @@ public:
   int clockFrame() const;
   bool startNativePlayback();
   void nativeTick();
+  void rewindNative(VideoSource& video, int frame);  // the player seeks, then plays from there
   static constexpr int kPlayMaxSideDefault = 2048;
   int playMaxSide() const;  // the long side of cached frames; 0 or less: no limit
   void setPlayMaxSide(int side);

@@ -38,16 +38,22 @@ bool AppModel::startNativePlayback() {
   p.display = shown != engine->outputs.end() ? shown->second : nullptr;
   p.displayFrame = _currentFrame;
   _isPlaying = true;
+  rewindNative(*video, _currentFrame);
+  if (!p.timer) p.timer = repeat(kNativeTickSeconds, [this] { nativeTick(); });
+  return true;
+}
+
+void AppModel::rewindNative(VideoSource& video, int frame) {
+  PlayState& p = *play;
+  p.nativeSeeking = true;
   const int generation = p.generation;
-  video->seek(_currentFrame, [this, generation] {
+  video.seek(frame, [this, generation] {
     if (!play || play->generation != generation || !play->native) return;  // another run by now
     if (VideoSource* v = activeVideo()) v->play();
     play->nativeSeeking = false;
-    play->nativeT0 = scheduler_->now();
+    play->nativeT0 = scheduler_->now();  // the rate is measured from the player's start
     play->nativeN = 0;
   });
-  if (!p.timer) p.timer = repeat(kNativeTickSeconds, [this] { nativeTick(); });
-  return true;
 }
 
 void AppModel::nativeTick() {
@@ -86,15 +92,7 @@ void AppModel::nativeTick() {
     return;
   }
   if (!video->playing()) {  // the end of the clip: again from the start
-    p.nativeSeeking = true;
-    const int generation = p.generation;
-    video->seek(0, [this, generation] {
-      if (!play || play->generation != generation || !play->native) return;
-      if (VideoSource* v = activeVideo()) v->play();
-      play->nativeSeeking = false;
-      play->nativeT0 = scheduler_->now();
-      play->nativeN = 0;
-    });
+    rewindNative(*video, 0);
   }
 }
 

@@ -21,6 +21,22 @@ QAction* entry(QMenu* menu, const char* text, const QKeySequence& keys, QObject*
 }
 }  // namespace
 
+template <typename T>
+std::vector<std::pair<T, QAction*>> MainMenus::choices(QMenu* menu, std::initializer_list<std::pair<T, const char*>> items,
+                                                      std::function<void(T)> pick) {
+  // One of several: checkable entries in a group, each with the value it stands for.
+  auto* group = new QActionGroup(this);
+  std::vector<std::pair<T, QAction*>> out;
+  for (const auto& [value, text] : items) {
+    QAction* a = menu->addAction(shown(text));
+    a->setCheckable(true);
+    group->addAction(a);
+    connect(a, &QAction::triggered, this, [pick, v = value] { pick(v); });
+    out.emplace_back(value, a);
+  }
+  return out;
+}
+
 MainMenus::MainMenus(QMainWindow& window, AppModel& model, ViewerWidget& viewer) : QObject(&window), model_(model) {
   fileMenu(window);
   editMenu(window);
@@ -57,16 +73,8 @@ void MainMenus::viewMenu(QMainWindow& window, ViewerWidget& viewer) {
   QMenu* quality = m->addMenu(shown("Qualité d'affichage"));
   quality->setToolTip(shown("Qualité d'affichage : réduit la résolution de calcul pour une lecture plus fluide."));
   quality->setToolTipsVisible(true);
-  auto* group = new QActionGroup(this);
-  const std::pair<double, const char*> scales[] = {
-      {1.0, "Pleine résolution"}, {0.5, "1/2 — plus rapide"}, {0.25, "1/4 — le plus rapide"}};
-  for (const auto& [scale, text] : scales) {
-    QAction* a = quality->addAction(shown(text));
-    a->setCheckable(true);
-    group->addAction(a);
-    connect(a, &QAction::triggered, this, [this, scale] { model_.setPreviewScale(scale); });
-    scales_.emplace_back(scale, a);
-  }
+  scales_ = choices<double>(quality, {{1.0, "Pleine résolution"}, {0.5, "1/2 — plus rapide"}, {0.25, "1/4 — le plus rapide"}},
+                            [this](double scale) { model_.setPreviewScale(scale); });
   playSizeMenu(m);
   m->addSeparator();
   compareMenu(m);
@@ -74,16 +82,8 @@ void MainMenus::viewMenu(QMainWindow& window, ViewerWidget& viewer) {
 
 void MainMenus::playSizeMenu(QMenu* view) {
   QMenu* m = view->addMenu(shown("Résolution de la prévisu en lecture"));
-  auto* group = new QActionGroup(this);
-  const std::pair<int, const char*> sizes[] = {
-      {1024, "1K — le plus d'images"}, {2048, "2K (conseillé)"}, {0, "Pleine résolution"}};
-  for (const auto& [side, text] : sizes) {
-    QAction* a = m->addAction(shown(text));
-    a->setCheckable(true);
-    group->addAction(a);
-    connect(a, &QAction::triggered, this, [this, side] { model_.setPlayMaxSide(side); });
-    playSizes_.emplace_back(side, a);
-  }
+  playSizes_ = choices<int>(m, {{1024, "1K — le plus d'images"}, {2048, "2K (conseillé)"}, {0, "Pleine résolution"}},
+                            [this](int side) { model_.setPlayMaxSide(side); });
 }
 
 void MainMenus::compareMenu(QMenu* view) {
@@ -99,18 +99,11 @@ void MainMenus::compareMenu(QMenu* view) {
   compare_->setCheckable(true);
   connect(compare_, &QAction::triggered, this, [this](bool on) { model_.setCompareMode(on); });
   QMenu* m = view->addMenu(shown("Style de comparaison"));
-  auto* group = new QActionGroup(this);
-  const char* styles[] = {"Bascule (bouton ou \\ : résultat ⇄ rush natif)", "Volet (curseur)", "Différence (×4)"};
-  for (int k = 0; k < 3; ++k) {
-    QAction* a = m->addAction(shown(styles[k]));
-    a->setCheckable(true);
-    group->addAction(a);
-    connect(a, &QAction::triggered, this, [this, k] {
-      model_.setCompareStyle(k);
-      model_.setCompareMode(true);
-    });
-    styles_.push_back(a);
-  }
+  styles_ = choices<int>(m, {{0, "Bascule (bouton ou \\ : résultat ⇄ rush natif)"}, {1, "Volet (curseur)"}, {2, "Différence (×4)"}},
+                         [this](int style) {
+                           model_.setCompareStyle(style);
+                           model_.setCompareMode(true);
+                         });
 }
 
 void MainMenus::worldsMenu(QMainWindow& window) {
@@ -145,7 +138,7 @@ void MainMenus::refresh() {
     for (const auto& [scale, action] : scales_) action->setChecked(scale == shownScale_);
   }
   compare_->setChecked(model_.isCompare());
-  for (int k = 0; k < int(styles_.size()); ++k) styles_[k]->setChecked(model_._compareStyle == k);
+  for (const auto& [style, action] : styles_) action->setChecked(model_._compareStyle == style);
   const int side = std::max(0, model_.playMaxSide());
   for (const auto& [s, action] : playSizes_) action->setChecked(s == side);
 }

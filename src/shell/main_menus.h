@@ -1,6 +1,8 @@
 #pragma once
 // The menu bar: file, edit, view, worlds and language. Every entry calls one model operation.
 #include <QObject>
+#include <functional>
+#include <initializer_list>
 #include <utility>
 #include <vector>
 
@@ -26,12 +28,15 @@ private:
   void playSizeMenu(QMenu* view);
   void worldsMenu(QMainWindow& window);
   void languageMenu(QMainWindow& window);
+  template <typename T>
+  std::vector<std::pair<T, QAction*>> choices(QMenu* menu, std::initializer_list<std::pair<T, const char*>> items,
+                                              std::function<void(T)> pick);
 
   AppModel& model_;
   std::vector<std::pair<double, QAction*>> scales_;
   double shownScale_ = -1;
   QAction* compare_ = nullptr;
-  std::vector<QAction*> styles_;
+  std::vector<std::pair<int, QAction*>> styles_;
   std::vector<std::pair<int, QAction*>> playSizes_;
 };
 
