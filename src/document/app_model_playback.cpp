@@ -129,8 +129,11 @@ void AppModel::setupCacheSize() {
   const int n = pbFrames();
   const int w = std::max(1, _compSize.width), h = std::max(1, _compSize.height);
   const double boost = defaults_->real("boostPercent");
-  const auto size = playCacheSize(w, h, n, playMaxSide(),
-                                  playCacheBytes(double(physicalMemoryBytes()), boost));
+  // Frames evaluated at the preview scale gain nothing from being enlarged into the cache: its
+  // long side is also held to the preview's.
+  const int previewSide = std::max(1, int(std::max(w, h) * _previewScale));
+  const int maxSide = playMaxSide() > 0 ? std::min(playMaxSide(), previewSide) : previewSide;
+  const auto size = playCacheSize(w, h, n, maxSide, playCacheBytes(double(physicalMemoryBytes()), boost));
   if (size.width != p.cacheW || size.height != p.cacheH) {
     p.cache.clear();
     _cachedFrames.clear();
@@ -171,7 +174,9 @@ void AppModel::kickRender() {
   }
   const int n = pbFrames();
   if (int(p.cache.size()) >= std::min(p.budgetFrames, n)) return;
-  const int clock = clockFrame();
+  // While filling, the frame after the one shown comes next, however far the clock ran during
+  // the last job: the first pass shows every frame.
+  const int clock = int(p.cache.size()) < n ? (p.head + (p.cache.count(p.head) ? 1 : 0)) % n : clockFrame();
   std::optional<int> frame;
   for (int k = 0; k < n && !frame; ++k)
     if (!p.cache.count((clock + k) % n)) frame = (clock + k) % n;
@@ -205,6 +210,17 @@ void AppModel::kickRender() {
     if (_isPlaying && made) {
       p.cache[f] = made;
       _cachedFrames.insert(f);
+      if (!p.display && f == p.head) {  // the first frame of a run shows as soon as it is made
+        p.display = made;
+        p.displayFrame = f;
+        ++_frameID;
+      }
+      if (int(p.cache.size()) == pbFrames()) {
+        // Full: from here the clock decides, starting from the frame on screen rather than from
+        // where it stood when the last frame was made.
+        p.startTime = scheduler_->now();
+        p.startFrame = p.head;
+      }
       kickRender();
     }
   });
@@ -216,8 +232,8 @@ void AppModel::playTick() {
   const int n = pbFrames();
   int c = clockFrame();
   if (c == p.head) return;
-  if (!p.cache.count(c) && int(p.cache.size()) < n) {
-    // Filling: the clock waits for the renderer and never skips a frame.
+  if (int(p.cache.size()) < n) {
+    // Filling: the clock waits for the renderer and never skips a frame, even one made ahead.
     p.startTime = scheduler_->now();
     p.startFrame = p.head;
     const int next = (p.head + 1) % n;

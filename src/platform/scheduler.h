@@ -39,13 +39,13 @@ class ManualScheduler final : public Scheduler {
 public:
   Token postAfter(double seconds, std::function<void()> work) override {
     const Token t = ++next_;
-    queue_.emplace(t, Item{now_ + std::max(0.0, seconds), 0, std::move(work)});
+    queue_.emplace(t, Item{now_ + std::max(0.0, seconds), 0, std::move(work), seconds <= 0});
     return t;
   }
   Token every(double seconds, std::function<void()> work) override {
     const Token t = ++next_;
     const double period = std::max(kShortestPeriod, seconds);
-    queue_.emplace(t, Item{now_ + period, period, std::move(work)});
+    queue_.emplace(t, Item{now_ + period, period, std::move(work), false});
     return t;
   }
   void cancel(Token token) override {
@@ -84,15 +84,21 @@ public:
       auto item = queue_.extract(due);
       running_ = item.key();
       runningCancelled_ = false;
+      if (item.mapped().immediate) now_ += jobSeconds;  // the work takes that long: its end is later
       item.mapped().work();
       running_ = 0;
       if (item.mapped().period > 0 && !runningCancelled_) {
-        item.mapped().at += item.mapped().period;
+        // A repeating timer that fell behind a busy loop fires once, then keeps its period.
+        Item& again = item.mapped();
+        again.at = again.at + again.period < now_ ? now_ + again.period : again.at + again.period;
         queue_.insert(std::move(item));
       }
     }
-    now_ = until;
+    now_ = std::max(now_, until);
   }
+  // Simulated cost of each job posted with no delay: the clock moves on by this much while it
+  // runs, as the real loop is blocked meanwhile (a frame being made). 0: jobs are instant.
+  double jobSeconds = 0;
 
 private:
   static constexpr double kShortestPeriod = 0.001;
@@ -100,6 +106,7 @@ private:
     double at;
     double period;  // 0: once
     std::function<void()> work;
+    bool immediate;  // posted with no delay
   };
   void takeInbox() {
     std::vector<std::function<void()>> handed;

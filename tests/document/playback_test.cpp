@@ -3,6 +3,7 @@
 // budgets of the cache.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <set>
 
 #include "../media/test_clips.h"
@@ -118,6 +119,41 @@ TEST(Playback, FillsInOrderThenRunsByTheClock) {
   m.seekFrame(3);
   EXPECT_FALSE(m._isPlaying);
   EXPECT_EQ(m._currentFrame, 3);
+}
+
+TEST(Playback, TheFirstPassShowsEveryFrameWhenEachTakesLongerThanAFrame) {
+  Fixture t;
+  AppModel& m = *t.m;
+  ASSERT_TRUE(m.importURL(test::writeClip(t.dir.path / "clip.mp4", "-c:v libx264 -g 10 -pix_fmt yuv420p")));
+  const Uuid out = m._nodes.front().id;
+  const Uuid media = m.addNode(NodeKind::media(), {0, 0});
+  const Uuid dot = m.addNode(*NodeKind::find("dot"), {100, 0});
+  m.setMedia(media, m._media.back().id);
+  m.connect(media, dot, 0, 0);
+  m.connect(dot, out, 0, 0);
+  m.select(std::nullopt);
+  t.clock->runAll();
+  // Each frame blocks the loop for 0.11 s, near three frame periods at 25 fps, while the
+  // play clock runs on.
+  t.clock->jobSeconds = 0.11;
+  m.togglePlay();
+  std::vector<int> shown, made;
+  for (int i = 0; i < 2000 && m._cachedFrames.size() < std::size_t(test::kClipFrames); ++i) {
+    t.clock->advance(0.01);
+    if (m.play->display && (shown.empty() || shown.back() != m.play->displayFrame)) shown.push_back(m.play->displayFrame);
+    for (int f : m._cachedFrames)
+      if (std::find(made.begin(), made.end(), f) == made.end()) made.push_back(f);
+  }
+  ASSERT_EQ(m._cachedFrames.size(), std::size_t(test::kClipFrames));
+  for (std::size_t i = 0; i < made.size(); ++i) EXPECT_EQ(made[i], int(i)) << "frames are made in order";
+  for (int i = 0; i < 50; ++i) {  // and on by the clock, from the frame on screen
+    t.clock->advance(0.01);
+    if (shown.back() != m.play->displayFrame) shown.push_back(m.play->displayFrame);
+  }
+  ASSERT_GT(shown.size(), std::size_t(test::kClipFrames));
+  for (std::size_t i = 1; i < shown.size(); ++i)
+    EXPECT_EQ(shown[i], (shown[i - 1] + 1) % test::kClipFrames) << "no frame skipped";
+  m.togglePlay();
 }
 
 TEST(Playback, ASourceShownAsItIsPlaysWithoutTheGraph) {
