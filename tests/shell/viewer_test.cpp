@@ -94,6 +94,30 @@ TEST(ViewerWidget, ZoomPanAndTheViewKeys) {
   EXPECT_EQ(model->_viewChannel, 3);
   QTest::keyClick(&viewer, Qt::Key_F3);
   EXPECT_FALSE(model->_viewerFull);
+  // Esc steps back: out of full view, then from the channel to the result.
+  QTest::keyClick(&viewer, Qt::Key_F1);
+  QTest::keyClick(&viewer, Qt::Key_Escape);
+  EXPECT_FALSE(model->_viewerFull);
+  EXPECT_EQ(model->_viewChannel, 1);
+  QTest::keyClick(&viewer, Qt::Key_Escape);
+  EXPECT_EQ(model->_viewChannel, 4);
+
+  // \ compares with the rush, result and rush in turn.
+  QTest::keyClick(&viewer, Qt::Key_Backslash);
+  EXPECT_TRUE(model->isCompare());
+  EXPECT_TRUE(model->_showingBefore);
+  QTest::keyClick(&viewer, Qt::Key_Backslash);
+  EXPECT_FALSE(model->_showingBefore);
+  // In the wipe style a drag moves the wipe, not the picture.
+  model->setCompareStyle(1);
+  const QRectF r = viewer.pictureRect();
+  const QPoint from(int(r.x() + r.width() * 0.5), int(r.center().y()));
+  const QPoint to(int(r.x() + r.width() * 0.25), int(r.center().y()) + 30);
+  QTest::mousePress(&viewer, Qt::LeftButton, {}, from);
+  QTest::mouseMove(&viewer, to);
+  QTest::mouseRelease(&viewer, Qt::LeftButton, {}, to);
+  EXPECT_NEAR(model->_wipe, 0.25, 0.01);
+  EXPECT_EQ(viewer.pictureRect(), r);
 }
 
 TEST(ViewerWidget, ShowsTheRenderAndReadsTheColourUnderThePointer) {
