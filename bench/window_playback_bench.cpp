@@ -5,7 +5,10 @@
 // whether memory grows while the cache loops. The ffmpeg program runs a comparable chain
 // (decode, half size, a colour curve, a Gaussian blur, to RGBA) in the same run.
 //
-//   build/bench/window_playback_bench [frames] [cached seconds]     (default 100, 4)
+//   build/bench/window_playback_bench [frames] [cached seconds] [native]     (default 100, 4)
+//
+// With "native" the graph is media → output alone: the clip plays from its own player (no
+// cache), and the "first pass" is skipped; the second pass then measures the native path.
 //
 // Run it on a display (xvfb-run with QT_QPA_PLATFORM=xcb) or with QT_QPA_PLATFORM=offscreen.
 #include <QApplication>
@@ -153,6 +156,7 @@ void turn() { QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop
 int main(int argc, char** argv) {
   const int frames = argc > 1 ? std::max(10, std::atoi(argv[1])) : 100;
   const double cachedSeconds = argc > 2 ? std::max(1.0, std::atof(argv[2])) : 4.0;
+  const bool native = argc > 3 && std::string(argv[3]) == "native";
   QApplication app(argc, argv);
   applyDarkTheme(app);
 
@@ -183,11 +187,13 @@ int main(int argc, char** argv) {
     return std::nullopt;
   };
   if (!out || !wireInto(*out)) return std::fprintf(stderr, "the new world has no wire into its output\n"), 1;
-  const Uuid color = model.addNode(NodeKind::color(), {400, 140});
-  model.intercalate(color, *wireInto(*out));
-  const Uuid blur = model.addNode(*NodeKind::find("blur"), {500, 140});
-  model.intercalate(blur, *wireInto(*out));
-  model.setParams(color, {{"exposure", 0.3}});
+  if (!native) {
+    const Uuid color = model.addNode(NodeKind::color(), {400, 140});
+    model.intercalate(color, *wireInto(*out));
+    const Uuid blur = model.addNode(*NodeKind::find("blur"), {500, 140});
+    model.intercalate(blur, *wireInto(*out));
+    model.setParams(color, {{"exposure", 0.3}});
+  }
   model.select(std::nullopt);  // the output is shown, and played
   model.setPreviewScale(0.5);
 
@@ -214,7 +220,7 @@ int main(int argc, char** argv) {
   paints.paints = 0;
   model.togglePlay();
   t0 = Clock::now();
-  while (model._cachedFrames.size() < std::size_t(total) && seconds(t0) < 600) {
+  while (!native && model._cachedFrames.size() < std::size_t(total) && seconds(t0) < 600) {
     turn();
     fillWatch.sample();
   }
@@ -240,6 +246,7 @@ int main(int argc, char** argv) {
     loopWatch.sample();
   }
   const double loop = seconds(t0);
+  const bool stillNative = model.play && model.play->native;
   const double rssAfter = currentRssMB(), peakAfter = peakRssMB();
   const std::vector<int> loopPictures = std::move(pictures.pictures);
   const int loopPaints = paints.paints;
@@ -255,7 +262,9 @@ int main(int argc, char** argv) {
               window.viewer()->picture().width(), window.viewer()->picture().height(), model.play->cacheW,
               model.play->cacheH, playCacheBytes(double(physicalMemoryBytes()), boost) / 1e9, boost,
               physicalMemoryBytes() / 1e9);
-  std::printf("first render in the window: %.2f s\n\n", firstRender);
+  std::printf("first render in the window: %.2f s\n", firstRender);
+  if (native) std::printf("native path: %s at the end of the run\n", stillNative ? "still on" : "left (fell back to the cache)");
+  std::printf("\n");
 
   auto stepsText = [&](const std::vector<int>& seq) {
     const Steps s = steps(seq, total);

@@ -49,7 +49,7 @@ void AppModel::rewindNative(VideoSource& video, int frame) {
   const int generation = p.generation;
   video.seek(frame, [this, generation] {
     if (!play || play->generation != generation || !play->native) return;  // another run by now
-    if (VideoSource* v = activeVideo()) v->play();
+    if (VideoSource* v = activeVideo()) v->play(engine->compW, engine->compH);  // no more than the preview shows
     play->nativeSeeking = false;
     play->nativeT0 = scheduler_->now();  // the rate is measured from the player's start
     play->nativeN = 0;

@@ -51,7 +51,9 @@ public:
   // The player (video_source_play.cpp): from where the last seek landed, frames are decoded in
   // order on a thread and presented at the clip's rate by the wall clock; a decoder that can't
   // keep up presents late rather than skipping. It stops by itself after the last frame.
-  void play();
+  // `maxWidth` by `maxHeight` (0: the clip's size) bounds the pictures played: a preview needs
+  // no more pixels than it shows. Pausing gives the seeks the full size back.
+  void play(int maxWidth = 0, int maxHeight = 0);
   void pause();
   bool playing() const;
   int playerFrame() const;  // the frame presented last

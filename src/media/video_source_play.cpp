@@ -11,9 +11,13 @@
 
 namespace ombrik {
 
-void VideoSource::play() {
+void VideoSource::play(int maxWidth, int maxHeight) {
   pause();
   State& s = *state_;
+  {
+    std::lock_guard g(s.readerLock);
+    s.reader->setSizeLimit(maxWidth, maxHeight);
+  }
   const int from = currentFrame();
   const int count = frameCount();
   const double fps = this->fps();
@@ -51,6 +55,10 @@ void VideoSource::pause() {
   s.stopPlayer = true;
   s.player.join();
   s.playing = false;
+  {
+    std::lock_guard g(s.readerLock);
+    s.reader->setSizeLimit(0, 0);
+  }
   if (!interrupted) return;  // a run that ended by itself leaves the seeks' position alone
   std::lock_guard g(s.tapLock);
   s.current = s.presented;  // a later play goes on from the frame shown
