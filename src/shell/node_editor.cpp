@@ -10,6 +10,7 @@
 
 #include "document/app_model.h"
 #include "shell/kind_menu.h"
+#include "shell/quick_add_panel.h"
 #include "shell/schematic_painter.h"
 #include "shell/shown_text.h"
 
@@ -335,7 +336,7 @@ void NodeEditor::finishWire(Point g) {
     // Let go in empty space: what is chosen next is placed there, on the end of the wire.
     model_.quickAddLink = AppModel::QuickAddLink{wireFrom_, g};
     model_.quickAddFromPort = wireFromPort_;
-    openKindMenu(toView(g).toPoint(), true);
+    openQuickAdd(toView(g).toPoint());
   }
 }
 
@@ -351,6 +352,13 @@ void NodeEditor::openKindMenu(QPoint viewPos, bool quick) {
   // The link to the end of a dropped wire serves one choice, or none.
   model_.quickAddLink.reset();
   refresh();
+}
+
+void NodeEditor::openQuickAdd(QPoint viewPos) {
+  if (!quickAdd_) quickAdd_ = new QuickAddPanel(model_, this);
+  // Kept inside the editor's screen area, whatever the pointer's place.
+  const QPoint at = rect().contains(viewPos) ? viewPos : rect().center();
+  quickAdd_->open(mapToGlobal(at));
 }
 
 void NodeEditor::contextMenuEvent(QContextMenuEvent* event) {
@@ -417,7 +425,7 @@ void NodeEditor::keyPressEvent(QKeyEvent* event) {
       break;
     case Qt::Key_Tab:
       model_.quickAddLink.reset();
-      openKindMenu(mapFromGlobal(QCursor::pos()), true);
+      openQuickAdd(mapFromGlobal(QCursor::pos()));
       break;
     case Qt::Key_Space:
       if (!event->isAutoRepeat()) {

@@ -17,6 +17,7 @@ class QMenu;
 namespace ombrik {
 
 class AppModel;
+class QuickAddPanel;
 
 class NodeEditor : public QWidget {
 public:
@@ -29,6 +30,10 @@ public:
   // The kinds menu: at a point of the graph, or (`quick`) after the selected node or at the end
   // of the wire left in empty space.
   void openKindMenu(QPoint viewPos, bool quick);
+  // The Tab search panel at a point of the view (after the selected node, or at the end of the
+  // wire left in empty space).
+  void openQuickAdd(QPoint viewPos);
+  QuickAddPanel* quickAddPanel() const { return quickAdd_; }
 
 protected:
   void paintEvent(QPaintEvent* event) override;
@@ -69,6 +74,7 @@ private:
   void setView(const schematic::View& v);
 
   AppModel& model_;
+  QuickAddPanel* quickAdd_ = nullptr;
   std::map<Uuid, schematic::View> views_;  // by world; the nil id stands for none
   Drawn shown_;
   Gesture gesture_ = Gesture::none;

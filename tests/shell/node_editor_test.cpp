@@ -2,12 +2,14 @@
 // adding nodes from the kinds menu, and navigating.
 #include <gtest/gtest.h>
 
+#include <QLineEdit>
 #include <QTest>
 #include <QWheelEvent>
 
 #include "document/app_model.h"
 #include "platform/scheduler.h"
 #include "shell/node_editor.h"
+#include "shell/quick_add_panel.h"
 #include "shell/schematic_geometry.h"
 #include "shell_app.h"
 
@@ -131,7 +133,7 @@ TEST(NodeEditor, WiresAreDrawnFromOutputsPickedUpFromInputsAndCut) {
   EXPECT_TRUE(d.model->_edges.empty());
 }
 
-TEST(NodeEditor, KindsMenuAddsAtThePointerOrAtTheEndOfAWire) {
+TEST(NodeEditor, KindsMenuAndSearchAddAtThePointerAfterTheSelectionOrAtTheEndOfAWire) {
   Desk d;
   bool offered = false;
   test::pickInNextMenu("kind:glow", &offered);
@@ -144,28 +146,44 @@ TEST(NodeEditor, KindsMenuAddsAtThePointerOrAtTheEndOfAWire) {
   EXPECT_NEAR(d.model->layout.position(glow)->x, 300, 2);
   EXPECT_NEAR(d.model->layout.position(glow)->y, 350, 2);
 
-  // A wire let go in empty space asks for a kind and feeds the node made there.
-  test::pickInNextMenu("kind:blur", &offered);
+  // A wire let go in empty space opens the search; the kind chosen there is fed by the wire.
   d.drag(d.outPort(glow), d.at({500, 420}));
-  ASSERT_TRUE(offered);
+  QuickAddPanel* panel = d.editor->quickAddPanel();
+  ASSERT_TRUE(panel && panel->isVisible());
+  QTest::keyClicks(panel->field(), "blur");
+  ASSERT_FALSE(panel->results().empty());
+  EXPECT_EQ(panel->results().front()->id, "blur");
+  QTest::keyClick(panel->field(), Qt::Key_Return);
+  EXPECT_FALSE(panel->isVisible());
   ASSERT_EQ(d.model->_nodes.size(), 5u);
   const Node& made = d.model->_nodes.back();
   EXPECT_EQ(made.kind->id, "blur");
   EXPECT_TRUE(d.wired(glow, made.id, 0));
   EXPECT_FALSE(d.model->quickAddLink) << "the pending link is used up";
 
-  // Closing the menu without a choice adds nothing and forgets the link.
-  test::pickInNextMenu("kind:none-such", &offered);
+  // Closing the search without a choice adds nothing and forgets the link.
   d.drag(d.outPort(d.color), d.at({100, 420}));
+  ASSERT_TRUE(panel->isVisible());
+  QTest::keyClicks(panel->field(), "zzz nothing");
+  EXPECT_TRUE(panel->results().empty());
+  QTest::keyClick(panel->field(), Qt::Key_Return);
+  EXPECT_TRUE(panel->isVisible()) << "nothing to add";
+  QTest::keyClick(panel->field(), Qt::Key_Escape);
+  EXPECT_FALSE(panel->isVisible());
   EXPECT_EQ(d.model->_nodes.size(), 5u);
   EXPECT_FALSE(d.model->quickAddLink);
 
-  // Tab: the chosen kind goes behind the selected node and takes over its wires.
+  // Tab: the chosen kind goes behind the selected node and takes over its wires; ↓ moves the choice.
   d.drag(d.outPort(d.color), d.centre(d.blur));
   QTest::mouseClick(d.editor.get(), Qt::LeftButton, {}, d.centre(d.color));
-  test::pickInNextMenu("kind:sharpen", &offered);
   QTest::keyClick(d.editor.get(), Qt::Key_Tab);
-  ASSERT_TRUE(offered);
+  ASSERT_TRUE(panel->isVisible());
+  QTest::keyClicks(panel->field(), "sharpen");
+  const std::vector<KindRef> found = panel->results();
+  auto it = std::find_if(found.begin(), found.end(), [](const KindRef& k) { return k->id == "sharpen"; });
+  ASSERT_NE(it, found.end());
+  for (auto k = found.begin(); k != it; ++k) QTest::keyClick(panel->field(), Qt::Key_Down);
+  QTest::keyClick(panel->field(), Qt::Key_Return);
   const Uuid sharpen = d.model->_nodes.back().id;
   EXPECT_EQ(d.model->_nodes.back().kind->id, "sharpen");
   EXPECT_TRUE(d.wired(d.color, sharpen, 0));
