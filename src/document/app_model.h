@@ -18,6 +18,7 @@
 #include "graph/edge.h"
 #include "graph/media_item.h"
 #include "graph/node.h"
+#include "graph/picture.h"
 #include "graph/uuid.h"
 
 namespace ombrik {
@@ -92,6 +93,11 @@ public:
   // collapse into that one render.
   void requestRender();
   void performRender(bool full);
+  // Small pictures of each node's result, refreshed by the full render; the editor draws them in
+  // the nodes. `thumbsVersion` counts refreshes.
+  std::map<Uuid, Picture> nodeThumbs;
+  int thumbsVersion = 0;
+  void refreshThumbnails();
   void recomputeComp();
   // After a lost device or exhausted GPU memory: a new engine on the CPU driver, with the same
   // sources; the document is untouched and the next render shows it again.

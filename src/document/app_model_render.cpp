@@ -88,6 +88,7 @@ void AppModel::performRender(bool full) {
   ++_frameID;
   if (fullRenderTimer_) scheduler_->cancel(*fullRenderTimer_);
   fullRenderTimer_.reset();
+  if (full) refreshThumbnails();
   if (!full) {
     const double took = scheduler_->now() - started;
     fullRenderTimer_ = later(0.8, [this, took] {
@@ -95,6 +96,19 @@ void AppModel::performRender(bool full) {
       if (!_isPlaying && took < 0.15) performRender(true);
     });
   }
+}
+
+void AppModel::refreshThumbnails() {
+  constexpr int kThumbSide = 96;  // about the largest node's circle at the editor's usual zoom
+  std::map<Uuid, Picture> thumbs;
+  for (const auto& n : _nodes) {
+    if (n.kind->id == "dot") continue;
+    auto it = engine->outputs.find(n.id);
+    if (it == engine->outputs.end() || !it->second) continue;
+    if (auto picture = engine->thumbnail(it->second, kThumbSide)) thumbs.emplace(n.id, std::move(*picture));
+  }
+  nodeThumbs = std::move(thumbs);
+  ++thumbsVersion;
 }
 
 bool AppModel::recoverEngine() {

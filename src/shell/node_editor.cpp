@@ -79,6 +79,7 @@ NodeEditor::Drawn NodeEditor::drawn() const {
   d.displayed = model_.displayedNodeID();
   d.inspectorLock = model_.inspectorLock;
   d.viewLocked = model_._viewLocked;
+  d.thumbs = model_.thumbsVersion;
   return d;
 }
 

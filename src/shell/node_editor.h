@@ -60,6 +60,7 @@ private:
     std::set<Uuid> selection;
     std::optional<Uuid> selected, displayed, inspectorLock;
     bool viewLocked = false;
+    int thumbs = 0;
     bool operator==(const Drawn&) const = default;
   };
   Drawn drawn() const;

@@ -69,6 +69,22 @@ void paintWires(QPainter& p, const SchematicScene& scene) {
   }
 }
 
+namespace {
+// A node's picture filling a disc of radius `r` about `c`, cropped to the disc (no copy of the bytes).
+void paintThumbnail(QPainter& p, const Picture& picture, Point c, double r) {
+  const QImage image(picture.rgba->data(), picture.width, picture.height, picture.width * 4, QImage::Format_RGBA8888);
+  const double s = 2 * r / std::min(picture.width, picture.height);  // covers the disc
+  const QRectF target(c.x - picture.width * s / 2, c.y - picture.height * s / 2, picture.width * s, picture.height * s);
+  QPainterPath disc;
+  disc.addEllipse(q(c), r, r);
+  p.save();
+  p.setClipPath(disc, Qt::IntersectClip);
+  p.setRenderHint(QPainter::SmoothPixmapTransform);
+  p.drawImage(target, image);
+  p.restore();
+}
+}  // namespace
+
 void paintNodes(QPainter& p, const SchematicScene& scene) {
   const AppModel& m = scene.model;
   const double z = scene.view.zoom;
@@ -91,12 +107,17 @@ void paintNodes(QPainter& p, const SchematicScene& scene) {
 
     if (n.kind->id != "dot") {
       QFont f = p.font();
-      f.setBold(true);
-      f.setPixelSize(std::max(6, int(r * 0.8)));
-      p.setFont(f);
-      p.setPen(tint.lighter(115));
-      const QRectF box(c.x - r, c.y - r, 2 * r, 2 * r);
-      p.drawText(box, Qt::AlignCenter, qs(schematic::letter(n.kind->title.value())));
+      auto thumb = m.nodeThumbs.find(n.id);
+      if (thumb != m.nodeThumbs.end() && thumb->second.rgba && r > 8) {
+        paintThumbnail(p, thumb->second, c, r * 0.86);
+      } else {  // no picture yet: the kind's letter
+        f.setBold(true);
+        f.setPixelSize(std::max(6, int(r * 0.8)));
+        p.setFont(f);
+        p.setPen(tint.lighter(115));
+        const QRectF box(c.x - r, c.y - r, 2 * r, 2 * r);
+        p.drawText(box, Qt::AlignCenter, qs(schematic::letter(n.kind->title.value())));
+      }
       f.setBold(selected);
       f.setPixelSize(std::max(7, int(12 * std::min(z, 1.4))));
       p.setFont(f);

@@ -64,8 +64,14 @@ TEST(ViewerDisplay, LeanRendersKeepWhatIsOnScreenAndTheFullRenderFollows) {
   m.select(std::nullopt);
   d.render();
   EXPECT_FALSE(d.evaluated(d.mask));
+  const int thumbs = m.thumbsVersion;
   d.clock->advance(0.8);
   EXPECT_TRUE(d.evaluated(d.mask)) << "the whole graph, a moment after the last change";
+  EXPECT_EQ(m.thumbsVersion, thumbs + 1) << "and the nodes' pictures with it";
+  for (const Uuid& id : {d.media, d.color, d.blur, d.mask, d.output}) {
+    ASSERT_TRUE(m.nodeThumbs.count(id));
+    EXPECT_EQ(std::max(m.nodeThumbs.at(id).width, m.nodeThumbs.at(id).height), 96);
+  }
 
   // Full view evaluates the displayed node's tree only.
   m.select(d.color);

@@ -62,7 +62,7 @@ TEST(MainWindow, ScreenshotOfTheExampleWorld) {
   window.resize(1280, 800);
   window.show();
   ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
-  clock->runAll();
+  clock->advance(1.0);  // the lean render, then the full one with the nodes' pictures
   window.refresh();
   QCoreApplication::processEvents();
 
@@ -74,6 +74,7 @@ TEST(MainWindow, ScreenshotOfTheExampleWorld) {
   const QImage viewer = window.viewer()->grab().toImage();
   EXPECT_GT(greyVariance(viewer), 100) << "the picture in the viewer has content";
   EXPECT_FALSE(window.inspector()->row("amount") == nullptr) << "the selected node's settings are listed";
+  EXPECT_GE(model.nodeThumbs.size(), 5u) << "the nodes show their pictures";
 
   app.setStyle(QStyleFactory::create(oldStyle));
   app.setPalette(oldPalette);
@@ -113,7 +114,7 @@ TEST(MainWindow, ScreenshotOfAnImportedClip) {
     clock->waitForThreads(0.05);
     clock->runAll();
   }
-  clock->advance(0.05);  // the pump hands the frame over and the render runs
+  clock->advance(1.0);  // the pump hands the frame over, the render runs, then the full one
   window.refresh();
   QCoreApplication::processEvents();
 
