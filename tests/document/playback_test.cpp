@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <optional>
 #include <set>
 
 #include "../media/test_clips.h"
@@ -23,6 +24,19 @@ struct Fixture {
   std::unique_ptr<AppModel> m = std::make_unique<AppModel>(AppModel::Options{
       .blankStart = true, .withEngine = true, .scheduler = clock, .defaultsFile = (dir.path / "d.conf").string(),
       .dataDir = dir.path / "data"});
+  // An H.264 clip on a media node wired to the output, through `between` when given; the media
+  // node's id, or nothing when the clip couldn't be imported.
+  std::optional<Uuid> clipOnOutput(std::optional<Uuid> between = std::nullopt) {
+    if (!m->importURL(test::writeClip(dir.path / "clip.mp4", "-c:v libx264 -g 10 -pix_fmt yuv420p"))) return std::nullopt;
+    const Uuid out = m->_nodes.front().id;
+    const Uuid media = m->addNode(NodeKind::media(), {0, 0});
+    m->setMedia(media, m->_media.back().id);
+    m->connect(media, between ? *between : out, 0, 0);
+    if (between) m->connect(*between, out, 0, 0);
+    m->select(std::nullopt);
+    clock->runAll();
+    return media;
+  }
 };
 
 // The frame an 8-bit cached texture shows, from its mean green.
@@ -124,15 +138,7 @@ TEST(Playback, FillsInOrderThenRunsByTheClock) {
 TEST(Playback, TheFirstPassShowsEveryFrameWhenEachTakesLongerThanAFrame) {
   Fixture t;
   AppModel& m = *t.m;
-  ASSERT_TRUE(m.importURL(test::writeClip(t.dir.path / "clip.mp4", "-c:v libx264 -g 10 -pix_fmt yuv420p")));
-  const Uuid out = m._nodes.front().id;
-  const Uuid media = m.addNode(NodeKind::media(), {0, 0});
-  const Uuid dot = m.addNode(*NodeKind::find("dot"), {100, 0});
-  m.setMedia(media, m._media.back().id);
-  m.connect(media, dot, 0, 0);
-  m.connect(dot, out, 0, 0);
-  m.select(std::nullopt);
-  t.clock->runAll();
+  ASSERT_TRUE(t.clipOnOutput(m.addNode(*NodeKind::find("dot"), {100, 0})));
   // Each frame blocks the loop for 0.11 s, near three frame periods at 25 fps, while the
   // play clock runs on.
   t.clock->jobSeconds = 0.11;
@@ -173,13 +179,9 @@ TEST(Playback, ASourceShownAsItIsPlaysWithoutTheGraph) {
 TEST(Playback, AClipShownAsItIsPlaysFromItsOwnPlayerAndFallsBackWhenTooSlow) {
   Fixture t;
   AppModel& m = *t.m;
-  ASSERT_TRUE(m.importURL(test::writeClip(t.dir.path / "clip.mp4", "-c:v libx264 -g 10 -pix_fmt yuv420p")));
-  const Uuid out = m._nodes.front().id;
-  const Uuid media = m.addNode(NodeKind::media(), {0, 0});
-  m.setMedia(media, m._media.back().id);
-  m.connect(media, out, 0, 0);
-  m.select(std::nullopt);
-  t.clock->runAll();
+  const std::optional<Uuid> clip = t.clipOnOutput();
+  ASSERT_TRUE(clip);
+  const Uuid media = *clip, out = m._nodes.front().id;
   // Hands the player's frames to the viewer for `seconds`, the manual clock keeping pace with
   // the real one (the player runs by the real clock).
   auto settle = [&](double seconds) {
