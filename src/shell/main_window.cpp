@@ -60,6 +60,8 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent) : QMainWindow(parent), 
   statusBar()->addWidget(status_, 1);
   statusBar()->addPermanentWidget(world_);
 
+  // A node dragged from the graph onto the picture is shown there.
+  nodeEditor_->setShowTarget(viewer_, [this](bool over) { viewer_->setDropHint(over); });
   menus_ = new MainMenus(*this, model_, *viewer_);
   resize(1280, 800);
   columns->setSizes({910, 370});

@@ -256,6 +256,9 @@ void NodeEditor::dragNodes(QPointF at) {
   const double z = view().zoom;
   for (const auto& [id, start] : dragStart_) model_.layout.set(id, {start.x + d.x() / z, start.y + d.y() / z});
   band_ = schematic::bandAt(pt(at), width(), height());
+  const bool over = overShowTarget(at);
+  if (over != overShowTarget_ && showHovered_) showHovered_(over);
+  overShowTarget_ = over;
   // Only a node moved alone snaps, and not while it is held over a band.
   const auto centre = pressedNode_ ? model_.layout.position(*pressedNode_) : std::nullopt;
   if (band_ == schematic::DropBand::none && dragStart_.size() == 1 && centre) {
@@ -271,6 +274,12 @@ void NodeEditor::dragNodes(QPointF at) {
 void NodeEditor::dropNodes(Qt::KeyboardModifiers mods) {
   if (!pressedNode_) return;
   const Uuid node = *pressedNode_;
+  if (overShowTarget_) {  // dropped on the viewer: shown there, and back in its place
+    for (const auto& [id, start] : dragStart_) model_.layout.set(id, start);
+    model_._viewedNode = node;
+    model_.requestRender();
+    return;
+  }
   if (band_ != schematic::DropBand::none) {
     // A drop on a band is a command, not a move: the nodes go back where they were first.
     for (const auto& [id, start] : dragStart_) model_.layout.set(id, start);
@@ -285,12 +294,24 @@ void NodeEditor::dropNodes(Qt::KeyboardModifiers mods) {
   else model_.insert(node, snap_->edge);
 }
 
+void NodeEditor::setShowTarget(QWidget* target, std::function<void(bool)> hovered) {
+  showTarget_ = target;
+  showHovered_ = std::move(hovered);
+}
+
+bool NodeEditor::overShowTarget(QPointF at) const {
+  if (!showTarget_ || !showTarget_->isVisible()) return false;
+  const QPoint global = mapToGlobal(at.toPoint());
+  return showTarget_->rect().contains(showTarget_->mapFromGlobal(global));
+}
+
 void NodeEditor::endDrag() {
   pressedNode_.reset();
   dragStart_.clear();
   contact_.reset();
   snap_.reset();
   band_ = schematic::DropBand::none;
+  if (std::exchange(overShowTarget_, false) && showHovered_) showHovered_(false);
   if (!model_.interactiveDrag) return;
   model_.interactiveDrag = false;
   // Renders held back while the node moved are due now.

@@ -5,6 +5,7 @@
 // and zoom.
 #include <QElapsedTimer>
 #include <QWidget>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -34,6 +35,9 @@ public:
   // wire left in empty space).
   void openQuickAdd(QPoint viewPos);
   QuickAddPanel* quickAddPanel() const { return quickAdd_; }
+  // A widget on which a dragged node is dropped to be shown (the viewer), and what tells it
+  // whether a node is held over it now.
+  void setShowTarget(QWidget* target, std::function<void(bool)> hovered);
 
 protected:
   void paintEvent(QPaintEvent* event) override;
@@ -76,6 +80,10 @@ private:
 
   AppModel& model_;
   QuickAddPanel* quickAdd_ = nullptr;
+  QWidget* showTarget_ = nullptr;
+  std::function<void(bool)> showHovered_;
+  bool overShowTarget_ = false;
+  bool overShowTarget(QPointF at) const;
   std::map<Uuid, schematic::View> views_;  // by world; the nil id stands for none
   Drawn shown_;
   Gesture gesture_ = Gesture::none;

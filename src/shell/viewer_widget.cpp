@@ -129,8 +129,9 @@ void ViewerWidget::paintEvent(QPaintEvent*) {
   drawnPan_ = model_.viewPan;
   drawnTitle_ = model_.viewedTitle();
   if (picture_.isNull()) {
-    p.setPen(QColor(150, 150, 158));
-    p.drawText(rect(), Qt::AlignCenter, shown("Sélectionnez un node dans le graphe."));
+    p.setPen(dropHint_ ? QColor(255, 214, 140) : QColor(150, 150, 158));
+    p.drawText(rect(), Qt::AlignCenter,
+               shown(dropHint_ ? "Lâchez pour afficher ce node" : "Sélectionnez un node dans le graphe."));
     return;
   }
   const QRectF r = pictureRect();
@@ -152,6 +153,17 @@ void ViewerWidget::paintEvent(QPaintEvent*) {
   p.setPen(QColor(230, 230, 235));
   p.drawText(band, Qt::AlignCenter, title);
   if (model_.isCompare()) drawCompareBadge(p);
+  if (dropHint_) {
+    p.fillRect(rect(), QColor(0, 0, 0, 120));
+    p.setPen(QColor(255, 214, 140));
+    p.drawText(rect(), Qt::AlignCenter, shown("Lâchez pour afficher ce node"));
+  }
+}
+
+void ViewerWidget::setDropHint(bool on) {
+  if (on == dropHint_) return;
+  dropHint_ = on;
+  update();
 }
 
 void ViewerWidget::drawCompareBadge(QPainter& p) {

@@ -34,6 +34,9 @@ public:
   const QImage& picture() const { return picture_; }
   QRectF pictureRect() const;  // where it is drawn, in widget coordinates
   QString readoutText() const;
+  // A node held over the viewer: the invitation to let it go there.
+  void setDropHint(bool on);
+  bool dropHint() const { return dropHint_; }
 
 protected:
   void paintEvent(QPaintEvent* event) override;
@@ -81,6 +84,7 @@ private:
   Point panAtPress_;
   std::optional<QPointF> hover_;
   bool hoverMoved_ = false;
+  bool dropHint_ = false;
 };
 
 }  // namespace ombrik

@@ -157,3 +157,26 @@ TEST(CompositingSession, AddWireAdjustSeeAndUndoThroughTheWidgets) {
   EXPECT_NEAR(slider->value(), slider->minimum() + (stopsBefore + 2) / 4 * (slider->maximum() - slider->minimum()), 1)
       << "the slider follows the undone value";
 }
+
+TEST(CompositingSession, ANodeDroppedOnTheViewerIsShownThereAndStaysInItsPlace) {
+  Session s;
+  s.settle();
+  NodeEditor* editor = s.window->nodeEditor();
+  ViewerWidget* viewer = s.window->viewer();
+  const Node* media = s.nodeOfKind("media");
+  ASSERT_TRUE(media);
+  const Uuid id = media->id;
+  const Point before = *s.model->layout.position(id);
+  EXPECT_NE(s.model->displayedNodeID(), id);
+
+  const QPoint from = s.viewPoint(before);
+  const QPoint overViewer = editor->mapFromGlobal(viewer->mapToGlobal(viewer->rect().center()));
+  QTest::mousePress(editor, Qt::LeftButton, {}, from);
+  for (int k = 1; k <= 4; ++k) QTest::mouseMove(editor, from + (overViewer - from) * k / 4);
+  EXPECT_TRUE(viewer->dropHint()) << "the viewer invites the drop";
+  QTest::mouseRelease(editor, Qt::LeftButton, {}, overViewer);
+  s.settle();
+  EXPECT_FALSE(viewer->dropHint());
+  EXPECT_EQ(s.model->displayedNodeID(), id);
+  EXPECT_EQ(*s.model->layout.position(id), before) << "the node goes back to its place";
+}
