@@ -101,7 +101,7 @@ void NodeEditor::paintEvent(QPaintEvent*) {
   paintBackground(p, rect(), v);
   SchematicScene scene{model_, v, model_.displayedNodeID(), gesture_ == Gesture::wire ? wireHover_ : std::nullopt, {}};
   const bool moving = gesture_ == Gesture::moveNodes;
-  if (moving && snap_ && snap_->kind == schematic::Snap::Kind::insert) scene.litEdge = snap_->edge;
+  if (moving && snap_ && snap_->kind != schematic::Snap::Kind::link) scene.litEdge = snap_->edge;
   if (moving && snap_ && snap_->kind == schematic::Snap::Kind::link) scene.highlight = schematic::PortHit{snap_->to, snap_->port, false};
   paintWires(p, scene);
   if (moving && snap_ && snap_->kind == schematic::Snap::Kind::link) {
@@ -183,6 +183,8 @@ void NodeEditor::mouseMoveEvent(QMouseEvent* event) {
       if (std::abs(d.x()) + std::abs(d.y()) <= kDragThreshold) return;
       gesture_ = Gesture::moveNodes;
       model_.interactiveDrag = true;
+      if (pressedNode_ && dragStart_.size() == 1)
+        pullWires_ = schematic::touchingWires(model_._nodes, model_._edges, model_.layout.positions(), *pressedNode_);
       [[fallthrough]];
     case Gesture::moveNodes:
       dragNodes(at);
@@ -268,7 +270,20 @@ void NodeEditor::dragNodes(QPointF at) {
     contact_.reset();
     snap_.reset();
   }
+  if (!snap_ && band_ == schematic::DropBand::none) pullApart();
   update();
+}
+
+void NodeEditor::pullApart() {
+  // Touching nodes part like drops: a little apart the wire is warned about, further it is cut.
+  double furthest = -INFINITY;
+  for (const Uuid& e : pullWires_) {
+    const double d = schematic::pullDistance(model_._nodes, model_._edges, model_.layout.positions(), e);
+    if (d > schematic::kPullLimit) snap_ = schematic::Snap::disconnect(e);
+    furthest = std::max(furthest, d);
+  }
+  if (snap_) model_._status = "Lâchez pour déconnecter";
+  else if (furthest > 0) model_._status = "Écartez pour déconnecter";
 }
 
 void NodeEditor::dropNodes(Qt::KeyboardModifiers mods) {
@@ -289,6 +304,11 @@ void NodeEditor::dropNodes(Qt::KeyboardModifiers mods) {
     return;
   }
   if (!snap_) return;
+  if (snap_->kind == schematic::Snap::Kind::disconnect) {
+    model_.disconnect(snap_->edge);
+    model_._status.clear();
+    return;
+  }
   if (snap_->kind == schematic::Snap::Kind::link) model_.connect(snap_->from, snap_->to, snap_->port, 0);
   else if ((mods & Qt::ControlModifier) && (mods & Qt::ShiftModifier)) model_.intercalate(node, snap_->edge);
   else model_.insert(node, snap_->edge);
@@ -310,6 +330,8 @@ void NodeEditor::endDrag() {
   dragStart_.clear();
   contact_.reset();
   snap_.reset();
+  pullWires_.clear();
+  if (model_._status == "Écartez pour déconnecter" || model_._status == "Lâchez pour déconnecter") model_._status.clear();
   band_ = schematic::DropBand::none;
   if (std::exchange(overShowTarget_, false) && showHovered_) showHovered_(false);
   if (!model_.interactiveDrag) return;

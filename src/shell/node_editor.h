@@ -84,6 +84,8 @@ private:
   std::function<void(bool)> showHovered_;
   bool overShowTarget_ = false;
   bool overShowTarget(QPointF at) const;
+  std::vector<Uuid> pullWires_;  // wires to the nodes the dragged one touched when it was picked up
+  void pullApart();
   std::map<Uuid, schematic::View> views_;  // by world; the nil id stands for none
   Drawn shown_;
   Gesture gesture_ = Gesture::none;

@@ -233,6 +233,26 @@ std::vector<Uuid> edgesCrossed(const std::vector<Node>& nodes, const std::vector
   return out;
 }
 
+double pullDistance(const std::vector<Node>& nodes, const std::vector<Edge>& edges, const Positions& positions,
+                    const Uuid& edge) {
+  auto e = std::find_if(edges.begin(), edges.end(), [&](const Edge& x) { return x.id == edge; });
+  if (e == edges.end()) return -INFINITY;
+  const Node* a = find(nodes, e->from);
+  const Node* b = find(nodes, e->to);
+  auto pa = positions.find(e->from), pb = positions.find(e->to);
+  if (!a || !b || pa == positions.end() || pb == positions.end()) return -INFINITY;
+  return dist(pa->second, pb->second) - (radius(*a) + radius(*b) + kContactGap);
+}
+
+std::vector<Uuid> touchingWires(const std::vector<Node>& nodes, const std::vector<Edge>& edges,
+                                const Positions& positions, const Uuid& dragged) {
+  std::vector<Uuid> out;
+  for (const Edge& e : edges)
+    if ((e.from == dragged || e.to == dragged) && e.from != e.to && pullDistance(nodes, edges, positions, e.id) < 0)
+      out.push_back(e.id);
+  return out;
+}
+
 std::optional<Uuid> contactOf(const std::vector<Node>& nodes, const Positions& positions, const Uuid& dragged,
                               Point at, std::optional<Uuid> held) {
   const Node* self = find(nodes, dragged);

@@ -96,15 +96,25 @@ constexpr double kContactGap = 6;    // between two discs still counted as touch
 constexpr double kInsertReach = 16;  // from the dragged centre to a wire it goes into
 
 struct Snap {
-  enum class Kind { link, insert };
+  enum class Kind { link, insert, disconnect };
   Kind kind = Kind::link;
   Uuid from, to;  // link: a new wire from `from` into input `port` of `to`
   int port = 0;
   Uuid edge;      // insert: the wire the dragged node goes into
   static Snap link(const Uuid& from, const Uuid& to, int port) { return {Kind::link, from, to, port, {}}; }
   static Snap insert(const Uuid& edge) { return {Kind::insert, {}, {}, 0, edge}; }
+  static Snap disconnect(const Uuid& edge) { return {Kind::disconnect, {}, {}, 0, edge}; }
   bool operator==(const Snap&) const = default;
 };
+
+// Wires between `dragged` and the nodes it touches where it stands: pulled away from them, it
+// cuts them.
+std::vector<Uuid> touchingWires(const std::vector<Node>& nodes, const std::vector<Edge>& edges,
+                                const Positions& positions, const Uuid& dragged);
+// How far apart the two ends of `edge` stand beyond touching (negative: touching).
+double pullDistance(const std::vector<Node>& nodes, const std::vector<Edge>& edges, const Positions& positions,
+                    const Uuid& edge);
+constexpr double kPullLimit = 60;  // pulled further than this, a touching wire is cut on release
 
 // The node the dragged one, centred at `at`, touches: the one `held` so far while it stays
 // close, else the nearest.

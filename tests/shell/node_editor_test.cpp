@@ -7,6 +7,7 @@
 #include <QWheelEvent>
 
 #include "document/app_model.h"
+#include "document/history_state.h"
 #include "platform/scheduler.h"
 #include "shell/node_editor.h"
 #include "shell/quick_add_panel.h"
@@ -351,4 +352,41 @@ TEST(NodeEditor, DoubleClickLocksTheInspectorAndDBypasses) {
   ASSERT_TRUE(offered);
   EXPECT_TRUE(d.model->nodeByID(d.output)->bypass);
   EXPECT_TRUE(d.model->nodeByID(d.blur)->bypass);
+}
+
+TEST(NodeEditor, PullingATouchingNodeAwayCutsTheirWire) {
+  Desk d;
+  d.model->layout.set(d.blur, {270, 140});  // touching the correction
+  d.model->connect(d.color, d.blur, 0, 0);
+  d.editor->refresh();
+  ASSERT_TRUE(d.wired(d.color, d.blur, 0));
+
+  // A little apart: a warning, and the wire stays.
+  QTest::mousePress(d.editor.get(), Qt::LeftButton, {}, d.centre(d.blur));
+  const QPoint near = d.at({300, 140});
+  for (int k = 1; k <= 4; ++k) QTest::mouseMove(d.editor.get(), d.centre(d.blur) + (near - d.centre(d.blur)) * k / 4);
+  EXPECT_EQ(d.model->_status, "Écartez pour déconnecter");
+  QTest::mouseRelease(d.editor.get(), Qt::LeftButton, {}, near);
+  EXPECT_TRUE(d.wired(d.color, d.blur, 0));
+  EXPECT_TRUE(d.model->_status.empty());
+
+  // Touching again, then pulled well apart: cut on release, and undo brings it back.
+  d.model->layout.set(d.blur, {270, 140});
+  d.editor->refresh();
+  d.clock->advance(HistoryState::kQuiet + 0.1);  // a pause: what was done becomes one step of the history
+  QTest::mousePress(d.editor.get(), Qt::LeftButton, {}, d.centre(d.blur));
+  const QPoint far = d.at({420, 140});
+  for (int k = 1; k <= 4; ++k) QTest::mouseMove(d.editor.get(), d.centre(d.blur) + (far - d.centre(d.blur)) * k / 4);
+  EXPECT_EQ(d.model->_status, "Lâchez pour déconnecter");
+  QTest::mouseRelease(d.editor.get(), Qt::LeftButton, {}, far);
+  EXPECT_FALSE(d.wired(d.color, d.blur, 0));
+  d.clock->advance(HistoryState::kQuiet + 0.1);
+  d.model->undo();
+  EXPECT_TRUE(d.wired(d.color, d.blur, 0));
+
+  // Nodes that weren't touching when picked up never cut: the wire just stretches.
+  d.model->layout.set(d.blur, {400, 140});
+  d.editor->refresh();
+  d.drag(d.centre(d.blur), d.at({700, 400}));
+  EXPECT_TRUE(d.wired(d.color, d.blur, 0));
 }
