@@ -11,13 +11,13 @@
 #include <string>
 #include <unistd.h>
 
+#include "bench_clips.h"
 #include "media/frame_reader.h"
 
 using namespace ombrik;
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
-
-static double seconds(Clock::time_point t0) { return std::chrono::duration<double>(Clock::now() - t0).count(); }
+using bench::Clock;
+using bench::seconds;
 
 int main(int argc, char** argv) {
   const int frames = argc > 1 ? std::max(10, std::atoi(argv[1])) : 100;
@@ -31,9 +31,7 @@ int main(int argc, char** argv) {
   std::printf("%d frames of 1920x1080, on %ld cores\n", frames, sysconf(_SC_NPROCESSORS_ONLN));
   for (const auto& c : clips) {
     const fs::path file = dir / c.name;
-    const std::string make = "ffmpeg -v error -y -f lavfi -i testsrc2=size=1920x1080:rate=25 -frames:v " +
-                             std::to_string(frames) + " " + c.codec + " '" + file.string() + "'";
-    if (std::system(make.c_str()) != 0) return std::fprintf(stderr, "could not write %s\n", c.name), 1;
+    if (!bench::writeHdClip(file, frames, c.codec)) return std::fprintf(stderr, "could not write %s\n", c.name), 1;
 
     auto reader = FrameReader::open(file);
     if (!reader) return std::fprintf(stderr, "could not open %s\n", c.name), 1;

@@ -10,6 +10,7 @@
 #include <string>
 #include <unistd.h>
 
+#include "bench_clips.h"
 #include "document/app_model.h"
 #include "document/play_state.h"
 #include "engine/engine.h"
@@ -17,19 +18,15 @@
 
 using namespace ombrik;
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
-
-static double seconds(Clock::time_point t0) { return std::chrono::duration<double>(Clock::now() - t0).count(); }
+using bench::Clock;
+using bench::seconds;
 
 int main(int argc, char** argv) {
   const int frames = argc > 1 ? std::max(10, std::atoi(argv[1])) : 50;
   const fs::path dir = fs::temp_directory_path() / ("ombrik-play-" + std::to_string(getpid()));
   fs::create_directories(dir);
   const fs::path clip = dir / "clip.mp4";
-  const std::string make = "ffmpeg -v error -y -f lavfi -i testsrc2=size=1920x1080:rate=25 -frames:v " +
-                           std::to_string(frames) + " -c:v libx264 -preset veryfast -g 25 -pix_fmt yuv420p '" +
-                           clip.string() + "'";
-  if (std::system(make.c_str()) != 0) return std::fprintf(stderr, "could not write the clip\n"), 1;
+  if (!bench::writeHdClip(clip, frames, bench::kH264Veryfast)) return std::fprintf(stderr, "could not write the clip\n"), 1;
 
   auto clock = std::make_shared<ManualScheduler>();
   AppModel m(AppModel::Options{.blankStart = true, .withEngine = true, .scheduler = clock,
@@ -59,11 +56,9 @@ int main(int argc, char** argv) {
               m.play->cacheH);
   std::printf("first pass (decode + evaluate + cache): %.1f fps (%zu frames in %.2f s)\n", cached / fill, cached, fill);
 
-  t0 = Clock::now();
-  std::system(("ffmpeg -v error -i '" + clip.string() +
-               "' -vf scale=960:540,eq=brightness=0.1,gblur=sigma=4 -pix_fmt rgba -f null -")
-                  .c_str());
-  std::printf("ffmpeg peer (decode, half size, eq, gblur, to RGBA): %.1f fps\n", frames / seconds(t0));
+  const double peer = bench::peerChainSeconds(clip);
+  if (peer < 0) std::printf("ffmpeg peer failed\n");
+  else std::printf("ffmpeg peer (decode, half size, eq, gblur, to RGBA): %.1f fps\n", frames / peer);
   m.stopPlayback();
   fs::remove_all(dir);
   return 0;

@@ -26,6 +26,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "bench_clips.h"
 #include "document/app_model.h"
 #include "document/play_state.h"
 #include "engine/engine.h"
@@ -37,11 +38,11 @@
 
 using namespace ombrik;
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
+using bench::Clock;
+using bench::seconds;
 
 namespace {
 
-double seconds(Clock::time_point t0) { return std::chrono::duration<double>(Clock::now() - t0).count(); }
 
 double peakRssMB() {
   rusage u{};
@@ -163,10 +164,7 @@ int main(int argc, char** argv) {
   const fs::path dir = fs::temp_directory_path() / ("ombrik-window-play-" + std::to_string(getpid()));
   fs::create_directories(dir);
   const fs::path clip = dir / "clip.mp4";
-  const std::string make = "ffmpeg -v error -y -f lavfi -i testsrc2=size=1920x1080:rate=25 -frames:v " +
-                           std::to_string(frames) + " -c:v libx264 -preset veryfast -g 25 -pix_fmt yuv420p '" +
-                           clip.string() + "'";
-  if (std::system(make.c_str()) != 0) return std::fprintf(stderr, "could not write the clip\n"), 1;
+  if (!bench::writeHdClip(clip, frames, bench::kH264Veryfast)) return std::fprintf(stderr, "could not write the clip\n"), 1;
 
   const double rssStart = currentRssMB();
   AppModel model(AppModel::Options{.blankStart = true, .defaultsFile = (dir / "d.conf").string(),
@@ -298,12 +296,8 @@ int main(int argc, char** argv) {
   std::printf("%-34s %+7.1f MB now, %+.1f MB peak\n", "RSS over the cached pass", rssAfter - rssCached,
               peakAfter - peakCached);
 
-  t0 = Clock::now();
-  const int peer = std::system(("ffmpeg -v error -i '" + clip.string() +
-                                "' -vf scale=960:540,eq=brightness=0.1,gblur=sigma=4 -pix_fmt rgba -f null -")
-                                   .c_str());
-  const double peerTime = seconds(t0);
-  if (peer != 0) std::printf("ffmpeg peer failed\n");
+  const double peerTime = bench::peerChainSeconds(clip);
+  if (peerTime < 0) std::printf("ffmpeg peer failed\n");
   else
     std::printf("%-34s %7.1f fps  (%d frames in %.2f s; decode, half size, eq, gblur, to RGBA)\n", "ffmpeg peer",
                 frames / peerTime, frames, peerTime);
