@@ -66,8 +66,7 @@ QRectF ViewerWidget::pictureRect() const {
   return QRectF(r.x, r.y, r.width, r.height);
 }
 
-QSize ViewerWidget::readSize() const {
-  const Engine::Tex tex = model_.viewerTexture();
+QSize ViewerWidget::readSize(const Engine::Tex& tex) const {
   if (!tex) return {};
   const QRectF r = pictureRect();
   const double dpr = devicePixelRatioF();
@@ -76,8 +75,7 @@ QSize ViewerWidget::readSize() const {
   return QSize(std::max(1, w), std::max(1, h));
 }
 
-ViewerWidget::Source ViewerWidget::source() const {
-  const AppModel::ViewerState state = model_.viewerState();
+ViewerWidget::Source ViewerWidget::source(const AppModel::ViewerState& state) const {
   Source s;
   s.frameID = model_._frameID;
   s.time = model_._currentFrame;
@@ -86,13 +84,12 @@ ViewerWidget::Source ViewerWidget::source() const {
   s.before = state.before.get();
   s.mode = state.mode;
   s.wipe = state.mode == 2 ? model_._wipe : 0;
-  s.size = readSize();
+  s.size = readSize(state.main);
   return s;
 }
 
-void ViewerWidget::readBack() {
-  read_ = source();
-  const AppModel::ViewerState state = model_.viewerState();
+void ViewerWidget::readBack(const AppModel::ViewerState& state) {
+  read_ = source(state);
   if (!state.main || read_.size.isEmpty()) {
     picture_ = QImage();
     return;
@@ -112,8 +109,10 @@ void ViewerWidget::readBack() {
 }
 
 void ViewerWidget::refresh() {
-  if (!(source() == read_)) {
-    readBack();
+  // The state is worked out once a tick; a picture is read back only when it changed.
+  const AppModel::ViewerState state = model_.viewerState();
+  if (!(source(state) == read_)) {
+    readBack(state);
     hoverMoved_ = true;  // the colour under the pointer may have changed with the picture
     update();
   }

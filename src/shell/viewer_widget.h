@@ -10,6 +10,7 @@
 #include <vector>
 #include <string>
 
+#include "document/app_model.h"
 #include "graph/point.h"
 #include "graph/uuid.h"
 
@@ -48,8 +49,8 @@ protected:
 
 private:
   void addShortcuts();
-  QSize readSize() const;
-  void readBack();
+  QSize readSize(const std::shared_ptr<gpu::Texture>& tex) const;
+  void readBack(const AppModel::ViewerState& state);
   void updateReadout();
   void moveWipe(QPointF at);
   void drawCompareBadge(QPainter& p);
@@ -72,7 +73,7 @@ private:
     QSize size;
     bool operator==(const Source&) const = default;
   };
-  Source source() const;
+  Source source(const AppModel::ViewerState& state) const;
   Source read_;
   // What was last drawn.
   double drawnZoom_ = 0;
