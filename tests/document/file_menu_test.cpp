@@ -7,6 +7,7 @@
 #include "../media/test_clips.h"
 #include "../platform/temp_dir.h"
 #include "document/app_model.h"
+#include "temp_model.h"
 #include "platform/dialogs.h"
 #include "platform/scheduler.h"
 
@@ -18,9 +19,11 @@ struct Desk {
   TempDir dir;
   std::shared_ptr<ScriptedDialogs> dialogs = std::make_shared<ScriptedDialogs>();
   std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
-  std::unique_ptr<AppModel> m = std::make_unique<AppModel>(AppModel::Options{
-      .blankStart = true, .scheduler = clock, .defaultsFile = (dir.path / "d.conf").string(), .dialogs = dialogs,
-      .dataDir = dir.path / "data"});
+  std::unique_ptr<AppModel> m = [this] {
+    AppModel::Options options = test::tempModelOptions(dir, clock);
+    options.dialogs = dialogs;
+    return std::make_unique<AppModel>(options);
+  }();
 };
 }  // namespace
 

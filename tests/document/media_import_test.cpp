@@ -7,6 +7,7 @@
 #include "../media/test_clips.h"
 #include "../platform/temp_dir.h"
 #include "document/app_model.h"
+#include "temp_model.h"
 #include "engine/engine.h"
 #include "engine/source_picture.h"
 #include "media/video_source.h"
@@ -21,9 +22,7 @@ struct Fixture {
   TempDir dir;
   std::shared_ptr<ManualScheduler> scheduler = std::make_shared<ManualScheduler>();
   std::unique_ptr<AppModel> make(bool engine = true) {
-    return std::make_unique<AppModel>(AppModel::Options{.blankStart = true, .withEngine = engine, .scheduler = scheduler,
-                                                        .defaultsFile = (dir.path / "defaults.conf").string(),
-                                                        .dataDir = dir.path / "data"});
+    return std::make_unique<AppModel>(test::tempModelOptions(dir, scheduler, engine));
   }
   // A flat grey still, written by OpenImageIO's command-line tool.
   fs::path still(const std::string& name, int w = 40, int h = 20, double grey = 0.5) {

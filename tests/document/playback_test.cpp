@@ -10,6 +10,7 @@
 #include "../media/test_clips.h"
 #include "../platform/temp_dir.h"
 #include "document/app_model.h"
+#include "temp_model.h"
 #include "document/play_state.h"
 #include "engine/engine.h"
 #include "platform/scheduler.h"
@@ -21,9 +22,7 @@ namespace {
 struct Fixture {
   TempDir dir;
   std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
-  std::unique_ptr<AppModel> m = std::make_unique<AppModel>(AppModel::Options{
-      .blankStart = true, .withEngine = true, .scheduler = clock, .defaultsFile = (dir.path / "d.conf").string(),
-      .dataDir = dir.path / "data"});
+  std::unique_ptr<AppModel> m = std::make_unique<AppModel>(test::tempModelOptions(dir, clock));
   // An H.264 clip on a media node wired to the output, through `between` when given; the media
   // node's id, or nothing when the clip couldn't be imported.
   std::optional<Uuid> clipOnOutput(std::optional<Uuid> between = std::nullopt) {

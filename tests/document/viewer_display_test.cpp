@@ -5,6 +5,7 @@
 
 #include "../platform/temp_dir.h"
 #include "document/app_model.h"
+#include "temp_model.h"
 #include "engine/engine.h"
 #include "engine/source_picture.h"
 #include "platform/scheduler.h"
@@ -21,8 +22,7 @@ struct Desk {
   Uuid output, media, color, blur, mask, mediaID = Uuid::generate();
 
   Desk() {
-    m = std::make_unique<AppModel>(AppModel::Options{
-        .blankStart = true, .scheduler = clock, .defaultsFile = (dir.path / "d.conf").string()});
+    m = std::make_unique<AppModel>(test::tempModelOptions(dir, clock));
     EXPECT_TRUE(m->engine) << m->_status;
     output = m->_nodes.front().id;
     m->engine->addSource(SampleImage::make(32, 18), mediaID);

@@ -3,6 +3,7 @@
 
 #include "../platform/temp_dir.h"
 #include "document/app_model.h"
+#include "temp_model.h"
 #include "platform/scheduler.h"
 
 using namespace ombrik;
@@ -11,8 +12,7 @@ namespace {
 struct Fixture {
   TempDir dir;
   std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
-  std::unique_ptr<AppModel> m = std::make_unique<AppModel>(AppModel::Options{
-      .blankStart = true, .withEngine = false, .scheduler = clock, .defaultsFile = (dir.path / "d.conf").string()});
+  std::unique_ptr<AppModel> m = std::make_unique<AppModel>(test::tempModelOptions(dir, clock, false));
   Uuid output() const {
     for (const auto& n : m->_nodes)
       if (n.kind->id == "output") return n.id;
