@@ -55,13 +55,7 @@ double shownGrey(AppModel& m, const Uuid& node) {
 
 // Lets the decoder finish the seeks in flight, the pump hand their frames over and the render run.
 void settle(Fixture& t, AppModel& m) {
-  for (int i = 0; i < 400; ++i) {
-    bool busy = false;
-    for (const auto& [id, v] : m.videos) busy |= v->seekBusy();
-    if (!busy) break;
-    t.scheduler->waitForThreads(0.05);
-    t.scheduler->runAll();
-  }
+  test::settleSeeks(*t.scheduler, m);
   t.scheduler->advance(0.05);
 }
 

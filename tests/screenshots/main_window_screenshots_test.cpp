@@ -9,6 +9,7 @@
 #include <cstdlib>
 
 #include "../platform/temp_dir.h"
+#include "../document/temp_model.h"
 #include "../shell/shell_app.h"
 #include "document/app_model.h"
 #include "engine/engine.h"
@@ -110,10 +111,7 @@ TEST(MainWindow, ScreenshotOfAnImportedClip) {
   window.show();
   window.toggleCurveEditor();
   ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
-  for (int i = 0; i < 200 && model.videos.begin()->second->seekBusy(); ++i) {
-    clock->waitForThreads(0.05);
-    clock->runAll();
-  }
+  test::settleSeeks(*clock, model);
   clock->advance(1.0);  // the pump hands the frame over, the render runs, then the full one
   window.refresh();
   QCoreApplication::processEvents();
