@@ -22,8 +22,6 @@ class QPainter;
 
 namespace ombrik {
 
-class AppModel;
-
 class ViewerWidget : public QWidget {
 public:
   explicit ViewerWidget(AppModel& model, QWidget* parent = nullptr);
