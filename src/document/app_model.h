@@ -20,6 +20,7 @@
 #include "graph/node.h"
 #include "graph/picture.h"
 #include "graph/uuid.h"
+#include "tracking/roto_state.h"
 
 namespace ombrik {
 
@@ -292,8 +293,9 @@ public:
     std::optional<std::pair<Edge, std::optional<Uuid>>> chan;
   };
   std::optional<ViewScope> viewScope(const Uuid& id) const;
-  // The rush under a node: the first media node up along the main inputs.
-  std::optional<Uuid> maskPlate(const Uuid& id) const { return upstreamMedia(id); }
+  // The rush under a node: the first media node up along the main inputs; for a mask drawn
+  // apart from any picture, the rush of the first node it limits, so its shape is seen in place.
+  std::optional<Uuid> maskPlate(const Uuid& id) const;
   // The wire feeding `id` for channel 1 (the main input) or 2 (the first "Back" or "Depth" input,
   // else the main input).
   std::optional<Edge> channelSource(const Uuid& id, int channel) const;
@@ -339,6 +341,43 @@ public:
   void countFrame(const char* label, double fps, std::optional<std::pair<int, int>> cached = std::nullopt);
   // What the viewer draws: the play display while playing, else the displayed node's result.
   std::shared_ptr<gpu::Texture> viewerTexture() const;
+
+  // ---- masks and shapes (app_model_masks.cpp); the logic lives in src/tracking
+  RotoState roto;
+  bool rendering = false;  // a render of frames to files is running
+  MaskKey key(const Node& node) const;  // the placement in the node's parameters
+  // A mask node at a frame (the override, else the current one): animated, its placement in
+  // `trackNow`, its shape moved from the placement it was drawn in.
+  Node resolvedMask(const Node& node, std::optional<int> frame = std::nullopt) const;
+  // Every mask of a mask node resolved at the frame, for the engine's layers.
+  std::vector<GMask> maskLayersAt(const Node& node) const;
+  // A point of the viewer (normalised comp) into the space the node's shape is stored in.
+  Point toBase(const Node& node, Point at) const;
+  void selectMask(const Uuid& nodeID, int index);
+  int newMask(const Uuid& nodeID);
+  void deleteMask(const Uuid& nodeID, int index);
+  void setMaskParam(const Uuid& nodeID, int index, const std::string& key, double value);
+  void setMaskBlend(const Uuid& nodeID, int index, int blend);
+  // The placement of the active mask set by hand: every drag of a mask ends here.
+  void setMaskParams(const Uuid& nodeID, const std::map<std::string, double>& values);
+  void toggleMaskIsolate();
+  std::optional<int> shapeAddPoint(const Uuid& nodeID, Point at);
+  void shapeInsertPoint(const Uuid& nodeID, int segment, double t);
+  void shapeMovePoint(const Uuid& nodeID, int index, Point to);
+  void shapeMovePoints(const Uuid& nodeID, const std::map<int, Point>& starts, double dx, double dy);
+  void shapeSetTangent(const Uuid& nodeID, int index, Point out, bool isOut, bool mirror);
+  void shapeToggleSmooth(const Uuid& nodeID, int index);
+  void shapeDeletePoint(const Uuid& nodeID, int index);
+  void shapeClose(const Uuid& nodeID);
+  void shapeClear(const Uuid& nodeID);
+  void startEllipse(const Uuid& nodeID, Point at);
+  // The tool of the viewer; the ellipse tool turns an inspected empty mask into an ellipse.
+  void setRotoTool(RotoTool tool);
+  // I: guides hidden or shown; twice quickly: one mask alone, or the viewer on the selection.
+  void iKey();
+  // The mask node whose shapes the viewer edits: the displayed node when it is a mask, else the
+  // selected one.
+  std::optional<Uuid> rotoNode() const;
 
   // ---- the drop folder (app_model_inbox.cpp)
   std::filesystem::path inboxDir();
@@ -400,6 +439,8 @@ private:
   double lastDragRender_ = -1e9;
   double lastF4_ = -1e9;
   std::optional<Scheduler::Token> inboxTimer_;
+  double lastIKey_ = -1e9;
+  void editShape(const Uuid& nodeID, const std::function<void(Node&)>& edit);
   std::unique_ptr<ForwardReaders> renderReaders_;
 };
 

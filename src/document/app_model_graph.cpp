@@ -405,6 +405,8 @@ void AppModel::buildDefaultGraph() {
   for (const auto& p : places) {
     Node n = newNode(p.kind);
     if (p.kind->id == "media" && !_media.empty()) n.mediaID = _media.back().id;
+    // The example's mask is a soft ellipse at its kind's placement, so the grade it limits shows.
+    if (p.kind->id == "mask") n.ellipse = true;
     ids.push_back(n.id);
     positions[n.id] = p.at;
     _nodes.push_back(std::move(n));

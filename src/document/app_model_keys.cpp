@@ -50,7 +50,15 @@ Node AppModel::animated(const Node& node, std::optional<int> frame) const {
   return copy;
 }
 
-Node AppModel::resolved(const Node& node) const { return animated(node); }
+Node AppModel::resolved(const Node& node) const {
+  if (node.kind && node.kind->id == "mask") {
+    Node r = resolvedMask(node);
+    r.maskLayers = maskLayersAt(node);
+    r.maskSolo = roto.maskIsolate && isSelected(node.id) && !rendering;
+    return r;
+  }
+  return animated(node);
+}
 
 double AppModel::currentValue(std::size_t nodeIndex, const std::string& key) const {
   if (nodeIndex >= _nodes.size()) return 0;

@@ -20,7 +20,9 @@ bool isOverlayKind(const std::string& kind) {
 std::optional<AppModel::ViewScope> AppModel::viewScope(const Uuid& id) const {
   if (!nodeByID(id)) return std::nullopt;
   ViewScope scope;
+  scope.plate = maskPlate(id);
   std::vector<Uuid> stack{id};
+  if (scope.plate) stack.push_back(*scope.plate);  // a mask's rush may lie beside it, not above
   while (!stack.empty()) {
     const Uuid at = stack.back();
     stack.pop_back();
@@ -30,7 +32,6 @@ std::optional<AppModel::ViewScope> AppModel::viewScope(const Uuid& id) const {
   }
   for (const auto& e : _edges)
     if (scope.need.count(e.from) && scope.need.count(e.to)) scope.edges.push_back(e);
-  scope.plate = maskPlate(id);
   if (_viewChannel == 1 || _viewChannel == 2)
     if (auto edge = channelSource(id, _viewChannel)) scope.chan = std::make_pair(*edge, maskPlate(edge->from));
   return scope;
@@ -54,6 +55,16 @@ std::optional<Edge> AppModel::channelSource(const Uuid& id, int channel) const {
   // A back input with nothing on it shows what the main input shows.
   if (auto e = feed(port)) return e;
   return port != 0 ? feed(0) : std::nullopt;
+}
+
+std::optional<Uuid> AppModel::maskPlate(const Uuid& id) const {
+  if (auto media = upstreamMedia(id)) return media;
+  const Node* node = nodeByID(id);
+  if (!node || node->kind->id != "mask") return std::nullopt;
+  for (const Edge& e : _edges)
+    if (e.from == id)
+      if (auto media = upstreamMedia(e.to)) return media;
+  return std::nullopt;
 }
 
 bool AppModel::playShowsMatte(const Uuid& id) const {

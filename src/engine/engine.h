@@ -91,6 +91,30 @@ public:
   Tex inputTexture(const Edge& edge) const;                 // after an evaluation, nothing evaluated
   Tex alphaSideOf(const Uuid& id) const;
 
+  // ---- mattes kept after an evaluation (engine_masks.cpp)
+  // The sum of the mattes wired to a genfill, motionvec or model node, written each time such a
+  // node is produced and never removed by a later evaluation: the zone its job works on.
+  std::unordered_map<Uuid, Tex> mergedSide;
+  Tex mergedAlpha(const Uuid& id, int port) const;
+  // An AI matte file is layered when it carries colour channels (a hair matte's hair and zone);
+  // a grey file is one matte.
+  static bool isLayeredMatte(const std::filesystem::path& path);
+
+  // ---- matte commands outside an evaluation, each on a command list of its own
+  // (engine_matte_commands.cpp)
+  // What changed between two pictures of one size, softened: a matte; nothing for other sizes.
+  Tex diffMatte(const Tex& a, const Tex& b);
+  // The box of a matte's red values above 0.02 with a margin, as fractions (x, y, w, h) of the
+  // texture; nothing when empty, not rgba16f, or covering more than 0.8 of the picture.
+  std::optional<std::array<double, 4>> matteBox(const Tex& matte);
+  struct Layer {
+    Tex texture;
+    float opacity = 1;
+    int mode = 0;
+  };
+  // Layers over a solid background (r, g, b) through k_layer, in the work textures key-a, key-b.
+  Tex compositeLayers(const std::vector<Layer>& layers, const std::string& key, std::array<double, 3> background);
+
   // ---- pool
   Tex tex(const Uuid& node, int slot);
   Tex workTexture(const std::string& key);
@@ -173,6 +197,17 @@ private:
   Tex combinedMattes(const Node& node);
   Tex alphaOut(const Uuid& id);
   Tex maskOut(const Uuid& id, int k);
+  Tex produceMasked(const Node& node);
+  Tex produceMask(const Node& node);
+  Tex renderMaskLayer(const GMask& layer, const Tex& texture);
+  Tex renderLayers(const std::vector<GMask>& list, const Node& node, int slot);
+  Tex alphasSum(const Node& node, int port, int slot);
+  // The matte of an AI job for the resolved frame (magicDirPath, magicCur), refined: neighbour
+  // frames against chatter, channel choice, smoothing, edge shaping, expand and feather, at the
+  // comp size in a texture of the node. Nothing without a folder or a readable frame.
+  Tex refinedMatte(const Node& node);
+  std::vector<float> shapeOutline(const GMask& layer) const;  // pixel pairs; empty when undrawable
+  static int firstMattePort(const Node& node);
   Tex limitToMatte(const Node& node, const Tex& front, const Tex& result);
   Tex readCacheFile(const Node& node, const std::string& path);
   const Edge* edgeInto(const Uuid& id, int port) const;

@@ -149,15 +149,9 @@ Engine::Tex Engine::produce(const Node& node) {
 }
 
 Engine::Tex Engine::produceLimited(const Node& node) {
-  // The AI refinement of a shape mask joins here once the matte tools exist.
-  Tex t = produceRaw(node);
+  Tex t = produceMasked(node);
   if (!node.kind->makesMatte() || node.bypass || !t) return t;
-  int q = -1;
-  for (int i = 0; i < int(node.kind->inputs.size()); ++i)
-    if (node.kind->inputs[i].isMatte) {
-      q = i;
-      break;
-    }
+  const int q = firstMattePort(node);
   const Edge* e = q >= 0 ? edgeInto(node.id, q) : nullptr;
   if (!e) return t;
   // A picture wired to the matte port of a matte kind is ignored.
@@ -204,12 +198,7 @@ Engine::Tex Engine::alphaOut(const Uuid& id) {
   if (auto it = ev_->muxCached.find(id); it != ev_->muxCached.end()) return alphaSide_[id] = it->second;
 
   const std::string& kind = node->kind->id;
-  int q = -1;
-  for (int i = 0; i < int(node->kind->inputs.size()); ++i)
-    if (node->kind->inputs[i].isMatte) {
-      q = i;
-      break;
-    }
+  const int q = firstMattePort(*node);
   auto moved = [&](Tex a) -> Tex {  // a transform carries its alpha with the picture
     auto it = ev_->xformParams.find(id);
     if (!a || it == ev_->xformParams.end()) return a;
@@ -225,6 +214,10 @@ Engine::Tex Engine::alphaOut(const Uuid& id) {
   } else if (kind == "media") {
     a = tex(id, 7);
     dispatch("k_alpha2gray", {t, a}, {});
+  } else if (kind == "xform" && node->maskSolo && !node->maskLayers.empty() && !edgeInto(id, 2)) {
+    a = moved(renderLayers(node->maskLayers, *node, 24));
+  } else if (kind == "xform" && (a = alphasSum(*node, 2, 12))) {
+    a = moved(a);
   } else if (kind == "comp" && edgeInto(id, 0) &&
              (edgeInto(id, 0)->fromPort > 0 || isMatteKind(ev_->node(edgeInto(id, 0)->from)))) {
     a = t;
@@ -233,23 +226,8 @@ Engine::Tex Engine::alphaOut(const Uuid& id) {
     a = alphaOut(e->from);
     if (kind == "xform") a = moved(a);
   }
-  // The combined mattes of a Composite and the alpha ports of a Transform join with the mattes.
   if (!a) return nullptr;
   return alphaSide_[id] = a;
-}
-
-Engine::Tex Engine::maskOut(const Uuid& id, int k) {
-  const std::string key = id.toString() + "-" + std::to_string(k);
-  if (auto it = maskSide_.find(key); it != maskSide_.end()) return it->second;
-  eval(id);
-  const Node* node = ev_->node(id);
-  if (!node || node->kind->id != "mask" || k < 0) return nullptr;
-  const std::size_t layers = node->maskLayers.empty() ? 1 : node->maskLayers.size();
-  if (std::size_t(k) >= layers) return nullptr;
-  if (!node->bypass) return nullptr;  // drawn shapes come with mask rendering
-  Tex out = tex(id, 40 + k);
-  dispatch("k_mask", {out}, {0.5f, 0.5f, 10, 10, 0, 0, 0, 0});
-  return maskSide_[key] = out;
 }
 
 }  // namespace ombrik

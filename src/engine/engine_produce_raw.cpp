@@ -33,18 +33,18 @@ Engine::Tex Engine::produceRaw(const Node& node) {
     return it->second;
   }
 
-  if (kind == "mask") {
-    front();  // evaluated for its side effects only
-    if (!node.bypass) return nullptr;  // drawn shapes come with mask rendering
-    Tex out = tex(id, 0);
-    dispatch("k_mask", {out}, {0.5f, 0.5f, 10, 10, 0, 0, 0, 0});  // full white
-    return out;
-  }
+  if (kind == "mask") return produceMask(node);
 
   if (kind == "magicmask" || kind == "objectmask" || kind == "bodymask" || kind == "hairmatte") {
-    // No AI result yet: solid black, white with "invert" (an inverted full-white ellipse is black).
+    // The job's matte for this frame, refined; without one solid black, white with "invert" (an
+    // inverted full-white ellipse is black). Front plays no part and bypass leaves it as it is.
     Tex out = tex(id, 0);
-    dispatch("k_mask", {out}, {0.5f, 0.5f, 10, 10, 0, 0, node.on("invert") ? 0.0f : 1.0f, 0});
+    if (Tex m = refinedMatte(node)) {
+      if (node.on("invert")) dispatch("k_mattecombine", {m, m, out}, {0, 1, 1, 0});
+      else ev_->commands->copy(m, out);
+    } else {
+      dispatch("k_mask", {out}, {0.5f, 0.5f, 10, 10, 0, 0, node.on("invert") ? 0.0f : 1.0f, 0});
+    }
     return out;
   }
 
@@ -268,6 +268,9 @@ Engine::Tex Engine::produceRaw(const Node& node) {
   // Warps, motion fields, AI and paint kinds come with their features; everything else is an
   // effect of the catalogue.
   static const std::set<std::string> later = {"meshwarp", "motionvec", "facereshape", "paintbeauty", "beautyzones", "genfill"};
+  // The zone a fill or a motion field works on is known before their results exist.
+  if (kind == "genfill" || kind == "motionvec")
+    if (Tex zone = alphasSum(node, kind == "genfill" ? 1 : 2, 40)) mergedSide[id] = zone;
   if (later.count(kind) || node.kind->isModel()) return nullptr;
   return produceFx(node);
 }

@@ -80,6 +80,16 @@ struct Node {
   float p(std::string_view key) const;
   // A switch: the same value, strictly above 0.5.
   bool on(std::string_view key) const;
+
+  // ---- the masks of a mask node (node_masks.cpp). The live fields hold the active mask; its
+  // stored copy in `masks` is stale while it is active, so readers of every mask use allMasks.
+  static const std::vector<std::string>& maskParamKeys();  // the 14 per-mask keys, in order
+  GMask activeMask() const;
+  std::vector<GMask> allMasks() const;
+  void loadMask(const GMask& mask);
+  GMask freshMask() const;
+  std::vector<int> maskOutputs() const;  // indices of masks with an output port of their own
+  GMask sourceMask(int fromPort) const;  // mask fromPort - 2 when in range, else the active one
   // Input ports offered in the schematic (a Composite shows as many matte ports as "mattes").
   int inputCount() const;
 
