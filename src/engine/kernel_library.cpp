@@ -91,7 +91,7 @@ const std::vector<std::string>& baseKernelNames() {
       "k_mattecombine", "k_denoise", "k_renoise",   "k_resample",   "k_maskview",   "k_gkey",      "k_gkgrow",
       "k_gkpremult",  "k_mix2",      "k_patchover", "k_layer",      "k_beautypro",  "k_facewarp",  "k_dabmask",
       "k_hollowlift", "k_polymask",  "k_maskexcl",  "k_mvwarp",     "k_mvpremul",   "k_mvunpremul", "k_diffmatte",
-      "k_lut3d",      "k_mattechatter", "k_viewquad"};
+      "k_lut3d",      "k_mattechatter", "k_viewquad", "k_matteshape", "k_morphlevel", "k_morphdisc"};
   return names;
 }
 
