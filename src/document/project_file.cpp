@@ -98,7 +98,10 @@ std::optional<MaskKey> maskKey(const json& v) {
   return MaskKey{n[0], n[1], n[2], n[3], n[4]};
 }
 std::optional<SplinePoint> spline(const json& v) {
-  const auto n = numbers(v);
+  // A coordinate that was not a number when saved is written as null: the point is kept as
+  // unplaceable, so the file still opens and that shape alone draws nothing.
+  std::vector<double> n;
+  for (const auto& x : array(v)) n.push_back(x.is_null() ? std::nan("") : number(x));
   if (n.size() < 6) return std::nullopt;
   return SplinePoint{{n[0], n[1]}, {n[2], n[3]}, {n[4], n[5]}};
 }

@@ -191,6 +191,7 @@ bool RotoDrag::pressEllipse(Point at) {
 
 void RotoDrag::drag(Point at) {
   if (!kind_ || !node_) return;
+  if (moved_ == 0 && at == pressAt_) return;  // a click: nothing moves
   moved_ = std::max(moved_, points(at, pressAt_));
   const Uuid id = *node_;
   if (auto* p = std::get_if<PointDrag>(&*kind_)) {

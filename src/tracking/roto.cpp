@@ -44,6 +44,7 @@ std::vector<Point> Roto::flatten(const std::vector<SplinePoint>& points, bool cl
 }
 
 Point Roto::xform(Point p, const MaskKey& k0, const MaskKey& k1, double W, double H) {
+  if (k0 == k1) return p;  // also when the radii are zero, which the scale would collapse
   const double dx = p.x * W - k0.cx / 100 * W, dy = p.y * H - k0.cy / 100 * H;
   const double a0 = k0.rot * M_PI / 180, a1 = k1.rot * M_PI / 180;
   double u = dx * std::cos(a0) + dy * std::sin(a0);

@@ -13,8 +13,8 @@ TEST_F(EngineTest, EveryKindEvaluatesButThoseOfLaterFeatures) {
   e.setComp(48, 27, true);
   const Uuid sample = Uuid::generate();
   e.addSource(SampleImage::make(192, 108), sample);
-  // Drawn masks, warps, motion fields, face and paint beauty, generative fill.
-  const std::set<std::string> later = {"mask", "meshwarp", "motionvec", "facereshape", "paintbeauty", "beautyzones", "genfill"};
+  // Warps, motion fields, face and paint beauty, generative fill.
+  const std::set<std::string> later = {"meshwarp", "motionvec", "facereshape", "paintbeauty", "beautyzones", "genfill"};
   std::set<std::string> without;
   std::size_t kinds = 0;
   for (const auto& kind : NodeKind::all()) {

@@ -232,8 +232,12 @@ float shapeExpected(const ShapeCase& k, int x, int y) {
   float m = 0.0f;
   if (px >= k.x0 && px <= k.x1 && py >= k.y0 && py <= k.y1) {
     const std::vector<Pt> poly = snapped(k.poly);
-    if (windingByAngles(poly, px, py) != 0) m = 1.0f;
-    else if (k.feather > 0) m = 1.0f - smooth(0.0f, k.feather, float(distToOutline(poly, px, py)));
+    // Within half a pixel of the outline the pixel's inside share counts; the feather the rest.
+    const double d = distToOutline(poly, px, py);
+    const double sd = windingByAngles(poly, px, py) != 0 ? -d : d;
+    const float c = float(std::clamp(0.5 - sd, 0.0, 1.0));
+    const float f = k.feather > 0 ? 1.0f - smooth(0.0f, k.feather, float(std::max(sd, 0.0))) : 0.0f;
+    m = c + (1 - c) * f;
   }
   return k.invert > 0.5f ? 1.0f - m : m;
 }
@@ -261,10 +265,10 @@ TEST(ShapeMaskKernel, PolygonWithOutwardFeatherInsideItsBox) {
       std::string what = "shape feather " + std::to_string(feather) + " invert " + std::to_string(invert);
       Image out = runShape(k, w, h);
       expectPixels(out, [&](int x, int y) { return gray(shapeExpected(k, x, y)); }, what);
-      // Feather lies only outside: every pixel centre inside the polygon is fully on.
+      // Feather lies only outside: every pixel centre half a pixel inside the polygon is fully on.
       for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x)
-          if (windingByAngles(poly, x + 0.5, y + 0.5) != 0) {
+          if (windingByAngles(poly, x + 0.5, y + 0.5) != 0 && distToOutline(poly, x + 0.5, y + 0.5) >= 0.5) {
             ASSERT_NEAR(out.at(x, y).r, invert > 0.5f ? 0.0f : 1.0f, 1e-3) << what << " at " << x << "," << y;
           }
     }
