@@ -6,6 +6,7 @@
 
 #include "engine/engine.h"
 #include "engine/engine_eval_state.h"
+#include "engine/shape_table.h"
 #include "tracking/roto.h"
 
 namespace ombrik {
@@ -54,9 +55,9 @@ Engine::Tex Engine::renderMaskLayer(const GMask& layer, const Tex& texture) {
         y0 = std::min(y0, pts[i + 1]), y1 = std::max(y1, pts[i + 1]);
       }
       const float grow = std::max(0.0f, fpx) + 2;
-      const float P[] = {float(pts.size() / 2), fpx, invert, 0, x0 - grow, y0 - grow, x1 + grow, y1 + grow};
+      const float P[] = {fpx, invert, x0 - grow, y0 - grow, x1 + grow, y1 + grow};
       const Tex list[] = {texture};
-      dispatch("k_shape", list, P, pts);
+      dispatch("k_shape", list, P, shapeTable(pts, compW, compH, grow));
       return texture;
     }
   } else if (layer.ellipse) {

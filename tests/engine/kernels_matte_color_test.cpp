@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "engine/kernel_runner.h"
+#include "engine/shape_table.h"
 
 namespace {
 
@@ -248,8 +249,8 @@ Image runShape(const ShapeCase& k, int w, int h) {
     table.push_back(float(p.x));
     table.push_back(float(p.y));
   }
-  return run1("k_shape", {}, w, h,
-              {float(k.poly.size()), k.feather, k.invert, 0.0f, k.x0, k.y0, k.x1, k.y1}, table);
+  return run1("k_shape", {}, w, h, {k.feather, k.invert, k.x0, k.y0, k.x1, k.y1},
+              ombrik::shapeTable(table, w, h, k.feather + 2));
 }
 
 TEST(ShapeMaskKernel, PolygonWithOutwardFeatherInsideItsBox) {
