@@ -5,8 +5,10 @@
 #include <QLabel>
 #include <QScrollArea>
 #include <QSignalBlocker>
+#include <QTabBar>
 #include <QToolButton>
 #include <QVBoxLayout>
+#include <algorithm>
 
 #include "document/app_model.h"
 #include "shell/param_row.h"
@@ -45,6 +47,43 @@ InspectorWidget::InspectorWidget(AppModel& model, QWidget* parent) : QWidget(par
   info_->setStyleSheet("QLabel { color: #9a9aa2; }");
   column->addLayout(header);
   column->addWidget(info_);
+
+  // The masks of a mask node: one tab each, a new one, and deleting the active one.
+  maskBar_ = new QWidget(this);
+  auto* masks = new QHBoxLayout(maskBar_);
+  masks->setContentsMargins(0, 4, 0, 0);
+  masks->setSpacing(4);
+  maskTabs_ = new QTabBar(maskBar_);
+  maskTabs_->setObjectName("maskTabs");
+  maskTabs_->setExpanding(false);
+  maskTabs_->setUsesScrollButtons(true);
+  maskTabs_->setDrawBase(false);
+  auto* add = new QToolButton(maskBar_);
+  add->setObjectName("newMask");
+  add->setText("+");
+  add->setToolTip(shown("Nouveau masque"));
+  auto* remove = new QToolButton(maskBar_);
+  remove->setObjectName("deleteMask");
+  remove->setText(shown("Supprimer"));
+  remove->setToolTip(shown("Supprimer le masque en cours"));
+  masks->addWidget(maskTabs_, 1);
+  masks->addWidget(add);
+  masks->addWidget(remove);
+  column->addWidget(maskBar_);
+  maskBar_->hide();
+  connect(maskTabs_, &QTabBar::currentChanged, this, [this](int i) {
+    if (node_ && i >= 0) model_.selectMask(*node_, i);
+    refresh();
+  });
+  connect(add, &QToolButton::clicked, this, [this] {
+    if (node_) model_.newMask(*node_);
+    refresh();
+  });
+  connect(remove, &QToolButton::clicked, this, [this] {
+    if (const Node* n = node_ ? model_.nodeByID(*node_) : nullptr)
+      model_.deleteMask(n->id, n->masks.empty() ? 0 : n->maskIndex);
+    refresh();
+  });
 
   auto* scroll = new QScrollArea(this);
   scroll->setWidgetResizable(true);
@@ -104,6 +143,7 @@ void InspectorWidget::refresh() {
     rebuild();
   }
   refreshHeader(n);
+  refreshMaskTabs(n);
   if (!n) return;
   if (n->params == shownParams_ && n->anim == shownAnim_ && model_._currentFrame == shownFrame_) return;
   shownParams_ = n->params;
@@ -119,6 +159,22 @@ void InspectorWidget::refreshHeader(const Node* n) {
     const QSignalBlocker quiet(bypass_);
     bypass_->setChecked(n->bypass);
   }
+}
+
+void InspectorWidget::refreshMaskTabs(const Node* n) {
+  const bool masked = n && n->kind->id == "mask";
+  if (maskBar_->isHidden() == masked) maskBar_->setVisible(masked);
+  if (!masked) return;
+  const int count = int(n->allMasks().size());
+  const int active = n->masks.empty() ? 0 : std::clamp(n->maskIndex, 0, count - 1);
+  if (maskTabs_->count() == count && maskTabs_->currentIndex() == active) return;
+  const QSignalBlocker quiet(maskTabs_);
+  while (maskTabs_->count() > count) maskTabs_->removeTab(maskTabs_->count() - 1);
+  while (maskTabs_->count() < count) {
+    const int i = maskTabs_->count();
+    maskTabs_->addTab(shown("Mask %1").arg(i + 1, 2, 10, QChar('0')));
+  }
+  maskTabs_->setCurrentIndex(active);
 }
 
 }  // namespace ombrik

@@ -1,7 +1,7 @@
 #pragma once
 // The settings of one node: the node the panel is locked on, else the inspected node, else the
 // selected one. Rows are built when that node changes and only re-read when its values or the
-// time change.
+// time change. A mask node shows a tab per mask above its rows; the rows edit the active mask.
 #include <QWidget>
 #include <map>
 #include <optional>
@@ -13,6 +13,7 @@
 
 class QCheckBox;
 class QLabel;
+class QTabBar;
 class QToolButton;
 class QVBoxLayout;
 
@@ -33,6 +34,7 @@ private:
   std::optional<Uuid> target() const;
   void rebuild();
   void refreshHeader(const Node* n);
+  void refreshMaskTabs(const Node* n);
 
   AppModel& model_;
   std::optional<Uuid> node_;
@@ -41,6 +43,8 @@ private:
   QToolButton* lock_ = nullptr;  // shown while the panel is locked; a click releases it
   QCheckBox* bypass_ = nullptr;
   QLabel* info_ = nullptr;
+  QWidget* maskBar_ = nullptr;
+  QTabBar* maskTabs_ = nullptr;
   QWidget* rows_ = nullptr;
   QVBoxLayout* rowsLayout_ = nullptr;
   std::vector<ParamRow*> rowList_;

@@ -12,6 +12,7 @@
 #include "shell/inspector_widget.h"
 #include "shell/main_menus.h"
 #include "shell/node_editor.h"
+#include "shell/roto_tool_bar.h"
 #include "shell/shown_text.h"
 #include "shell/transport_bar.h"
 #include "shell/viewer_widget.h"
@@ -29,8 +30,10 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent) : QMainWindow(parent), 
   auto* pictureColumn = new QVBoxLayout(picture);
   pictureColumn->setContentsMargins(0, 0, 0, 0);
   pictureColumn->setSpacing(0);
+  rotoBar_ = new RotoToolBar(model_, picture);
   viewer_ = new ViewerWidget(model_, picture);
   transport_ = new TransportBar(model_, picture);
+  pictureColumn->addWidget(rotoBar_);
   pictureColumn->addWidget(viewer_, 1);
   pictureColumn->addWidget(transport_);
 
@@ -105,6 +108,7 @@ void MainWindow::refresh() {
     shownStatus_ = model_._status;
     status_->setText(shown(shownStatus_));
   }
+  rotoBar_->refresh();
   viewer_->refresh();
   transport_->refresh();
   inspector_->refresh();

@@ -15,6 +15,7 @@ class AppModel;
 class InspectorWidget;
 class MainMenus;
 class NodeEditor;
+class RotoToolBar;
 class TransportBar;
 class ViewerWidget;
 
@@ -28,6 +29,7 @@ public:
 
   ViewerWidget* viewer() const { return viewer_; }
   TransportBar* transport() const { return transport_; }
+  RotoToolBar* rotoToolBar() const { return rotoBar_; }
   InspectorWidget* inspector() const { return inspector_; }
   NodeEditor* nodeEditor() const { return nodeEditor_; }
   CurveEditorWidget* curveEditor() const { return curves_; }
@@ -40,6 +42,7 @@ private:
   std::string shownStatus_;
   ViewerWidget* viewer_ = nullptr;
   TransportBar* transport_ = nullptr;
+  RotoToolBar* rotoBar_ = nullptr;  // over the picture while a mask node is edited
   InspectorWidget* inspector_ = nullptr;
   NodeEditor* nodeEditor_ = nullptr;
   CurveEditorWidget* curves_ = nullptr;

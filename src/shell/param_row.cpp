@@ -3,6 +3,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDoubleSpinBox>
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QSignalBlocker>
@@ -32,13 +33,21 @@ ParamRow::ParamRow(AppModel& model, const Uuid& node, const ParamSpec& spec, QWi
   if (spec.isMenu()) {
     menu_ = new QComboBox(this);
     for (const auto& option : spec.options.value()) menu_->addItem(qs(option));
+    // A long choice is cut in the closed menu rather than widening the whole panel.
+    menu_->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+    menu_->setMinimumContentsLength(8);
     row->addWidget(label);
     row->addWidget(menu_, 1);
     connect(menu_, &QComboBox::currentIndexChanged, this, [this](int i) { store(i); });
   } else if (isSwitch(spec)) {
-    check_ = new QCheckBox(qs(spec.label.value()), this);
-    delete label;
-    row->addWidget(check_, 1);
+    // The box and its text apart: a check box's own text never wraps and would widen the panel.
+    check_ = new QCheckBox(this);
+    check_->setAccessibleName(label->text());
+    checkLabel_ = label;
+    checkLabel_->setMinimumWidth(0);
+    checkLabel_->installEventFilter(this);
+    row->addWidget(check_);
+    row->addWidget(checkLabel_, 1);
     connect(check_, &QCheckBox::toggled, this, [this](bool on) { store(on ? 1 : 0); });
   } else {
     const SliderScale scale = SliderScale::of(spec.min, spec.max, spec.step);
@@ -71,6 +80,14 @@ ParamRow::ParamRow(AppModel& model, const Uuid& node, const ParamSpec& spec, QWi
   keys_ = new KeyControl(model, node, spec.key, this);
   row->addWidget(keys_);
   refresh();
+}
+
+bool ParamRow::eventFilter(QObject* watched, QEvent* event) {
+  if (watched == checkLabel_ && event->type() == QEvent::MouseButtonRelease) {
+    check_->click();  // the text toggles the switch, as a check box's own text does
+    return true;
+  }
+  return QWidget::eventFilter(watched, event);
 }
 
 void ParamRow::store(double value) {

@@ -10,6 +10,7 @@
 class QCheckBox;
 class QComboBox;
 class QDoubleSpinBox;
+class QLabel;
 class QSlider;
 
 namespace ombrik {
@@ -24,6 +25,9 @@ public:
   // A switch: a declared toggle, or a 0..1 range in whole steps.
   static bool isSwitch(const ParamSpec& spec);
 
+protected:
+  bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
   void store(double value);
   void show(double value);
@@ -33,6 +37,7 @@ private:
   QSlider* slider_ = nullptr;
   QDoubleSpinBox* field_ = nullptr;
   QCheckBox* check_ = nullptr;
+  QLabel* checkLabel_ = nullptr;  // a switch's text, wrapped so that long ones fit the panel
   QComboBox* menu_ = nullptr;
   KeyControl* keys_ = nullptr;
 };

@@ -44,7 +44,14 @@ bool properlyCross(Point a, Point b, Point c, Point d) {
   return ((d1 > 0 && d2 < 0) || (d1 < 0 && d2 > 0)) && ((d3 > 0 && d4 < 0) || (d3 < 0 && d4 > 0));
 }
 
-int maskOutputs(const Node& node) { return node.kind->id == "mask" ? int(node.masks.size()) : 0; }
+// Where an output sits among the node's mask outputs: its rank, so that the ports stay evenly
+// spread when some masks have none; a wire left on a port that has gone keeps the mask's index.
+Point maskPortOffset(const Node& node, int fromPort, double r) {
+  const std::vector<int> masks = node.maskOutputs();
+  const auto it = std::find(masks.begin(), masks.end(), fromPort - 2);
+  const int slot = it != masks.end() ? int(it - masks.begin()) : fromPort - 2;
+  return outPort(2 + slot, std::max(1, int(masks.size())), r);
+}
 
 }  // namespace
 
@@ -68,12 +75,15 @@ Point outPort(int port, int count, double r) {
   return polar(angle, r);
 }
 
-int outputCount(const Node& node) {
-  if (!node.kind || !node.kind->hasOutput) return 0;
-  // A single mask is the node's picture already; separate outputs start with the second.
-  const int masks = maskOutputs(node);
-  return 2 + (masks >= 2 ? masks : 0);
+std::vector<int> outputPorts(const Node& node) {
+  if (!node.kind || !node.kind->hasOutput) return {};
+  // A single mask is the node's picture already: the node offers outputs per mask only from two.
+  std::vector<int> ports{0, 1};
+  for (int mask : node.maskOutputs()) ports.push_back(mask + 2);
+  return ports;
 }
+
+int outputCount(const Node& node) { return int(outputPorts(node).size()); }
 
 int portFor(double offset, int count) {
   if (count < 2) return 0;
@@ -144,7 +154,8 @@ std::optional<View> frameAll(const std::vector<Point>& centres, double viewWidth
 }
 
 Point outPos(const Node& node, Point centre, int fromPort) {
-  return plus(centre, outPort(fromPort, std::max(1, maskOutputs(node)), radius(node)));
+  if (fromPort < 2) return plus(centre, outPort(fromPort, 1, radius(node)));
+  return plus(centre, maskPortOffset(node, fromPort, radius(node)));
 }
 
 Point inPos(const Node& node, Point centre, int port) {
@@ -172,7 +183,7 @@ std::optional<PortHit> portAt(const std::vector<Node>& nodes, const Positions& p
   for (const auto& n : nodes) {
     auto at = positions.find(n.id);
     if (at == positions.end()) continue;
-    for (int p = 0; p < outputCount(n); ++p) consider(n, p, true, outPos(n, at->second, p));
+    for (int p : outputPorts(n)) consider(n, p, true, outPos(n, at->second, p));
     for (int i = 0; i < n.inputCount(); ++i) consider(n, i, false, inPos(n, at->second, i));
   }
   return best;

@@ -32,7 +32,9 @@ inline double radius(const Node& node) { return radius(node.kind->id); }
 // Offsets from a node's centre. Inputs gather on the left; y grows down the screen.
 Point inPort(int i, int count, double r);
 Point outPort(int port, int count, double r);
-// Outputs a node offers: the picture and its alpha, then one per mask of a shape node.
+// Outputs a node offers: the picture and its alpha (ports 0 and 1), then port i + 2 for each mask i
+// of a shape node that has an output of its own.
+std::vector<int> outputPorts(const Node& node);
 int outputCount(const Node& node);
 // The input chosen by the vertical offset of a contact.
 int portFor(double offset, int count);

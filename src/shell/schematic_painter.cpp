@@ -145,7 +145,7 @@ void paintNodes(QPainter& p, const SchematicScene& scene) {
       p.setBrush(lit ? QColor(Qt::white) : isMatteInput(n, i) ? kMatteInput : kPictureInput);
       p.drawEllipse(q(pt), lit ? portR * 1.5 : portR, lit ? portR * 1.5 : portR);
     }
-    for (int o = 0; o < schematic::outputCount(n); ++o) {
+    for (int o : schematic::outputPorts(n)) {
       const Point pt = scene.view.toView(schematic::outPos(n, at->second, o));
       p.setPen(QPen(QColor(20, 20, 24), 1));
       p.setBrush(o == 0 ? QColor(235, 235, 240) : kMatteWire);

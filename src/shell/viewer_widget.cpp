@@ -1,5 +1,6 @@
 #include "shell/viewer_widget.h"
 
+#include <QKeyEvent>
 #include <QLabel>
 #include <QMouseEvent>
 #include <QPainter>
@@ -20,7 +21,7 @@ namespace {
 constexpr int kMaxReadSide = 4096;
 }  // namespace
 
-ViewerWidget::ViewerWidget(AppModel& model, QWidget* parent) : QWidget(parent), model_(model) {
+ViewerWidget::ViewerWidget(AppModel& model, QWidget* parent) : QWidget(parent), model_(model), roto_(model) {
   setObjectName("viewer");
   setMinimumSize(240, 160);
   setMouseTracking(true);
@@ -118,6 +119,10 @@ void ViewerWidget::refresh() {
   }
   std::string title = model_.viewedTitle();
   if (model_.viewZoom != drawnZoom_ || !(model_.viewPan == drawnPan_) || title != drawnTitle_) update();
+  // A mask edited elsewhere (the inspector, undo, the tool bar) is drawn anew over the picture.
+  if (!picture_.isNull() && roto_.changed()) update();
+  const Qt::CursorShape cursor = roto_.takesMouse() ? Qt::CrossCursor : Qt::ArrowCursor;
+  if (this->cursor().shape() != cursor) setCursor(cursor);
   if (hoverMoved_) updateReadout();
 }
 
@@ -139,6 +144,7 @@ void ViewerWidget::paintEvent(QPaintEvent*) {
   const bool nearest = tex && r.width() * devicePixelRatioF() > 2.0 * tex->width();
   p.setRenderHint(QPainter::SmoothPixmapTransform, !nearest);
   p.drawImage(r, picture_);
+  roto_.paint(p, r);
 
   const QString title = qs(drawnTitle_);
   QFont f = font();
@@ -192,6 +198,10 @@ void ViewerWidget::wheelEvent(QWheelEvent* event) {
 
 void ViewerWidget::mousePressEvent(QMouseEvent* event) {
   if (event->button() != Qt::LeftButton && event->button() != Qt::MiddleButton) return;
+  if (event->button() == Qt::LeftButton && roto_.press(event->position(), event->modifiers(), pictureRect())) {
+    update();
+    return;
+  }
   wipeDrag_ = event->button() == Qt::LeftButton && model_.isCompare() && model_._compareStyle == 1;
   if (wipeDrag_) {
     moveWipe(event->position());
@@ -204,6 +214,11 @@ void ViewerWidget::mousePressEvent(QMouseEvent* event) {
 void ViewerWidget::mouseMoveEvent(QMouseEvent* event) {
   hover_ = event->position();
   hoverMoved_ = true;
+  if (roto_.dragging()) {
+    roto_.drag(event->position());
+    update();
+    return;
+  }
   if (wipeDrag_) {
     moveWipe(event->position());
     return;
@@ -214,9 +229,40 @@ void ViewerWidget::mouseMoveEvent(QMouseEvent* event) {
   update();
 }
 
-void ViewerWidget::mouseReleaseEvent(QMouseEvent*) {
+void ViewerWidget::mouseReleaseEvent(QMouseEvent* event) {
+  if (roto_.dragging()) {
+    roto_.release(event->position());
+    update();
+  }
   dragFrom_.reset();
   wipeDrag_ = false;
+}
+
+void ViewerWidget::mouseDoubleClickEvent(QMouseEvent* event) {
+  if (event->button() == Qt::LeftButton && roto_.takesMouse()) {
+    // The first click of the pair already did its work; only a point answers the second.
+    if (roto_.doubleClick(event->position(), pictureRect())) update();
+    return;
+  }
+  mousePressEvent(event);
+}
+
+void ViewerWidget::keyPressEvent(QKeyEvent* event) {
+  // The tools' keys are bare letters; with Ctrl or Alt a key belongs to the menus.
+  const bool bare = !(event->modifiers() & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier));
+  if (bare && roto_.keyPress(event->key(), event->isAutoRepeat()))
+    update();
+  else
+    QWidget::keyPressEvent(event);
+}
+
+void ViewerWidget::keyReleaseEvent(QKeyEvent* event) {
+  if (!roto_.keyRelease(event->key(), event->isAutoRepeat())) QWidget::keyReleaseEvent(event);
+}
+
+void ViewerWidget::focusOutEvent(QFocusEvent* event) {
+  roto_.keyRelease(Qt::Key_A, false);  // its release goes elsewhere: A is no longer held here
+  QWidget::focusOutEvent(event);
 }
 
 void ViewerWidget::moveWipe(QPointF at) {

@@ -1,7 +1,8 @@
 #pragma once
 // The viewer: the displayed node's picture through the engine's display pass (channel, matte
 // overlay, comparison with the rush), read back at the size it is drawn and painted in the
-// model's viewer rectangle, with zoom, pan, the channel keys and a colour readout.
+// model's viewer rectangle, with zoom, pan, the channel keys and a colour readout. On a mask node
+// the mask tools take the left button and draw their outlines over the picture.
 #include <QImage>
 #include <QWidget>
 #include <cstdint>
@@ -13,6 +14,7 @@
 #include "document/app_model.h"
 #include "graph/point.h"
 #include "graph/uuid.h"
+#include "shell/roto_overlay.h"
 
 class QLabel;
 namespace ombrik::gpu {
@@ -43,6 +45,10 @@ protected:
   void mousePressEvent(QMouseEvent* event) override;
   void mouseMoveEvent(QMouseEvent* event) override;
   void mouseReleaseEvent(QMouseEvent* event) override;
+  void mouseDoubleClickEvent(QMouseEvent* event) override;
+  void keyPressEvent(QKeyEvent* event) override;
+  void keyReleaseEvent(QKeyEvent* event) override;
+  void focusOutEvent(QFocusEvent* event) override;
   void leaveEvent(QEvent* event) override;
 
 private:
@@ -84,6 +90,7 @@ private:
   std::optional<QPointF> hover_;
   bool hoverMoved_ = false;
   bool dropHint_ = false;
+  RotoOverlay roto_;
 };
 
 }  // namespace ombrik

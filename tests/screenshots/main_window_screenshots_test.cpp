@@ -1,10 +1,13 @@
 // Screenshots of the whole window, taken on a real X server (Xvfb) and saved for people to look
-// at: the example world, an imported clip with its curve editor, and the wipe comparison.
+// at: the example world, an imported clip with its curve editor, the wipe comparison, and the mask
+// tools with a drawn shape in each language.
 #include <gtest/gtest.h>
 
 #include <QDir>
 #include <QStyle>
 #include <QStyleFactory>
+#include <QTabBar>
+#include <QToolButton>
 #include <QTest>
 #include <cstdlib>
 
@@ -15,10 +18,13 @@
 #include "engine/engine.h"
 #include "media/video_source.h"
 #include "platform/scheduler.h"
+#include "platform/string_catalogue.h"
 #include "shell/curve_editor_widget.h"
 #include "shell/dark_theme.h"
 #include "shell/inspector_widget.h"
 #include "shell/main_window.h"
+#include "shell/roto_overlay.h"
+#include "shell/roto_tool_bar.h"
 #include "shell/viewer_widget.h"
 
 using namespace ombrik;
@@ -162,3 +168,74 @@ TEST(MainWindow, ScreenshotOfAnImportedClip) {
   app.setStyle(QStyleFactory::create(oldStyle));
   app.setPalette(oldPalette);
 }
+
+namespace {
+// The example world's mask node with a second mask drawn by hand in the viewer: a closed, curved
+// Bézier beside the example's ellipse, one of its points selected to show its tangents.
+void screenshotOfTheMaskTools(AppLanguage language, const char* file) {
+  QApplication& app = test::shellApp();
+  const QString oldStyle = app.style()->name();
+  const QPalette oldPalette = app.palette();
+  const AppLanguage oldLanguage = interfaceLanguage();
+  setInterfaceLanguage(language);
+  applyDarkTheme(app);
+  TempDir dir;
+  auto clock = std::make_shared<ManualScheduler>();
+  AppModel model(AppModel::Options{.scheduler = clock, .defaultsFile = (dir.path / "defaults.conf").string(),
+                                   .dataDir = dir.path / "data"});
+  ASSERT_TRUE(model.engine) << model._status;
+  std::optional<Uuid> mask;
+  for (const auto& n : model._nodes)
+    if (n.kind->id == "mask") mask = n.id;
+  ASSERT_TRUE(mask);
+  model.select(*mask);
+  model.inspectedID = *mask;
+  MainWindow window(model);
+  window.resize(1280, 800);
+  window.show();
+  ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+  auto settle = [&] {
+    clock->advance(1.0);
+    window.refresh();
+    QCoreApplication::processEvents();  // the tool bar takes its room above the picture
+    window.refresh();
+  };
+  settle();
+
+  QTest::mouseClick(window.rotoToolBar()->findChild<QToolButton*>("rotoTool:bezier"), Qt::LeftButton);
+  ViewerWidget* viewer = window.viewer();
+  auto at = [&](double x, double y) { return RotoOverlay::toView({x, y}, viewer->pictureRect()).toPoint(); };
+  // Each point pressed and pulled a little: its tangents come out with the drag.
+  const double points[][4] = {{0.80, 0.22, 0.07, 0}, {0.94, 0.48, 0, 0.11}, {0.80, 0.78, -0.07, 0}, {0.67, 0.50, 0, -0.11}};
+  for (const auto& p : points) {
+    QTest::mousePress(viewer, Qt::LeftButton, {}, at(p[0], p[1]));
+    for (int k = 1; k <= 3; ++k) QTest::mouseMove(viewer, at(p[0] + p[2] * k / 3, p[1] + p[3] * k / 3));
+    QTest::mouseRelease(viewer, Qt::LeftButton, {}, at(p[0] + p[2], p[1] + p[3]));
+  }
+  QTest::mouseClick(viewer, Qt::LeftButton, {}, at(0.80, 0.22));  // closes the outline
+  QTest::mouseClick(viewer, Qt::LeftButton, {}, at(0.94, 0.48));  // selects a point
+  settle();
+
+  const QImage shot = window.grab().toImage();
+  EXPECT_TRUE(saveScreenshot(shot, file));
+  const Node& node = *model.nodeByID(*mask);
+  EXPECT_TRUE(node.shapeClosed);
+  EXPECT_EQ(node.shape.size(), 4u);
+  EXPECT_EQ(node.allMasks().size(), 2u) << "the ellipse and the Bézier";
+  EXPECT_TRUE(window.rotoToolBar()->isVisible());
+  auto* tabs = window.inspector()->findChild<QTabBar*>("maskTabs");
+  ASSERT_NE(tabs, nullptr);
+  EXPECT_EQ(tabs->count(), 2);
+  EXPECT_EQ(tabs->tabText(1), "Mask 02");
+  const QString move = window.rotoToolBar()->findChild<QToolButton*>("rotoTool:move")->text();
+  EXPECT_EQ(move, language == AppLanguage::english ? "Move" : "Déplacer");
+
+  setInterfaceLanguage(oldLanguage);
+  app.setStyle(QStyleFactory::create(oldStyle));
+  app.setPalette(oldPalette);
+}
+}  // namespace
+
+TEST(MainWindow, ScreenshotOfTheMaskToolsInFrench) { screenshotOfTheMaskTools(AppLanguage::french, "roto_fr.png"); }
+
+TEST(MainWindow, ScreenshotOfTheMaskToolsInEnglish) { screenshotOfTheMaskTools(AppLanguage::english, "roto_en.png"); }
