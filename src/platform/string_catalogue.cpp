@@ -1,6 +1,9 @@
 #include "platform/string_catalogue.h"
 
 #include <atomic>
+#include <cctype>
+#include <optional>
+#include <vector>
 #include <nlohmann/json.hpp>
 #include <unordered_map>
 
@@ -20,6 +23,67 @@ const std::unordered_map<std::string, std::string>& english() {
   }();
   return table;
 }
+
+// Texts made from a template with numbers in it ("Mask %02d créé" → "Mask 02 créé") are found by
+// their shape: every run of digits stands for one integer field of the template, in order.
+constexpr char kField = '\x01';
+std::string shapeOfTemplate(const std::string& key, bool* hasField) {
+  std::string out;
+  for (std::size_t i = 0; i < key.size(); ++i) {
+    if (key[i] == '%') {
+      std::size_t j = i + 1;
+      while (j < key.size() && (std::isdigit(static_cast<unsigned char>(key[j])) || key[j] == '-')) ++j;
+      if (j < key.size() && (key[j] == 'd' || key[j] == 'i')) {
+        out += kField;
+        *hasField = true;
+        i = j;
+        continue;
+      }
+    }
+    out += key[i];
+  }
+  return out;
+}
+
+const std::unordered_map<std::string, std::string>& englishTemplates() {
+  static const auto table = [] {
+    std::unordered_map<std::string, std::string> map;
+    for (const auto& [key, value] : english()) {
+      bool field = false;
+      std::string shape = shapeOfTemplate(key, &field);
+      if (field) map.emplace(std::move(shape), value);
+    }
+    return map;
+  }();
+  return table;
+}
+
+std::optional<std::string> fromTemplate(std::string_view text) {
+  std::string shape;
+  std::vector<std::string> numbers;
+  for (std::size_t i = 0; i < text.size();) {
+    if (!std::isdigit(static_cast<unsigned char>(text[i]))) {
+      shape += text[i++];
+      continue;
+    }
+    std::size_t j = i;
+    while (j < text.size() && std::isdigit(static_cast<unsigned char>(text[j]))) ++j;
+    numbers.emplace_back(text.substr(i, j - i));
+    shape += kField;
+    i = j;
+  }
+  if (numbers.empty()) return std::nullopt;
+  const auto& templates = englishTemplates();
+  auto it = templates.find(shape);
+  if (it == templates.end()) return std::nullopt;
+  // The English template's fields take the numbers as the French text wrote them.
+  bool field = false;
+  const std::string target = shapeOfTemplate(it->second, &field);
+  std::string out;
+  std::size_t k = 0;
+  for (char c : target) out += (c == kField && k < numbers.size()) ? numbers[k++] : std::string(1, c);
+  return out;
+}
 }  // namespace
 
 void setInterfaceLanguage(AppLanguage lang) { gLanguage.store(lang); }
@@ -29,6 +93,7 @@ std::string translate(std::string_view key, AppLanguage lang) {
   if (lang == AppLanguage::english) {
     const auto& map = english();
     if (auto it = map.find(std::string(key)); it != map.end()) return it->second;
+    if (auto made = fromTemplate(key)) return *made;
   }
   return std::string(key);
 }

@@ -20,6 +20,14 @@ TEST(StringCatalogue, EnglishLookupFallsBackToTheFrenchKey) {
   EXPECT_EQ(translate("", AppLanguage::english), "");
 }
 
+TEST(StringCatalogue, TextsMadeFromNumberedTemplatesFindTheirEnglish) {
+  EXPECT_EQ(translate("Mask 02 créé", AppLanguage::english), "Mask 02 created");
+  EXPECT_EQ(translate("Mask 12 seul · double I pour revoir tous les masques", AppLanguage::english),
+            "Mask 12 alone · double I to see every mask again");
+  EXPECT_EQ(translate("Mask 02 créé", AppLanguage::french), "Mask 02 créé");
+  EXPECT_EQ(translate("Mask 02 perdu", AppLanguage::english), "Mask 02 perdu");  // no such template
+}
+
 TEST(StringCatalogue, EveryTableTextHasEnglish) {
   std::vector<std::string> missing;
   auto need = [&](const std::string& s) {
