@@ -371,6 +371,9 @@ public:
   void shapeClose(const Uuid& nodeID);
   void shapeClear(const Uuid& nodeID);
   void startEllipse(const Uuid& nodeID, Point at);
+  // A tracked mask made still where it stands at the current frame: its placement and, through
+  // the frame's homography, its shape are baked in, and the tracking data go.
+  void clearTrack(const Uuid& nodeID);
   // The tool of the viewer; the ellipse tool turns an inspected empty mask into an ellipse.
   void setRotoTool(RotoTool tool);
   // I: guides hidden or shown; twice quickly: one mask alone, or the viewer on the selection.

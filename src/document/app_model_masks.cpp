@@ -203,10 +203,49 @@ void AppModel::toggleMaskIsolate() {
   requestRender();
 }
 
+void AppModel::clearTrack(const Uuid& nodeID) {
+  const Node* n = nodeByID(nodeID);
+  if (!n) return;
+  const MaskKey k = key(resolved(*n));
+  std::optional<std::vector<double>> H;
+  if (!n->planarH.empty()) {
+    auto it = n->planarH.lower_bound(_currentFrame);  // this frame's, else the nearest key
+    if (it == n->planarH.end() || (it != n->planarH.begin() && it->first != _currentFrame &&
+                                   _currentFrame - std::prev(it)->first <= it->first - _currentFrame))
+      it = std::prev(it);
+    if (it->second.size() == 9) H = it->second;
+  }
+  editShape(nodeID, [&](Node& node) {
+    node.params["cx"] = k.cx, node.params["cy"] = k.cy, node.params["rx"] = k.rx, node.params["ry"] = k.ry;
+    node.params["rot"] = k.rot;
+    if (H && !node.shape.empty()) {
+      const auto& h = *H;
+      auto map = [&](Point p) {
+        double x = h[0] * p.x + h[1] * p.y + h[2], y = h[3] * p.x + h[4] * p.y + h[5];
+        const double w = h[6] * p.x + h[7] * p.y + h[8];
+        if (std::abs(w) > 1e-12) x /= w, y /= w;
+        return Point{x, y};
+      };
+      for (SplinePoint& s : node.shape) {
+        const Point p = map(s.p), in = map({s.p.x + s.inT.x, s.p.y + s.inT.y}), out = map({s.p.x + s.outT.x, s.p.y + s.outT.y});
+        s = {p, {in.x - p.x, in.y - p.y}, {out.x - p.x, out.y - p.y}};
+      }
+    }
+    node.planarH.clear();
+    node.track.clear();
+    node.trackOff.clear();
+    node.trackRef.reset();
+  });
+  roto.trackDots.clear();
+}
+
 std::optional<int> AppModel::shapeAddPoint(const Uuid& nodeID, Point at) {
   const Node* n = nodeByID(nodeID);
   if (!n) return std::nullopt;
-  // Tracks are cleared before a new shape is drawn on a tracked node once tracking exists.
+  if (n->shape.empty() && (!n->track.empty() || !n->planarH.empty())) {
+    clearTrack(nodeID);  // drawing anew on a tracked node starts from a still mask
+    n = nodeByID(nodeID);
+  }
   const MaskKey here = key(resolved(*n));
   const Point base = (n->shapeBase && !n->shape.empty()) ? toBase(*n, at) : at;
   int index = 0;
@@ -286,7 +325,9 @@ void AppModel::shapeClose(const Uuid& nodeID) {
 }
 
 void AppModel::shapeClear(const Uuid& nodeID) {
-  if (!nodeByID(nodeID)) return;
+  const Node* n = nodeByID(nodeID);
+  if (!n) return;
+  if (!n->track.empty() || !n->planarH.empty()) clearTrack(nodeID);
   editShape(nodeID, [](Node& node) {
     node.shape.clear();
     node.shapeClosed = false;
@@ -311,9 +352,10 @@ void AppModel::startEllipse(const Uuid& nodeID, Point at) {
 
 void AppModel::setRotoTool(RotoTool tool) {
   roto.rotoTool = tool;
-  if (tool != RotoTool::ellipse || !inspectedID) return;
-  if (const Node* n = nodeByID(*inspectedID); isMask(n) && n->shape.empty() && !n->ellipse)
-    editShape(*inspectedID, [](Node& node) { node.ellipse = true; });
+  const std::optional<Uuid> target = inspectedID ? inspectedID : rotoNode();
+  if (tool != RotoTool::ellipse || !target) return;
+  if (const Node* n = nodeByID(*target); isMask(n) && n->shape.empty() && !n->ellipse)
+    editShape(*target, [](Node& node) { node.ellipse = true; });
 }
 
 void AppModel::iKey() {
