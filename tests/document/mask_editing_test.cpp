@@ -169,6 +169,26 @@ TEST(MaskEditing, SeveralMasksKeepTheirEditsPortsAndStatus) {
   EXPECT_FALSE(r.m.roto.maskIsolate);
 }
 
+TEST(MaskEditing, ClearingATrackedShapeKeepsItWhereItIsSeen) {
+  Roto r;
+  r.square();
+  // A track and a homography shifting the normalised picture by (0.1, 0.05) at this frame.
+  Node& n = *r.m.nodeByID(r.mask);
+  n.track = {{0, MaskKey{55, 45, 20, 20, 0}}};
+  n.planarH = {{3, {1, 0, 0.1, 0, 1, 0.05, 0, 0, 1}}};
+  n.params["cx"] = 55, n.params["cy"] = 45;
+  r.m.clearTrack(r.mask);
+  EXPECT_TRUE(r.node().track.empty() && r.node().planarH.empty());
+  EXPECT_EQ(r.m.key(r.node()).cx, 55);
+  EXPECT_NEAR(r.node().shape[0].p.x, 0.3, 1e-12);  // the nearest homography key was applied
+  EXPECT_NEAR(r.node().shape[0].p.y, 0.25, 1e-12);
+  // Drawing anew on an emptied tracked mask starts from a still one.
+  r.m.nodeByID(r.mask)->track = {{0, MaskKey{50, 50, 20, 20, 0}}};
+  r.m.shapeClear(r.mask);
+  EXPECT_TRUE(r.node().shape.empty() && r.node().track.empty());
+  EXPECT_EQ(r.m.roto.rotoTool, RotoTool::bezier);
+}
+
 TEST(MaskEditing, IKeyHidesGuidesAndTwiceIsolatesTheMask) {
   Roto r;
   r.m.iKey();
