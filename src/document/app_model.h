@@ -444,6 +444,8 @@ private:
   std::optional<Scheduler::Token> inboxTimer_;
   double lastIKey_ = -1e9;
   void editShape(const Uuid& nodeID, const std::function<void(Node&)>& edit);
+  // `all` stored as the node's masks with mask `index` live in its fields; no point selected.
+  void activateMask(const Uuid& nodeID, const std::vector<GMask>& all, int index);
   std::unique_ptr<ForwardReaders> renderReaders_;
 };
 

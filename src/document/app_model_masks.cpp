@@ -60,12 +60,7 @@ void AppModel::editShape(const Uuid& nodeID, const std::function<void(Node&)>& e
   storedNodes();
 }
 
-void AppModel::selectMask(const Uuid& nodeID, int index) {
-  Node* n = nodeByID(nodeID);
-  if (_trackingProgress || !isMask(n)) return;
-  const std::vector<GMask> all = n->allMasks();
-  const int current = n->masks.empty() ? 0 : std::clamp(n->maskIndex, 0, int(all.size()) - 1);
-  if (index < 0 || index >= int(all.size()) || index == current) return;
+void AppModel::activateMask(const Uuid& nodeID, const std::vector<GMask>& all, int index) {
   editShape(nodeID, [&](Node& node) {
     node.masks = all;
     node.maskIndex = index;
@@ -74,6 +69,15 @@ void AppModel::selectMask(const Uuid& nodeID, int index) {
   roto.selectedPoint.reset();
   roto.selectedPoints.clear();
   roto.trackDots.clear();
+}
+
+void AppModel::selectMask(const Uuid& nodeID, int index) {
+  Node* n = nodeByID(nodeID);
+  if (_trackingProgress || !isMask(n)) return;
+  const std::vector<GMask> all = n->allMasks();
+  const int current = n->masks.empty() ? 0 : std::clamp(n->maskIndex, 0, int(all.size()) - 1);
+  if (index < 0 || index >= int(all.size()) || index == current) return;
+  activateMask(nodeID, all, index);
   _status = maskText("Mask %02d · double I : voir seulement ce masque", index);
 }
 
@@ -84,14 +88,7 @@ int AppModel::newMask(const Uuid& nodeID) {
   if (all.size() == 1 && all[0].shape.empty() && !all[0].ellipse) return 0;  // the empty mask is reused
   all.push_back(n->freshMask());
   const int index = int(all.size()) - 1;
-  editShape(nodeID, [&](Node& node) {
-    node.masks = all;
-    node.maskIndex = index;
-    node.loadMask(all[index]);
-  });
-  roto.selectedPoint.reset();
-  roto.selectedPoints.clear();
-  roto.trackDots.clear();
+  activateMask(nodeID, all, index);
   _status = maskText("Mask %02d créé", index);
   return index;
 }
