@@ -378,18 +378,7 @@ json nodeJ(const Node& n) {
   if (!n.masks.empty()) {
     // Every mask, the active one from the node's own fields (the stored copy of it is stale).
     json masks = json::array();
-    for (int i = 0; i < int(n.masks.size()); ++i) {
-      GMask m = n.masks[i];
-      if (i == n.maskIndex) {
-        m.track = n.track, m.pins = n.pins, m.trackOff = n.trackOff, m.trackRef = n.trackRef;
-        m.planarH = n.planarH, m.shape = n.shape, m.shapeClosed = n.shapeClosed, m.shapeBase = n.shapeBase;
-        m.ellipse = n.ellipse;
-        for (const char* k : {"cx", "cy", "rx", "ry", "rot", "feather", "invert", "blend", "trk_pos", "trk_rot",
-                              "trk_scale", "trk_skew", "trk_persp", "out"})
-          if (auto it = n.params.find(k); it != n.params.end()) m.params[k] = it->second;
-      }
-      masks.push_back(gmaskJ(m));
-    }
+    for (const GMask& m : n.allMasks()) masks.push_back(gmaskJ(m));
     j["masks"] = masks;
     j["maskIndex"] = n.maskIndex;
   }
