@@ -1,5 +1,6 @@
 // Keys of animated parameters: reading curves into resolved copies, and every key operation.
 #include <algorithm>
+#include <set>
 
 #include "document/app_model.h"
 #include "document/key_anim.h"
@@ -239,7 +240,13 @@ AppModel::Binding AppModel::binding(const Uuid& id, const std::string& key) {
       setKey(id, key, _currentFrame, value);
       return;
     }
-    // The AI refinement of a mask and tracked mask placements join here with their features.
+    // A tracked mask moves its whole track with the hand. The AI refinement of a mask joins here
+    // with the AI tools.
+    static const std::set<std::string> trackKeys = {"cx", "cy", "rx", "ry", "rot"};
+    if (!node->track.empty() && trackKeys.count(key)) {
+      setMaskParams(id, {{key, value}});
+      return;
+    }
     node->params[key] = value;
     nodesChanged();
   };

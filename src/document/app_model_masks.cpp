@@ -186,7 +186,12 @@ void AppModel::setMaskParams(const Uuid& nodeID, const std::map<std::string, dou
     });
     return;
   }
-  setParams(nodeID, values);
+  // An animated placement takes a key at this frame, as its slider would.
+  std::map<std::string, double> still;
+  for (const auto& [name, v] : values)
+    if (n->anim.count(name)) setKey(nodeID, name, _currentFrame, v);
+    else still[name] = v;
+  if (!still.empty()) setParams(nodeID, still);
 }
 
 void AppModel::toggleMaskIsolate() {

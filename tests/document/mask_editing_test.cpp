@@ -189,6 +189,26 @@ TEST(MaskEditing, ClearingATrackedShapeKeepsItWhereItIsSeen) {
   EXPECT_EQ(r.m.roto.rotoTool, RotoTool::bezier);
 }
 
+TEST(MaskEditing, AnimatedAndTrackedPlacementsFollowTheHand) {
+  Roto r;
+  r.m.setRotoTool(RotoTool::ellipse);  // the empty mask becomes an ellipse at the kind's placement
+  ASSERT_TRUE(r.node().ellipse);
+  r.m.toggleAnim(r.mask, "cx");
+  r.m._currentFrame = 10;
+  r.m.setRotoTool(RotoTool::select);
+  const double cx = r.m.key(r.m.resolved(r.node())).cx;
+  r.pull({cx / 100, 0.5}, {cx / 100 + 0.1, 0.5});  // inside the ellipse: the whole mask moves
+  ASSERT_EQ(r.node().anim.at("cx").size(), 2u);  // a key at frame 10
+  EXPECT_NEAR(r.m.key(r.m.resolved(r.node())).cx, cx + 10, 1e-9);
+  r.m._currentFrame = 0;
+  EXPECT_NEAR(r.m.key(r.m.resolved(r.node())).cx, cx, 1e-9);
+  // A tracked mask's slider shifts every tracked placement.
+  r.m.nodeByID(r.mask)->track = {{0, MaskKey{40, 50, 20, 20, 0}}, {5, MaskKey{45, 50, 20, 20, 0}}};
+  r.m.binding(r.mask, "cy").set(60);
+  EXPECT_EQ(r.node().track.at(5).cy, 60);
+  EXPECT_EQ(r.node().track.at(0).cy, 60);
+}
+
 TEST(MaskEditing, IKeyHidesGuidesAndTwiceIsolatesTheMask) {
   Roto r;
   r.m.iKey();
