@@ -20,6 +20,7 @@
 #include "graph/node.h"
 #include "graph/picture.h"
 #include "graph/uuid.h"
+#include "editorial/render_queue.h"
 #include "tracking/roto_state.h"
 
 namespace ombrik {
@@ -382,6 +383,29 @@ public:
   // selected one.
   std::optional<Uuid> rotoNode() const;
 
+  // ---- delivery: renders of frames to files, the queue, the Relais checkpoint
+  // (app_model_delivery.cpp, app_model_render_queue.cpp, app_model_relais.cpp); naming and the
+  // queue's rules live in src/editorial.
+  RenderState delivery;
+  // The world's graph at full size, frame by frame, into one movie or a numbered sequence in the
+  // output node's folder (asked for when it has none); one frame per turn of the main loop.
+  void renderSequence(const Uuid& nodeID);
+  bool chooseRenderFolder(const Uuid& nodeID);  // false: cancelled
+  void setRenderFolder(const Uuid& nodeID, const std::filesystem::path& url);
+  void exportPanel();  // Ctrl+E: the current frame at full size, to TIFF or PNG
+  void enqueueRender(const std::vector<Uuid>& batchIDs);
+  void runQueue();
+  void stopQueue();
+  void stopAllRenders();
+  void clearFinishedRenders();
+  std::filesystem::path queueFolder();  // the "renderQueueFolder" default, else data/Renders
+  void chooseQueueFolder();
+  void muxCache(const Uuid& nodeID);
+  void muxClear(const Uuid& nodeID);
+  int muxCachedCount(const Uuid& nodeID) const;
+  std::filesystem::path muxFolder(const Uuid& nodeID) const;  // data/Cache/<UUID>
+  std::optional<Uuid> outputNode() const;  // the open world's first output node
+
   // ---- the drop folder (app_model_inbox.cpp)
   std::filesystem::path inboxDir();
   void scanInbox();
@@ -443,6 +467,13 @@ private:
   double lastF4_ = -1e9;
   std::optional<Scheduler::Token> inboxTimer_;
   double lastIKey_ = -1e9;
+  struct FrameRun;
+  std::shared_ptr<FrameRun> frameRun_;
+  // The loop shared by renders and the Relais cache: readers from the first frame, full size,
+  // one frame evaluated and handed to `run.write` per turn, `run.close` at the end.
+  bool startFrameRun(std::shared_ptr<FrameRun> run);
+  void frameStep(int i);
+  void finishFrameRun(std::optional<std::string> error);
   void editShape(const Uuid& nodeID, const std::function<void(Node&)>& edit);
   // `all` stored as the node's masks with mask `index` live in its fields; no point selected.
   void activateMask(const Uuid& nodeID, const std::vector<GMask>& all, int index);

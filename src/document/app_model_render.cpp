@@ -39,7 +39,8 @@ void AppModel::recomputeComp() {
     }
   }
   const CompSize full = fullCompSize(base.width, base.height);
-  const double scale = playEvalScale ? *playEvalScale : _previewScale;  // playing evaluates at the cache size
+  // Renders work at full size; playing evaluates at the cache size.
+  const double scale = delivery.forceFullRes ? 1.0 : playEvalScale ? *playEvalScale : _previewScale;
   const int w = std::max(1, int(full.width * scale)), h = std::max(1, int(full.height * scale));
   if (engine) {
     engine->setComp(w, h, true);

@@ -39,6 +39,8 @@ public:
   // Several files at once; empty: cancelled.
   virtual std::vector<std::filesystem::path> openMany(const OpenPanel& panel) = 0;
   virtual int alert(const Alert& alert) = 0;  // the index of the button chosen
+  // A folder (the panel's types are ignored); none: cancelled.
+  virtual std::optional<std::filesystem::path> folder(const OpenPanel& panel) = 0;
 };
 
 // Answers from a script, in order; a panel with no answer left is cancelled, an alert gets its
@@ -66,6 +68,10 @@ public:
     auto answer = manyAnswers.front();
     manyAnswers.pop_front();
     return answer;
+  }
+  std::optional<std::filesystem::path> folder(const OpenPanel& panel) override {
+    openPanels.push_back(panel);
+    return next();
   }
   int alert(const Alert& a) override {
     alerts.push_back(a);

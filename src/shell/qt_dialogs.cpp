@@ -47,6 +47,13 @@ std::vector<std::filesystem::path> QtDialogs::openMany(const OpenPanel& panel) {
   return chosen;
 }
 
+std::optional<std::filesystem::path> QtDialogs::folder(const OpenPanel& panel) {
+  const QString dir = QFileDialog::getExistingDirectory(parent_, q(tr(panel.title)), q(panel.directory.string()),
+                                                        QFileDialog::ShowDirsOnly);
+  if (dir.isEmpty()) return std::nullopt;
+  return dir.toStdString();
+}
+
 int QtDialogs::alert(const Alert& a) {
   QMessageBox box(parent_);
   box.setText(q(a.title));

@@ -14,6 +14,7 @@ public:
   std::optional<std::filesystem::path> open(const OpenPanel& panel) override;
   std::vector<std::filesystem::path> openMany(const OpenPanel& panel) override;
   int alert(const Alert& alert) override;
+  std::optional<std::filesystem::path> folder(const OpenPanel& panel) override;
 
 private:
   QWidget* parent_;
