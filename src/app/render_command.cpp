@@ -9,6 +9,8 @@
 
 #include "document/app_model.h"
 #include "engine/engine.h"
+#include "media/movie_writer.h"
+#include "media/video_source.h"
 #include "platform/scheduler.h"
 
 namespace ombrik {
@@ -46,6 +48,41 @@ FrameField frameField(const std::string& pattern) {
   return f;
 }
 
+// Frames first..last (from 1) into one movie, encoded as they are evaluated.
+bool renderMovie(AppModel& model, const Uuid& outputID, const std::string& out, MovieCodec codec, double fps, int first,
+                 int last, std::ostream& err) {
+  std::string error;
+  model.recomputeComp();
+  const MovieSpec spec{codec, model.engine->compW, model.engine->compH, fps, 18};
+  auto writer = MovieWriter::open(out, spec, &error);
+  if (!writer) {
+    err << "ombrik render : " << error << std::endl;
+    return false;
+  }
+  for (int frame = first; frame <= last; ++frame) {
+    model._currentFrame = frame - 1;
+    model.loadVideoFrames(frame - 1);
+    model.performRender(true);
+    auto it = model.engine->outputs.find(outputID);
+    if (it == model.engine->outputs.end()) {
+      err << "ombrik render : la Sortie ne donne pas d'image à l'image " << frame << " (rien n'y est relié ?)" << std::endl;
+      return false;  // the writer goes without a trace
+    }
+    const std::vector<float> pixels = model.engine->readPixels(it->second);
+    if (pixels.empty() || !writer->append(pixels.data(), &error)) {
+      err << "ombrik render : " << (error.empty() ? std::string("image illisible") : error) << std::endl;
+      return false;
+    }
+    err << "image " << frame << " (" << (frame - first + 1) << "/" << (last - first + 1) << ")" << std::endl;
+  }
+  if (!writer->finish(&error)) {
+    err << "ombrik render : " << error << std::endl;
+    return false;
+  }
+  err << "film écrit : " << out << std::endl;
+  return true;
+}
+
 }  // namespace
 
 std::string RenderCommand::fileFor(const std::string& pattern, int frame) {
@@ -63,6 +100,8 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
   };
   std::string project, world, out;
   int first = 1, last = 1;
+  bool rangeGiven = false;
+  std::optional<MovieCodec> codecHint;
   double scale = 1;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
@@ -81,6 +120,11 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
       auto b1 = v && dash != std::string::npos ? toInt(v->substr(dash + 1)) : a1;
       if (!a1 || !b1 || *a1 < 1 || *b1 < *a1) return fail("--frames attend A-B, de 1 à la dernière image (ex. 1-48)");
       first = *a1, last = *b1;
+      rangeGiven = true;
+    } else if (a == "--codec") {
+      auto v = value();
+      codecHint = v ? movieCodecNamed(*v) : std::nullopt;
+      if (!codecHint) return fail("--codec attend prores4444, prores422hq ou h264");
     } else if (a == "--scale") {
       auto v = value();
       try {
@@ -100,13 +144,18 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
     }
   }
   if (project.empty() || out.empty())
-    return fail("usage : ombrik render PROJET.tarvom [--world NOM] [--frames A-B] [--scale S] --out MOTIF");
-  if (last > first && frameField(out).at == std::string::npos)
+    return fail("usage : ombrik render PROJET.tarvom [--world NOM] [--frames A-B] [--scale S] [--codec C] --out SORTIE\n"
+                "  SORTIE : un film (.mov ProRes 4444 ou, avec --codec, prores422hq ou h264 ; .mp4 H.264), ou un motif\n"
+                "  d'images PNG, TIFF ou EXR avec %d ou %05d. Les images se comptent depuis 1, comme sur la timeline ;\n"
+                "  %d reçoit ce numéro. Un film prend tout le monde quand --frames manque.");
+  const std::optional<MovieCodec> movie = movieCodecFor(out, codecHint);
+  if (codecHint && !movie) return fail("--codec ne vaut que pour un film (.mov ou .mp4)");
+  if (!movie && last > first && frameField(out).at == std::string::npos)
     return fail("le motif de sortie doit contenir %d ou %05d pour numéroter les images");
   std::string ext = fs::path(out).extension().string();
   std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return char(std::tolower(c)); });
-  if (ext != ".png" && ext != ".tif" && ext != ".tiff" && ext != ".exr")
-    return fail("format de sortie inconnu (PNG, TIFF ou EXR) : " + fs::path(out).filename().string());
+  if (!movie && ext != ".png" && ext != ".tif" && ext != ".tiff" && ext != ".exr")
+    return fail("format de sortie inconnu (film .mov/.mp4, ou images PNG, TIFF, EXR) : " + fs::path(out).filename().string());
 
   auto scheduler = std::make_shared<ManualScheduler>();
   AppModel model(AppModel::Options{.installed = false, .blankStart = true, .withEngine = true, .scheduler = scheduler});
@@ -126,6 +175,11 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
   const Uuid outputID = output->id;
   model._previewScale = scale;
 
+  if (movie) {
+    VideoSource* video = model.activeVideo();
+    if (!rangeGiven) first = 1, last = std::max(1, video ? model.batchFrames(*video) : model._frameCount);
+    return renderMovie(model, outputID, out, *movie, video ? video->fps() : model._fps, first, last, err) ? 0 : 1;
+  }
   const int count = last - first + 1;
   for (int frame = first; frame <= last; ++frame) {
     model._currentFrame = frame - 1;

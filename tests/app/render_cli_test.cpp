@@ -12,6 +12,8 @@
 #include "../platform/temp_dir.h"
 #include "app/render_command.h"
 #include "document/project_file.h"
+#include "engine/half_float.h"
+#include "media/frame_reader.h"
 
 namespace fs = std::filesystem;
 using namespace ombrik;
@@ -52,9 +54,10 @@ std::vector<float> readImage(const fs::path& path) {
 
 }  // namespace
 
-TEST(RenderCli, AnimatedColourFollowsItsCurveFrameByFrame) {
-  TempDir dir;
-  const fs::path source = dir.path / "plate.tif";
+// A project whose world "Plan_01" grades a flat plate with an exposure going from -1 at frame 1 to
+// +1 at frame 3, beside a world with nothing wired.
+fs::path writeColourProject(const fs::path& dir) {
+  const fs::path source = dir / "plate.tif";
   writeSource(source, 0.4f, 0.3f, 0.2f);
 
   ProjectFile f;
@@ -77,9 +80,14 @@ TEST(RenderCli, AnimatedColourFollowsItsCurveFrameByFrame) {
   other.nodes = {out};
   other.edges.clear();
   f.batches = {other, w};
-  const fs::path project = dir.path / "film.tarvom";
+  const fs::path project = dir / "film.tarvom";
   std::ofstream(project) << *ProjectCodec::encode(f);
+  return project;
+}
 
+TEST(RenderCli, AnimatedColourFollowsItsCurveFrameByFrame) {
+  TempDir dir;
+  const fs::path project = writeColourProject(dir.path);
   const fs::path pattern = dir.path / "rendu" / "out_%05d.tif";
   const Result r = render({QString::fromStdString(project.string()), "--world", "Plan_01", "--frames", "1-3", "--out",
                            QString::fromStdString(pattern.string())});
@@ -127,6 +135,41 @@ TEST(RenderCli, AClipRendersFrameByFrame) {
     for (std::size_t i = 1; i < px.size(); i += 4) sum += px[i];
     EXPECT_EQ(test::frameOfGrey(sum / double(px.size() / 4) * 255.0), frame - 1) << "image " << frame;
   }
+}
+
+TEST(RenderCli, MoviesCarryEveryFrameOfTheRange) {
+  TempDir dir;
+  const fs::path project = writeColourProject(dir.path);
+  struct Case {
+    const char* file;
+    QStringList extra;
+    const char* codec;
+  };
+  const Case cases[] = {{"film.mov", {}, "prores"}, {"film.mp4", {}, "h264"}, {"hq.mov", {"--codec", "prores422hq"}, "prores"}};
+  for (const Case& c : cases) {
+    const fs::path movie = dir.path / c.file;
+    const Result r = render(QStringList{QString::fromStdString(project.string()), "--world", "Plan_01", "--frames", "1-3",
+                                        "--out", QString::fromStdString(movie.string())} + c.extra);
+    ASSERT_EQ(r.code, 0) << r.err;
+    auto reader = FrameReader::open(movie);
+    ASSERT_TRUE(reader) << c.file;
+    EXPECT_EQ(reader->info().frames, 3) << c.file;
+    // Each frame brighter than the last, as the exposure curve rises.
+    double last = -1;
+    for (int f = 0; f < 3; ++f) {
+      const auto picture = reader->read(f);
+      ASSERT_TRUE(picture) << c.file << " frame " << f;
+      const double red = halfToFloat((*picture->rgba)[(2 * picture->width + 3) * 4]);
+      const float want = test::colourAtDefaults({0.4f, 0.3f, 0.2f}, -1.0f + float(f))[0];
+      EXPECT_NEAR(red, want, 0.02) << c.file << " frame " << f;
+      EXPECT_GT(red, last);
+      last = red;
+    }
+  }
+  const Result bad = render({QString::fromStdString(project.string()), "--codec", "h264", "--out",
+                             QString::fromStdString((dir.path / "x_%d.png").string())});
+  EXPECT_NE(bad.code, 0);
+  EXPECT_NE(bad.err.find("--codec ne vaut que pour un film"), std::string::npos) << bad.err;
 }
 
 TEST(RenderCli, ClearMessagesAndNoFilesOnBadRequests) {
