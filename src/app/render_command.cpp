@@ -146,8 +146,9 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
   if (project.empty() || out.empty())
     return fail("usage : ombrik render PROJET.tarvom [--world NOM] [--frames A-B] [--scale S] [--codec C] --out SORTIE\n"
                 "  SORTIE : un film (.mov ProRes 4444 ou, avec --codec, prores422hq ou h264 ; .mp4 H.264), ou un motif\n"
-                "  d'images PNG, TIFF ou EXR avec %d ou %05d. Les images se comptent depuis 1, comme sur la timeline ;\n"
-                "  %d reçoit ce numéro. Un film prend tout le monde quand --frames manque.");
+                "  d'images PNG, TIFF ou EXR avec %d ou %05d. --frames compte depuis 1, comme la timeline ; les fichiers\n"
+                "  sont numérotés depuis 0, comme les séquences rendues par l'application (image 1 → 00000).\n"
+                "  Un film prend tout le monde quand --frames manque.");
   const std::optional<MovieCodec> movie = movieCodecFor(out, codecHint);
   if (codecHint && !movie) return fail("--codec ne vaut que pour un film (.mov ou .mp4)");
   if (!movie && last > first && frameField(out).at == std::string::npos)
@@ -188,7 +189,7 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
     auto it = model.engine->outputs.find(outputID);
     if (it == model.engine->outputs.end())
       return fail("la Sortie ne donne pas d'image à l'image " + std::to_string(frame) + " (rien n'y est relié ?)");
-    const std::string file = fileFor(out, frame);
+    const std::string file = fileFor(out, frame - 1);  // files count from 0, as the desktop's sequences
     std::error_code ec;
     if (const auto dir = fs::path(file).parent_path(); !dir.empty()) fs::create_directories(dir, ec);
     std::string error;

@@ -151,8 +151,17 @@ void AppModel::renderSequence(const Uuid& nodeID) {
     std::string why;
     if (!writer->finish(&why)) error = why;
   };
-  run->ended = [this, target](const std::optional<std::string>& error) {
-    if (error) return "Rendu interrompu : " + *error;
+  run->ended = [this, target, movie = bool(writer), ext = format.extension](const std::optional<std::string>& error) {
+    if (error) {
+      // Say what is left: a stopped movie leaves no file, a stopped sequence the frames it made.
+      int kept = 0;
+      std::error_code ec;
+      for (fs::directory_iterator it(target, ec), end; !movie && !ec && it != end; it.increment(ec)) ++kept;
+      return "Rendu interrompu : " + *error +
+             (movie ? std::string(" · aucun film écrit")
+                    : " · " + std::to_string(kept) + " image" + (kept > 1 ? "s" : "") + " gardée" + (kept > 1 ? "s" : "") +
+                          " dans " + target.filename().string() + "/");
+    }
     delivery.lastRender = target;
     return "Rendu terminé : " + target.filename().string();
   };

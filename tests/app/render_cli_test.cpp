@@ -94,7 +94,7 @@ TEST(RenderCli, AnimatedColourFollowsItsCurveFrameByFrame) {
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_NE(r.err.find("image 2 (2/3)"), std::string::npos) << r.err;  // one progress line a frame
   for (int frame = 1; frame <= 3; ++frame) {
-    const auto px = readImage(RenderCommand::fileFor(pattern.string(), frame));
+    const auto px = readImage(RenderCommand::fileFor(pattern.string(), frame - 1));  // files count from 0
     ASSERT_EQ(px.size(), 8u * 4 * 4) << frame;
     const float exposure = -1.0f + float(frame - 1);  // linear from -1 at frame 1 to +1 at frame 3
     const auto want = test::colourAtDefaults({0.4f, 0.3f, 0.2f}, exposure);
@@ -129,7 +129,7 @@ TEST(RenderCli, AClipRendersFrameByFrame) {
     ASSERT_EQ(r.code, 0) << r.err;
   }
   for (int frame : {2, 3, 12, 13, 14, 15, 16, 17}) {
-    const auto px = readImage(RenderCommand::fileFor(pattern.string(), frame));
+    const auto px = readImage(RenderCommand::fileFor(pattern.string(), frame - 1));  // files count from 0
     ASSERT_EQ(px.size(), std::size_t(test::kClipW) * test::kClipH * 4) << frame;
     double sum = 0;
     for (std::size_t i = 1; i < px.size(); i += 4) sum += px[i];

@@ -120,7 +120,8 @@ TEST(RenderDelivery, CancelledMoviesLeaveNothingSequencesKeepTheirFrames) {
     s.clock->postAfter(0.035, [&] { s.m->stopAllRenders(); });
     s.finish();
     s.clock->jobSeconds = 0;
-    EXPECT_EQ(s.m->_status, "Rendu interrompu : annulé");
+    EXPECT_EQ(s.m->_status, format == 0 ? "Rendu interrompu : annulé · aucun film écrit"
+                                        : "Rendu interrompu : annulé · 3 images gardées dans Plan/");
   }
   const auto names = s.files();
   ASSERT_FALSE(names.empty());
