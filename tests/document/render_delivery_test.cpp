@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 
 #include "../platform/temp_dir.h"
@@ -187,4 +188,23 @@ TEST(RenderDelivery, BadFoldersExportAndRelais) {
   EXPECT_TRUE(fs::exists(s.m->muxFolder(mux) / "00002.tif"));
   s.m->muxClear(mux);
   EXPECT_EQ(s.m->muxCachedCount(mux), 0);
+}
+
+TEST(RenderDelivery, AFullDiskStopsTheMovieAndLeavesNoFile) {
+  Studio s;
+  ASSERT_TRUE(s.m->engine) << s.m->_status;
+  fs::create_directories(s.out);
+  // A small disk of its own: needs the right to mount, as a CI machine running as root has.
+  if (std::system(("mount -t tmpfs -o size=96k tmpfs '" + s.out.string() + "' 2>/dev/null").c_str()) != 0)
+    GTEST_SKIP() << "no tmpfs can be mounted here";
+  struct Unmount {
+    fs::path at;
+    ~Unmount() { (void)std::system(("umount '" + at.string() + "'").c_str()); }
+  } unmount{s.out};
+  s.world("Plein", 400);
+  s.m->renderSequence(*s.m->outputNode());
+  s.finish();
+  EXPECT_EQ(s.m->_status.rfind("Rendu interrompu : Impossible d'écrire le film : ", 0), 0u) << s.m->_status;
+  EXPECT_NE(s.m->_status.find("aucun film écrit"), std::string::npos) << s.m->_status;
+  EXPECT_TRUE(s.files().empty());
 }
