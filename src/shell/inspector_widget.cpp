@@ -12,6 +12,7 @@
 
 #include "document/app_model.h"
 #include "shell/param_row.h"
+#include "shell/render_section.h"
 #include "shell/shown_text.h"
 
 namespace ombrik {
@@ -91,6 +92,8 @@ InspectorWidget::InspectorWidget(AppModel& model, QWidget* parent) : QWidget(par
   rows_ = new QWidget(scroll);
   rowsLayout_ = new QVBoxLayout(rows_);
   rowsLayout_->setContentsMargins(0, 6, 0, 0);
+  render_ = new RenderSection(model_, rows_);
+  rowsLayout_->addWidget(render_);
   rowsLayout_->addStretch(1);
   scroll->setWidget(rows_);
   column->addWidget(scroll, 1);
@@ -130,7 +133,7 @@ void InspectorWidget::rebuild() {
   const std::vector<ParamSpec> specs = n->kind->params;  // rows keep their own copy
   for (const auto& spec : specs) {
     auto* r = new ParamRow(model_, id, spec, rows_);
-    rowsLayout_->insertWidget(rowsLayout_->count() - 1, r);
+    rowsLayout_->insertWidget(rowsLayout_->indexOf(render_), r);
     rowList_.push_back(r);
   }
 }
@@ -144,6 +147,7 @@ void InspectorWidget::refresh() {
   }
   refreshHeader(n);
   refreshMaskTabs(n);
+  render_->refresh(n);
   if (!n) return;
   if (n->params == shownParams_ && n->anim == shownAnim_ && model_._currentFrame == shownFrame_) return;
   shownParams_ = n->params;

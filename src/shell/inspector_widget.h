@@ -2,6 +2,7 @@
 // The settings of one node: the node the panel is locked on, else the inspected node, else the
 // selected one. Rows are built when that node changes and only re-read when its values or the
 // time change. A mask node shows a tab per mask above its rows; the rows edit the active mask.
+// The output and Relais nodes show their render section under the rows.
 #include <QWidget>
 #include <map>
 #include <optional>
@@ -21,6 +22,7 @@ namespace ombrik {
 
 class AppModel;
 class ParamRow;
+class RenderSection;
 struct Node;
 
 class InspectorWidget : public QWidget {
@@ -47,6 +49,7 @@ private:
   QTabBar* maskTabs_ = nullptr;
   QWidget* rows_ = nullptr;
   QVBoxLayout* rowsLayout_ = nullptr;
+  RenderSection* render_ = nullptr;
   std::vector<ParamRow*> rowList_;
   // What the rows show, so an unchanged node costs a comparison and no widget work.
   std::map<std::string, double> shownParams_;

@@ -6,6 +6,7 @@
 
 #include "document/app_model.h"
 #include "platform/app_language.h"
+#include "shell/render_section.h"
 #include "shell/shown_text.h"
 #include "shell/viewer_widget.h"
 
@@ -37,11 +38,13 @@ std::vector<std::pair<T, QAction*>> MainMenus::choices(QMenu* menu, std::initial
   return out;
 }
 
-MainMenus::MainMenus(QMainWindow& window, AppModel& model, ViewerWidget& viewer) : QObject(&window), model_(model) {
+MainMenus::MainMenus(QMainWindow& window, AppModel& model, ViewerWidget& viewer, std::function<void()> showQueue)
+    : QObject(&window), model_(model) {
   fileMenu(window);
   editMenu(window);
   viewMenu(window, viewer);
   worldsMenu(window);
+  renderMenu(window, std::move(showQueue));
   languageMenu(window);
   refresh();
 }
@@ -54,6 +57,7 @@ void MainMenus::fileMenu(QMainWindow& window) {
   entry(m, "Enregistrer sous…", QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S), this, [this] { model_.saveProjectAs(); });
   m->addSeparator();
   entry(m, "Importer des médias…", QKeySequence(Qt::CTRL | Qt::Key_I), this, [this] { model_.importPanel(); });
+  entry(m, "Exporter l'image…", QKeySequence(Qt::CTRL | Qt::Key_E), this, [this] { model_.exportPanel(); });
   m->addSeparator();
   entry(m, "Quitter", QKeySequence::Quit, this, [&window] { window.close(); });
 }
@@ -123,6 +127,28 @@ void MainMenus::worldsMenu(QMainWindow& window) {
   });
 }
 
+void MainMenus::renderMenu(QMainWindow& window, std::function<void()> showQueue) {
+  QMenu* m = window.menuBar()->addMenu(shown("Rendus"));
+  renderWorld_ = entry(m, "Rendre le monde", {}, this, [this] {
+    if (auto out = model_.outputNode()) model_.renderSequence(*out);
+  });
+  queueWorld_ = entry(m, "Ajouter à la file de rendu", {}, this, [this] {
+    if (model_._currentBatchID) model_.enqueueRender({*model_._currentBatchID});
+  });
+  entry(m, "Ajouter tous les mondes à la file de rendu", {}, this, [this] {
+    std::vector<Uuid> worlds;
+    for (const Batch& b : model_._batches)
+      if (!b.placeholder) worlds.push_back(b.id);
+    model_.enqueueRender(worlds);
+  });
+  entry(m, "File de rendu…", {}, this, std::move(showQueue));
+  m->addSeparator();
+  stopRenders_ = entry(m, "Arrêter les rendus", {}, this, [this] { model_.stopAllRenders(); });
+  showLast_ = entry(m, "Afficher le dernier rendu", {}, this, [this] {
+    if (model_.delivery.lastRender) revealRender(*model_.delivery.lastRender);
+  });
+}
+
 void MainMenus::languageMenu(QMainWindow& window) {
   QMenu* m = window.menuBar()->addMenu(shown("Langue"));
   // Each language is named in itself, so that anyone can find their own.
@@ -141,6 +167,10 @@ void MainMenus::refresh() {
   for (const auto& [style, action] : styles_) action->setChecked(model_._compareStyle == style);
   const int side = std::max(0, model_.playMaxSide());
   for (const auto& [s, action] : playSizes_) action->setChecked(s == side);
+  renderWorld_->setEnabled(!model_.rendering && model_.outputNode());
+  queueWorld_->setEnabled(model_._currentBatchID.has_value());
+  stopRenders_->setEnabled(model_.rendering || renderqueue::count(model_.delivery.renderQueue, RenderJob::State::waiting) > 0);
+  showLast_->setEnabled(model_.delivery.lastRender.has_value());
 }
 
 }  // namespace ombrik

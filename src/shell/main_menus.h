@@ -1,5 +1,6 @@
 #pragma once
-// The menu bar: file, edit, view, worlds and language. Every entry calls one model operation.
+// The menu bar: file, edit, view, worlds, render and language. Every entry calls one model
+// operation, or opens a panel of the window.
 #include <QObject>
 #include <functional>
 #include <initializer_list>
@@ -17,8 +18,9 @@ class ViewerWidget;
 
 class MainMenus : public QObject {
 public:
-  MainMenus(QMainWindow& window, AppModel& model, ViewerWidget& viewer);
-  void refresh();  // ticks the settings in force
+  // `showQueue` opens the render queue's panel.
+  MainMenus(QMainWindow& window, AppModel& model, ViewerWidget& viewer, std::function<void()> showQueue);
+  void refresh();  // ticks the settings in force, greys what can't be done now
 
 private:
   void fileMenu(QMainWindow& window);
@@ -27,6 +29,7 @@ private:
   void compareMenu(QMenu* view);
   void playSizeMenu(QMenu* view);
   void worldsMenu(QMainWindow& window);
+  void renderMenu(QMainWindow& window, std::function<void()> showQueue);
   void languageMenu(QMainWindow& window);
   template <typename T>
   std::vector<std::pair<T, QAction*>> choices(QMenu* menu, std::initializer_list<std::pair<T, const char*>> items,
@@ -38,6 +41,10 @@ private:
   QAction* compare_ = nullptr;
   std::vector<std::pair<int, QAction*>> styles_;
   std::vector<std::pair<int, QAction*>> playSizes_;
+  QAction* renderWorld_ = nullptr;
+  QAction* queueWorld_ = nullptr;
+  QAction* stopRenders_ = nullptr;
+  QAction* showLast_ = nullptr;
 };
 
 }  // namespace ombrik

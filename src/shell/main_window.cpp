@@ -1,17 +1,24 @@
 #include "shell/main_window.h"
 
 #include <QAction>
+#include <QCloseEvent>
 #include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
 #include <QSplitter>
 #include <QStatusBar>
 #include <QTimer>
 #include <QVBoxLayout>
+#include <algorithm>
+#include <cmath>
 
 #include "document/app_model.h"
 #include "shell/curve_editor_widget.h"
 #include "shell/inspector_widget.h"
 #include "shell/main_menus.h"
 #include "shell/node_editor.h"
+#include "shell/qt_dialogs.h"
+#include "shell/render_queue_panel.h"
 #include "shell/roto_tool_bar.h"
 #include "shell/shown_text.h"
 #include "shell/transport_bar.h"
@@ -61,11 +68,25 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent) : QMainWindow(parent), 
   world_->setObjectName("worldName");
   world_->setAlignment(Qt::AlignCenter);
   statusBar()->addWidget(status_, 1);
+  // A render's progress and its stop, shown only while it runs.
+  progress_ = new QProgressBar(this);
+  progress_->setObjectName("renderProgress");
+  progress_->setRange(0, 1000);
+  progress_->setTextVisible(false);
+  progress_->setFixedWidth(180);
+  cancelRender_ = new QPushButton(shown("Annuler le rendu"), this);
+  cancelRender_->setObjectName("cancelRender");
+  connect(cancelRender_, &QPushButton::clicked, this, [this] { model_.stopAllRenders(); });
+  statusBar()->addPermanentWidget(progress_);
+  statusBar()->addPermanentWidget(cancelRender_);
+  progress_->hide();
+  cancelRender_->hide();
   statusBar()->addPermanentWidget(world_);
+  dialogs_ = std::make_shared<QtDialogs>(this);
 
   // A node dragged from the graph onto the picture is shown there.
   nodeEditor_->setShowTarget(viewer_, [this](bool over) { viewer_->setDropHint(over); });
-  menus_ = new MainMenus(*this, model_, *viewer_);
+  menus_ = new MainMenus(*this, model_, *viewer_, [this] { showRenderQueue(); });
   resize(1280, 800);
   columns->setSizes({910, 370});
   left->setSizes({470, 330});
@@ -96,6 +117,37 @@ void MainWindow::toggleCurveEditor() {
   curves_->refresh();
 }
 
+RenderQueuePanel* MainWindow::showRenderQueue() {
+  if (!queue_) queue_ = new RenderQueuePanel(model_, this);
+  queue_->show();
+  queue_->raise();
+  queue_->activateWindow();
+  queue_->refresh();
+  return queue_;
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+  if (model_.rendering && dialogs_) {
+    const Alert ask{shown("Un rendu est en cours. Quitter l'arrête.").toStdString(), "",
+                    {shown("Continuer le rendu").toStdString(), shown("Quitter").toStdString()}};
+    if (dialogs_->alert(ask) == 0) {
+      event->ignore();
+      return;
+    }
+    model_.stopAllRenders();  // an unfinished movie is removed with its writer
+  }
+  QMainWindow::closeEvent(event);
+}
+
+void MainWindow::refreshProgress() {
+  const std::optional<double> progress = model_.delivery.renderProgress;
+  if (progress_->isHidden() == progress.has_value()) {
+    progress_->setVisible(progress.has_value());
+    cancelRender_->setVisible(progress.has_value());
+  }
+  if (progress) progress_->setValue(int(std::lround(std::clamp(*progress, 0.0, 1.0) * 1000)));
+}
+
 QString MainWindow::worldName() const {
   const Batch* world = model_.currentBatch();
   return world ? QString::fromStdString(world->name) : QString();
@@ -115,6 +167,8 @@ void MainWindow::refresh() {
   nodeEditor_->refresh();
   if (curves_->isVisible()) curves_->refresh();
   menus_->refresh();
+  refreshProgress();
+  if (queue_) queue_->refresh();
 }
 
 }  // namespace ombrik

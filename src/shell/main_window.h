@@ -1,12 +1,15 @@
 #pragma once
 // The main window: viewer and transport over the node editor, the inspector beside them, the
-// status line below. It only places the widgets and keeps them in step with the model.
+// status line below, with a render's progress while one runs. It only places the widgets and
+// keeps them in step with the model.
 #include <QMainWindow>
-
-class QSplitter;
+#include <memory>
 #include <string>
 
 class QLabel;
+class QProgressBar;
+class QPushButton;
+class QSplitter;
 class QTimer;
 
 namespace ombrik {
@@ -20,6 +23,8 @@ class TransportBar;
 class ViewerWidget;
 
 class CurveEditorWidget;
+class Dialogs;
+class RenderQueuePanel;
 
 class MainWindow : public QMainWindow {
 public:
@@ -34,8 +39,19 @@ public:
   NodeEditor* nodeEditor() const { return nodeEditor_; }
   CurveEditorWidget* curveEditor() const { return curves_; }
   void toggleCurveEditor();
+  RenderQueuePanel* showRenderQueue();
+  RenderQueuePanel* renderQueue() const { return queue_; }  // none until first opened
+  QProgressBar* renderProgress() const { return progress_; }
+  // Where the window asks its questions (the desktop's alerts unless set).
+  void setDialogs(std::shared_ptr<Dialogs> dialogs) { dialogs_ = std::move(dialogs); }
+
+protected:
+  // A render running is not left without asking; quitting stops it.
+  void closeEvent(QCloseEvent* event) override;
 
 private:
+  void refreshProgress();
+
   AppModel& model_;
   QLabel* world_ = nullptr;
   QLabel* status_ = nullptr;
@@ -49,6 +65,10 @@ private:
   QSplitter* left_ = nullptr;
   MainMenus* menus_ = nullptr;
   QTimer* ticker_ = nullptr;
+  QProgressBar* progress_ = nullptr;
+  QPushButton* cancelRender_ = nullptr;
+  RenderQueuePanel* queue_ = nullptr;
+  std::shared_ptr<Dialogs> dialogs_;
 };
 
 }  // namespace ombrik

@@ -1,14 +1,18 @@
 // Screenshots of the whole window, taken on a real X server (Xvfb) and saved for people to look
-// at: the example world, an imported clip with its curve editor, the wipe comparison, and the mask
-// tools with a drawn shape in each language.
+// at: the example world, an imported clip with its curve editor, the wipe comparison, the mask
+// tools with a drawn shape and a render under way with its queue, in each language.
 #include <gtest/gtest.h>
 
 #include <QDir>
+#include <QPainter>
+#include <QProgressBar>
+#include <QPushButton>
 #include <QStyle>
 #include <QStyleFactory>
 #include <QTabBar>
 #include <QToolButton>
 #include <QTest>
+#include <QTreeWidget>
 #include <cstdlib>
 
 #include "../platform/temp_dir.h"
@@ -16,6 +20,7 @@
 #include "../shell/shell_app.h"
 #include "document/app_model.h"
 #include "engine/engine.h"
+#include "engine/source_picture.h"
 #include "media/video_source.h"
 #include "platform/scheduler.h"
 #include "platform/string_catalogue.h"
@@ -23,6 +28,7 @@
 #include "shell/dark_theme.h"
 #include "shell/inspector_widget.h"
 #include "shell/main_window.h"
+#include "shell/render_queue_panel.h"
 #include "shell/roto_overlay.h"
 #include "shell/roto_tool_bar.h"
 #include "shell/viewer_widget.h"
@@ -239,3 +245,89 @@ void screenshotOfTheMaskTools(AppLanguage language, const char* file) {
 TEST(MainWindow, ScreenshotOfTheMaskToolsInFrench) { screenshotOfTheMaskTools(AppLanguage::french, "roto_fr.png"); }
 
 TEST(MainWindow, ScreenshotOfTheMaskToolsInEnglish) { screenshotOfTheMaskTools(AppLanguage::english, "roto_en.png"); }
+
+namespace {
+// The example world rendering as the second of three queued worlds: the bar in the status line,
+// the output node's render section, and the queue panel over the graph with a world done, the
+// one running and one waiting.
+void screenshotOfARender(AppLanguage language, const char* file) {
+  QApplication& app = test::shellApp();
+  const QString oldStyle = app.style()->name();
+  const QPalette oldPalette = app.palette();
+  const AppLanguage oldLanguage = interfaceLanguage();
+  setInterfaceLanguage(language);
+  applyDarkTheme(app);
+  TempDir dir;
+  auto clock = std::make_shared<ManualScheduler>();
+  AppModel model(AppModel::Options{.scheduler = clock, .defaultsFile = (dir.path / "defaults.conf").string(),
+                                   .dataDir = dir.path / "data"});
+  ASSERT_TRUE(model.engine) << model._status;
+  const Uuid example = *model._currentBatchID;
+  std::vector<Uuid> worlds;
+  for (const char* name : {"Plan_010", "Plan_030"}) {
+    worlds.push_back(model.makeWorld(*model.addMedia(SampleImage::make(64, 36), name), name));
+    model.openBatch(worlds.back());
+    model.setRenderFolder(*model.outputNode(), dir.path / "Rendus");
+  }
+  auto advanceUntil = [&](auto done) {
+    for (int i = 0; i < 5000 && !done(); ++i) clock->advance(0.005);
+  };
+  clock->jobSeconds = 0.01;  // one frame per step of half that
+  model.enqueueRender({worlds[0]});
+  advanceUntil([&] { return !model.rendering; });
+  // The example world renders at full size, a second a frame on the processor: a short shot of it.
+  model.openBatch(example);
+  model._frameCount = 12;
+  model.setRenderFolder(*model.outputNode(), dir.path / "Rendus");
+  model.enqueueRender({example, worlds[1]});
+  advanceUntil([&] { return model.delivery.renderProgress > 0.3; });
+  ASSERT_EQ(model._currentBatchID, example);
+  model.inspectedID = model.outputNode();
+  model.select(*model.outputNode());
+
+  MainWindow window(model);
+  window.resize(1280, 800);
+  window.show();
+  ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+  RenderQueuePanel* panel = window.showRenderQueue();
+  panel->resize(620, 250);
+  ASSERT_TRUE(QTest::qWaitForWindowExposed(panel));
+  window.refresh();
+  QCoreApplication::processEvents();
+  window.refresh();
+
+  // The panel is a window of its own: it is laid over the window's picture where it would stand.
+  QImage shot = window.grab().toImage();
+  const QImage over = panel->grab().toImage();
+  const QPoint at(24, shot.height() - over.height() - 60);
+  QPainter paint(&shot);
+  paint.drawImage(at, over);
+  paint.setPen(QColor(0x55, 0x55, 0x5c));
+  paint.drawRect(QRect(at, over.size()).adjusted(-1, -1, 0, 0));
+  paint.end();
+  EXPECT_TRUE(saveScreenshot(shot, file));
+
+  EXPECT_FALSE(window.renderProgress()->isHidden());
+  EXPECT_GT(window.renderProgress()->value(), 300);
+  const bool english = language == AppLanguage::english;
+  auto* button = window.inspector()->findChild<QPushButton*>("renderShot");
+  ASSERT_NE(button, nullptr);
+  EXPECT_TRUE(button->isVisible());
+  EXPECT_EQ(button->text(), english ? "Cancel render" : "Annuler le rendu");
+  QTreeWidget* jobs = panel->jobs();
+  ASSERT_EQ(jobs->topLevelItemCount(), 3);
+  EXPECT_EQ(jobs->topLevelItem(0)->text(1), english ? "Done" : "Terminé");
+  EXPECT_EQ(jobs->topLevelItem(1)->text(1), english ? "Rendering" : "En cours");
+  EXPECT_EQ(jobs->topLevelItem(2)->text(1), english ? "Waiting" : "En attente");
+  model.stopAllRenders();
+  clock->advance(1);
+
+  setInterfaceLanguage(oldLanguage);
+  app.setStyle(QStyleFactory::create(oldStyle));
+  app.setPalette(oldPalette);
+}
+}  // namespace
+
+TEST(MainWindow, ScreenshotOfARenderInFrench) { screenshotOfARender(AppLanguage::french, "render_fr.png"); }
+
+TEST(MainWindow, ScreenshotOfARenderInEnglish) { screenshotOfARender(AppLanguage::english, "render_en.png"); }
