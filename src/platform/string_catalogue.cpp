@@ -1,5 +1,6 @@
 #include "platform/string_catalogue.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cctype>
 #include <optional>
@@ -58,6 +59,41 @@ const std::unordered_map<std::string, std::string>& englishTemplates() {
   return table;
 }
 
+// Templates with one text field ("Rendu terminé : %s"): the French text's start and end find the
+// English, and what lies between (a file name, a node's title) is carried over as it is.
+struct TextTemplate {
+  std::string before, after, english;
+};
+const std::vector<TextTemplate>& textTemplates() {
+  static const auto list = [] {
+    std::vector<TextTemplate> out;
+    for (const auto& [key, value] : english()) {
+      const auto at = key.find("%s");
+      if (at == std::string::npos || key.find("%s", at + 2) != std::string::npos) continue;
+      out.push_back({key.substr(0, at), key.substr(at + 2), value});
+    }
+    // The longest start first, so that a more precise template wins.
+    std::sort(out.begin(), out.end(), [](const TextTemplate& a, const TextTemplate& b) {
+      return a.before.size() + a.after.size() > b.before.size() + b.after.size();
+    });
+    return out;
+  }();
+  return list;
+}
+
+std::optional<std::string> fromTextTemplate(std::string_view text) {
+  for (const TextTemplate& t : textTemplates()) {
+    if (text.size() < t.before.size() + t.after.size() || text.substr(0, t.before.size()) != t.before ||
+        text.substr(text.size() - t.after.size()) != t.after)
+      continue;
+    const std::string field(text.substr(t.before.size(), text.size() - t.before.size() - t.after.size()));
+    std::string out = t.english;
+    if (auto at = out.find("%s"); at != std::string::npos) out.replace(at, 2, field);
+    return out;
+  }
+  return std::nullopt;
+}
+
 std::optional<std::string> fromTemplate(std::string_view text) {
   std::string shape;
   std::vector<std::string> numbers;
@@ -94,6 +130,7 @@ std::string translate(std::string_view key, AppLanguage lang) {
     const auto& map = english();
     if (auto it = map.find(std::string(key)); it != map.end()) return it->second;
     if (auto made = fromTemplate(key)) return *made;
+    if (auto made = fromTextTemplate(key)) return *made;
   }
   return std::string(key);
 }

@@ -26,6 +26,8 @@ TEST(StringCatalogue, TextsMadeFromNumberedTemplatesFindTheirEnglish) {
             "Mask 12 alone · double I to see every mask again");
   EXPECT_EQ(translate("Mask 02 créé", AppLanguage::french), "Mask 02 créé");
   EXPECT_EQ(translate("Mask 02 perdu", AppLanguage::english), "Mask 02 perdu");  // no such template
+  EXPECT_EQ(translate("Rendu terminé : Plan_v02.mov", AppLanguage::english), "Render finished: Plan_v02.mov");
+  EXPECT_EQ(translate("Rendu terminé : ", AppLanguage::english), "Render finished: ");
 }
 
 TEST(StringCatalogue, EveryTableTextHasEnglish) {
