@@ -396,6 +396,7 @@ public:
   void enqueueRender(const std::vector<Uuid>& batchIDs);
   void runQueue();
   void stopQueue();
+  void removeRenderJob(const Uuid& jobID);  // "Retirer de la file": a job that isn't running
   void stopAllRenders();
   void clearFinishedRenders();
   std::filesystem::path queueFolder();  // the "renderQueueFolder" default, else data/Renders

@@ -82,6 +82,8 @@ void AppModel::runQueue() {
 
 void AppModel::stopQueue() { renderqueue::removeWaiting(delivery.renderQueue); }
 
+void AppModel::removeRenderJob(const Uuid& jobID) { renderqueue::remove(delivery.renderQueue, jobID); }
+
 void AppModel::stopAllRenders() {
   if (rendering) delivery.renderCancel = true;
   _status = renderqueue::stoppedText(renderqueue::removeWaiting(delivery.renderQueue));

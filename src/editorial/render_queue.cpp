@@ -30,6 +30,10 @@ int removeWaiting(std::vector<RenderJob>& queue) {
   return int(std::erase_if(queue, [](const RenderJob& j) { return j.state == RenderJob::State::waiting; }));
 }
 
+bool remove(std::vector<RenderJob>& queue, const Uuid& jobID) {
+  return std::erase_if(queue, [&](const RenderJob& j) { return j.id == jobID && j.state != RenderJob::State::running; }) > 0;
+}
+
 void clearFinished(std::vector<RenderJob>& queue) {
   std::erase_if(queue, [](const RenderJob& j) { return j.state == RenderJob::State::done || j.state == RenderJob::State::failed; });
 }

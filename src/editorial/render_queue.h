@@ -39,6 +39,7 @@ int enqueue(std::vector<RenderJob>& queue, const std::vector<std::pair<Uuid, std
 int count(const std::vector<RenderJob>& queue, RenderJob::State state);
 RenderJob* nextWaiting(std::vector<RenderJob>& queue);
 int removeWaiting(std::vector<RenderJob>& queue);
+bool remove(std::vector<RenderJob>& queue, const Uuid& jobID);  // any job but the running one
 void clearFinished(std::vector<RenderJob>& queue);
 
 // The status texts of the queue.

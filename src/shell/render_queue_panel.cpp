@@ -62,8 +62,8 @@ RenderQueuePanel::RenderQueuePanel(AppModel& model, QWidget* parent) : QDialog(p
   jobs_ = new QTreeWidget(this);
   jobs_->setObjectName("renderJobs");
   jobs_->setRootIsDecorated(false);
-  jobs_->setSelectionMode(QAbstractItemView::NoSelection);
-  jobs_->setFocusPolicy(Qt::NoFocus);  // nothing to pick with the keys: rows are only read
+  jobs_->setSelectionMode(QAbstractItemView::SingleSelection);
+  jobs_->setFocusPolicy(Qt::ClickFocus);
   jobs_->setHeaderLabels({shown("Monde"), shown("État"), shown("Fichier")});
   jobs_->header()->setStretchLastSection(true);
   column->addWidget(jobs_, 1);
@@ -91,7 +91,12 @@ RenderQueuePanel::RenderQueuePanel(AppModel& model, QWidget* parent) : QDialog(p
     });
   };
   act(choose, [this] { model_.chooseQueueFolder(); });
-  act(remove_, [this] { model_.stopQueue(); });
+  // The job picked in the list, else every waiting one.
+  act(remove_, [this] {
+    const int i = jobs_->indexOfTopLevelItem(jobs_->currentItem());
+    if (i >= 0 && i < int(shown_.size()) && jobs_->currentItem()->isSelected()) model_.removeRenderJob(shown_[i].id);
+    else model_.stopQueue();
+  });
   act(clear_, [this] { model_.clearFinishedRenders(); });
   act(stop_, [this] { model_.stopAllRenders(); });
   connect(jobs_, &QTreeWidget::itemDoubleClicked, this, [this](QTreeWidgetItem* item) {
@@ -111,7 +116,7 @@ void RenderQueuePanel::refresh() {
     showJobs();
   }
   const int waiting = renderqueue::count(queue, State::waiting);
-  remove_->setEnabled(waiting > 0);
+  remove_->setEnabled(int(queue.size()) > renderqueue::count(queue, State::running));
   clear_->setEnabled(renderqueue::count(queue, State::done) + renderqueue::count(queue, State::failed) > 0);
   stop_->setEnabled(model_.rendering || waiting > 0);
 }

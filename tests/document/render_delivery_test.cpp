@@ -147,6 +147,8 @@ TEST(RenderDelivery, TheQueueRunsWorldsInOrderPastAFailingOne) {
   EXPECT_EQ(q[2].state, RenderJob::State::done);
   EXPECT_EQ(q[2].output, s.out / "C.mov");
   EXPECT_EQ(s.m->_status, "File de rendu terminée : 2 rendus dans Renders/ (ou le dossier de chaque node Sortie).");
+  s.m->removeRenderJob(q[1].id);
+  EXPECT_EQ(q.size(), 2u);
   s.m->clearFinishedRenders();
   EXPECT_TRUE(q.empty());
   s.m->enqueueRender({a});  // done once, it can go again
