@@ -1,5 +1,11 @@
 #include "media/movie_writer.h"
 
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
@@ -101,12 +107,71 @@ struct MovieWriter::Impl {
   AVPacket* packet = nullptr;
   SwsContext* sws = nullptr;
   AVFrame* source = nullptr;  // the frame as 16-bit RGBA, what the converter reads
-  int count = 0;
+  std::atomic<int> count = 0;
   bool headerWritten = false;
+
+  // Frames are encoded on a thread of their own while the next one is being made: a render
+  // costs the longer of the two, not their sum. At most two frames wait.
+  std::thread worker;
+  std::mutex lock;
+  std::condition_variable changed;
+  std::deque<std::vector<float>> waiting;
+  bool busy = false, stopping = false;
+  std::optional<std::string> failure;  // the first frame that couldn't be encoded
+  int accepted = 0;                     // frames handed over, encoded or waiting
 
   ~Impl() { release(); }
 
+  void run() {
+    for (;;) {
+      std::vector<float> next;
+      {
+        std::unique_lock g(lock);
+        changed.wait(g, [&] { return stopping || !waiting.empty(); });
+        if (waiting.empty()) return;
+        next = std::move(waiting.front());
+        waiting.pop_front();
+        busy = true;
+      }
+      const bool failed = [&] {
+        std::lock_guard g(lock);
+        return bool(failure);
+      }();
+      std::optional<std::string> why = failed ? std::nullopt : encode(next.data());
+      {
+        std::lock_guard g(lock);
+        busy = false;
+        if (why && !failure) failure = why;
+      }
+      changed.notify_all();
+    }
+  }
+
+  // Hands a frame to the encoder; the reason an earlier frame failed, if one did.
+  std::optional<std::string> push(const float* rgba) {
+    std::unique_lock g(lock);
+    changed.wait(g, [&] { return failure || waiting.size() + (busy ? 1 : 0) < 2; });
+    if (failure) return failure;
+    waiting.emplace_back(rgba, rgba + std::size_t(spec.width) * spec.height * 4);
+    ++accepted;
+    g.unlock();
+    changed.notify_all();
+    return std::nullopt;
+  }
+
+  // Ends the encoder thread: after the waiting frames when `drain`, else at once.
+  void stopWorker(bool drain) {
+    {
+      std::lock_guard g(lock);
+      stopping = true;
+      if (!drain) waiting.clear();
+    }
+    changed.notify_all();
+    if (worker.joinable()) worker.join();
+  }
+
   void release() {
+    stopWorker(false);
     if (sws) sws_freeContext(sws), sws = nullptr;
     if (frame) av_frame_free(&frame);
     if (source) av_frame_free(&source);
@@ -271,9 +336,11 @@ struct MovieWriter::Impl {
   }
 };
 
-MovieWriter::MovieWriter(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+MovieWriter::MovieWriter(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {
+  impl_->worker = std::thread([d = impl_.get()] { d->run(); });
+}
 MovieWriter::~MovieWriter() { cancel(); }
-int MovieWriter::frames() const { return impl_->count; }
+int MovieWriter::frames() const { return impl_->accepted; }
 void MovieWriter::cancel() { impl_->discard(); }
 
 std::unique_ptr<MovieWriter> MovieWriter::open(const fs::path& path, const MovieSpec& spec, std::string* error) {
@@ -296,7 +363,7 @@ std::unique_ptr<MovieWriter> MovieWriter::open(const fs::path& path, const Movie
 
 bool MovieWriter::append(const float* rgba, std::string* error) {
   Impl& d = *impl_;
-  std::optional<std::string> why = !d.headerWritten || d.temp.empty() ? "le film est déjà fermé" : d.encode(rgba);
+  std::optional<std::string> why = !d.headerWritten || d.temp.empty() ? "le film est déjà fermé" : d.push(rgba);
   if (!why) return true;
   d.discard();
   if (error) *error = "Impossible d'écrire le film : " + *why;
@@ -305,7 +372,13 @@ bool MovieWriter::append(const float* rgba, std::string* error) {
 
 bool MovieWriter::finish(std::string* error) {
   Impl& d = *impl_;
-  std::optional<std::string> why = !d.headerWritten || d.temp.empty() ? "le film est déjà fermé" : d.close();
+  std::optional<std::string> why;
+  if (!d.headerWritten || d.temp.empty()) {
+    why = "le film est déjà fermé";
+  } else {
+    d.stopWorker(true);
+    why = d.failure ? d.failure : d.close();
+  }
   d.discard();  // the temporary, if the rename didn't take it
   if (!why) return true;
   if (error) *error = "Impossible d'écrire le film : " + *why;

@@ -40,7 +40,7 @@ public:
   // (disk full included), the temporary removed.
   bool finish(std::string* error);
   void cancel();  // removes the temporary file
-  int frames() const;
+  int frames() const;  // frames appended so far (some may still be encoding)
 
   struct Impl;
 
