@@ -14,18 +14,7 @@
 using namespace ombrik;
 namespace fs = std::filesystem;
 
-namespace {
-struct Desk {
-  TempDir dir;
-  std::shared_ptr<ScriptedDialogs> dialogs = std::make_shared<ScriptedDialogs>();
-  std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
-  std::unique_ptr<AppModel> m = [this] {
-    AppModel::Options options = test::tempModelOptions(dir, clock);
-    options.dialogs = dialogs;
-    return std::make_unique<AppModel>(options);
-  }();
-};
-}  // namespace
+using Desk = test::ScriptedDesk;
 
 TEST(FileMenu, ImportedMediaBecomeWorldsAndTheNewestOpens) {
   Desk t;

@@ -18,15 +18,7 @@ using namespace ombrik;
 namespace fs = std::filesystem;
 
 namespace {
-struct Studio {
-  TempDir dir;
-  std::shared_ptr<ScriptedDialogs> dialogs = std::make_shared<ScriptedDialogs>();
-  std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
-  std::unique_ptr<AppModel> m = [this] {
-    AppModel::Options options = test::tempModelOptions(dir, clock);
-    options.dialogs = dialogs;
-    return std::make_unique<AppModel>(options);
-  }();
+struct Studio : test::ScriptedDesk {
   fs::path out = dir.path / "rendus";
 
   // A world of `frames` frames: a small picture wired to its output, rendered into `out`.

@@ -6,6 +6,7 @@
 #include "../platform/temp_dir.h"
 #include "document/app_model.h"
 #include "media/video_source.h"
+#include "platform/dialogs.h"
 #include "platform/scheduler.h"
 
 namespace ombrik::test {
@@ -14,6 +15,18 @@ inline AppModel::Options tempModelOptions(const TempDir& dir, std::shared_ptr<Sc
   return AppModel::Options{.blankStart = true, .withEngine = withEngine, .scheduler = std::move(clock),
                            .defaultsFile = (dir.path / "defaults.conf").string(), .dataDir = dir.path / "data"};
 }
+
+// A model apart whose file panels and alerts answer from a script.
+struct ScriptedDesk {
+  TempDir dir;
+  std::shared_ptr<ScriptedDialogs> dialogs = std::make_shared<ScriptedDialogs>();
+  std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
+  std::unique_ptr<AppModel> m = [this] {
+    AppModel::Options options = tempModelOptions(dir, clock);
+    options.dialogs = dialogs;
+    return std::make_unique<AppModel>(options);
+  }();
+};
 
 // Lets the decoders finish the seeks in flight of the model's clips and hand their ends to the
 // main thread (20 s at most); the caller then moves the clock for the pump and the render.
