@@ -406,6 +406,9 @@ public:
   int muxCachedCount(const Uuid& nodeID) const;
   std::filesystem::path muxFolder(const Uuid& nodeID) const;  // data/Cache/<UUID>
   std::optional<Uuid> outputNode() const;  // the open world's first output node
+  // A folder of matte frames (%05d.png) into a ProRes 422 HQ movie; the reason when it can't.
+  static std::optional<std::string> writeMatteMovie(const std::filesystem::path& dir, int frames, double fps, int width,
+                                                    int height, const std::filesystem::path& to);
 
   // ---- the drop folder (app_model_inbox.cpp)
   std::filesystem::path inboxDir();

@@ -169,6 +169,11 @@ void AppModel::renderSequence(const Uuid& nodeID) {
   _status = "Rendu en cours : " + target.filename().string();
 }
 
+std::optional<std::string> AppModel::writeMatteMovie(const fs::path& dir, int frames, double fps, int width, int height,
+                                                     const fs::path& to) {
+  return ombrik::writeMatteMovie(dir, frames, fps, width, height, to);
+}
+
 bool AppModel::chooseRenderFolder(const Uuid& nodeID) {
   const Node* n = nodeByID(nodeID);
   if (!n || !dialogs_) return false;
