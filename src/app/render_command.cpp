@@ -12,6 +12,7 @@
 #include "media/movie_writer.h"
 #include "media/video_source.h"
 #include "platform/scheduler.h"
+#include "platform/string_catalogue.h"
 
 namespace ombrik {
 
@@ -83,6 +84,13 @@ bool renderMovie(AppModel& model, const Uuid& outputID, const std::string& out, 
   return true;
 }
 
+constexpr const char* kUsage =
+    "usage : ombrik render PROJET.tarvom [--world NOM] [--frames A-B] [--scale S] [--codec C] --out SORTIE\n"
+    "  SORTIE : un film (.mov ProRes 4444 ou, avec --codec, prores422hq ou h264 ; .mp4 H.264), ou un motif\n"
+    "  d'images PNG, TIFF ou EXR avec %d ou %05d. --frames compte depuis 1, comme la timeline ; les fichiers\n"
+    "  sont numérotés depuis 0, comme les séquences rendues par l'application (image 1 → 00000).\n"
+    "  Un film prend tout le monde quand --frames manque.";
+
 }  // namespace
 
 std::string RenderCommand::fileFor(const std::string& pattern, int frame) {
@@ -109,7 +117,10 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
       if (i + 1 >= args.size()) return std::nullopt;
       return args[++i];
     };
-    if (a == "--world") {
+    if (a == "--help" || a == "-h") {
+      err << tr(kUsage) << std::endl;
+      return 0;
+    } else if (a == "--world") {
       auto v = value();
       if (!v) return fail("--world attend un nom de monde");
       world = *v;
@@ -127,10 +138,10 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
       if (!codecHint) return fail("--codec attend prores4444, prores422hq ou h264");
     } else if (a == "--scale") {
       auto v = value();
-      try {
-        scale = v ? std::stod(*v) : 0;
-      } catch (...) {
-        scale = 0;
+      scale = 0;
+      if (v) {  // the whole argument is the number: "0.5abc" is refused, not read as 0.5
+        auto [end, ec] = std::from_chars(v->data(), v->data() + v->size(), scale);
+        if (ec != std::errc() || end != v->data() + v->size()) scale = 0;
       }
       if (!(scale > 0 && scale <= 1)) return fail("--scale attend un nombre entre 0 et 1");
     } else if (a == "--out") {
@@ -144,11 +155,9 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
     }
   }
   if (project.empty() || out.empty())
-    return fail("usage : ombrik render PROJET.tarvom [--world NOM] [--frames A-B] [--scale S] [--codec C] --out SORTIE\n"
-                "  SORTIE : un film (.mov ProRes 4444 ou, avec --codec, prores422hq ou h264 ; .mp4 H.264), ou un motif\n"
-                "  d'images PNG, TIFF ou EXR avec %d ou %05d. --frames compte depuis 1, comme la timeline ; les fichiers\n"
-                "  sont numérotés depuis 0, comme les séquences rendues par l'application (image 1 → 00000).\n"
-                "  Un film prend tout le monde quand --frames manque.");
+    return fail(tr(kUsage));
+  if (frameField(out).at != std::string::npos && frameField(out.substr(frameField(out).at + frameField(out).length)).at != std::string::npos)
+    return fail("le motif de sortie ne peut numéroter les images qu'une fois (un seul %d)");
   const std::optional<MovieCodec> movie = movieCodecFor(out, codecHint);
   if (codecHint && !movie) return fail("--codec ne vaut que pour un film (.mov ou .mp4)");
   if (!movie && last > first && frameField(out).at == std::string::npos)
@@ -176,6 +185,14 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
   const Uuid outputID = output->id;
   model._previewScale = scale;
 
+  {
+    // A range past the world's end would only repeat its last frame, and numbers near the integer
+    // limit would wrap: both are refused.
+    VideoSource* video = model.activeVideo();
+    const int length = std::max(1, video ? model.batchFrames(*video) : model._frameCount);
+    if (rangeGiven && last > length)
+      return fail("--frames va au-delà de la dernière image du monde (" + std::to_string(length) + ")");
+  }
   if (movie) {
     VideoSource* video = model.activeVideo();
     if (!rangeGiven) first = 1, last = std::max(1, video ? model.batchFrames(*video) : model._frameCount);

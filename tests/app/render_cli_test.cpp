@@ -189,6 +189,44 @@ TEST(RenderCli, ClearMessagesAndNoFilesOnBadRequests) {
   EXPECT_TRUE(fs::is_empty(dir.path));
 }
 
+TEST(RenderCli, QuestionsAndHalfReadArgumentsNeedNoWindow) {
+  TempDir dir;
+  const fs::path project = writeColourProject(dir.path);
+  const QString p = QString::fromStdString(project.string());
+  const QString png = QString::fromStdString((dir.path / "x_%05d.png").string());
+  struct Case {
+    QStringList args;
+    int code;
+    const char* says;
+  };
+  const Case cases[] = {
+      {{"--help"}, 0, "usage : ombrik render"},
+      {{p, "--frames", "2147483647-2147483647", "--out", png}, 1, "au-delà de la dernière image du monde (100)"},
+      {{p, "--frames", "1-101", "--out", png}, 1, "au-delà de la dernière image"},
+      {{p, "--scale", "0.5abc", "--out", png}, 1, "--scale attend un nombre"},
+      {{p, "--out", QString::fromStdString((dir.path / "a_%d_%d.png").string())}, 1, "un seul %d"},
+  };
+  for (const Case& c : cases) {
+    const Result r = render(c.args);
+    EXPECT_EQ(r.code, c.code) << r.err;
+    EXPECT_NE(r.err.find(c.says), std::string::npos) << r.err;
+  }
+  EXPECT_FALSE(fs::exists(dir.path / "x_00000.png"));
+  // The program's own questions, with no display to open a window on.
+  for (const char* question : {"--help", "-h", "--version"}) {
+    QProcess q;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.remove("DISPLAY");
+    env.remove("WAYLAND_DISPLAY");
+    env.remove("QT_QPA_PLATFORM");
+    q.setProcessEnvironment(env);
+    q.start(OMBRIK_BINARY, {question});
+    ASSERT_TRUE(q.waitForFinished(30000));
+    EXPECT_EQ(q.exitCode(), 0) << question;
+    EXPECT_NE(q.readAllStandardOutput().toStdString().find("ombrik"), std::string::npos) << question;
+  }
+}
+
 TEST(RenderCli, FileNamesFromThePattern) {
   EXPECT_EQ(RenderCommand::fileFor("out_%05d.exr", 7), "out_00007.exr");
   EXPECT_EQ(RenderCommand::fileFor("a/%d.png", 12), "a/12.png");
