@@ -6,6 +6,10 @@
 #include <fstream>
 #include <unistd.h>
 
+#include <fcntl.h>
+#include <sys/statvfs.h>
+#include <functional>
+#include <cstdint>
 #include "engine/engine.h"
 #include "engine/engine_eval_state.h"
 #include "engine/half_float.h"
@@ -30,12 +34,31 @@ std::uint32_t getU32(const char* p) {
 
 // Files are written beside their target and renamed over it: a failed write never leaves half a
 // file. `written` says whether the temporary file is whole.
-bool publish(const fs::path& tmp, const fs::path& path, bool written, std::string* error) {
+// Why a file couldn't be written in `dir`, as far as the system can tell.
+std::string writeCause(const fs::path& dir) {
+  const std::string d = dir.empty() ? "." : dir.string();
+  struct statvfs st {};
+  if (statvfs(d.c_str(), &st) == 0 && (st.f_flag & ST_RDONLY)) return "le disque est en lecture seule";
+  if (::access(d.c_str(), W_OK) != 0) return "écriture interdite dans ce dossier";
+  if (statvfs(d.c_str(), &st) == 0 && std::uint64_t(st.f_bavail) * st.f_frsize < 256 * 1024) return "le disque est plein";
+  return "fichier incomplet";
+}
+
+// The temporary takes the final name only when it is whole: flushed to the disk, and for a picture
+// read back entirely (some image writers report success on a full disk and leave an empty file).
+bool publish(const fs::path& tmp, const fs::path& path, bool written, std::string* error,
+             const std::function<bool()>& whole = nullptr) {
   std::error_code ec;
+  if (written) {
+    const int fd = ::open(tmp.c_str(), O_RDONLY);
+    written = fd >= 0 && ::fsync(fd) == 0;
+    if (fd >= 0) ::close(fd);
+  }
+  if (written && whole) written = whole();
   if (written) fs::rename(tmp, path, ec);
   if (!written || ec) {
     fs::remove(tmp, ec);
-    if (error) *error = "Écriture impossible : " + path.filename().string();
+    if (error) *error = "Écriture impossible : " + path.filename().string() + " (" + writeCause(path.parent_path()) + ")";
     return false;
   }
   return true;
@@ -244,7 +267,13 @@ bool Engine::export_(const Tex& texture, const fs::path& path, std::string* erro
   spec.attribute("oiio:ColorSpace", "sRGB");
   spec.attribute(kEncodingAttribute, "sRGB");
   const bool written = out->open(tmp.string(), spec) && out->write_image(OIIO::TypeDesc::FLOAT, pixels.data()) && out->close();
-  return publish(tmp, path, written, error);
+  const int w = texture->width(), h = texture->height();
+  return publish(tmp, path, written, error, [&] {
+    auto in = OIIO::ImageInput::open(tmp.string());
+    if (!in || in->spec().width != w || in->spec().height != h) return false;
+    std::vector<float> back(std::size_t(w) * h * in->spec().nchannels);
+    return in->read_image(0, 0, 0, in->spec().nchannels, OIIO::TypeDesc::FLOAT, back.data()) && in->close();
+  });
 }
 
 }  // namespace ombrik

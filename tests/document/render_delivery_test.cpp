@@ -184,7 +184,7 @@ TEST(RenderDelivery, BadFoldersExportAndRelais) {
   EXPECT_EQ(s.m->muxCachedCount(mux), 0);
 }
 
-TEST(RenderDelivery, AFullDiskStopsTheMovieAndLeavesNoFile) {
+TEST(RenderDelivery, AFullDiskStopsTheRenderAndLeavesOnlyWholeFiles) {
   Studio s;
   ASSERT_TRUE(s.m->engine) << s.m->_status;
   fs::create_directories(s.out);
@@ -196,9 +196,24 @@ TEST(RenderDelivery, AFullDiskStopsTheMovieAndLeavesNoFile) {
     ~Unmount() { (void)std::system(("umount '" + at.string() + "'").c_str()); }
   } unmount{s.out};
   s.world("Plein", 400);
-  s.m->renderSequence(*s.m->outputNode());
+  const Uuid out = *s.m->outputNode();
+  s.m->renderSequence(out);  // a movie: its writer fails, and nothing is left
   s.finish();
   EXPECT_EQ(s.m->_status.rfind("Rendu interrompu : Impossible d'écrire le film : ", 0), 0u) << s.m->_status;
   EXPECT_NE(s.m->_status.find("aucun film écrit"), std::string::npos) << s.m->_status;
   EXPECT_TRUE(s.files().empty());
+  // A PNG sequence: the frame that didn't fit is refused, the ones before it stay whole.
+  s.m->setParams(out, {{"format", 2}});
+  s.m->renderSequence(out);
+  s.finish();
+  EXPECT_EQ(s.m->_status.rfind("Rendu interrompu : Écriture impossible : Plein.", 0), 0u) << s.m->_status;
+  EXPECT_NE(s.m->_status.find("(le disque est plein)"), std::string::npos) << s.m->_status;
+  int frames = 0;
+  for (const auto& name : s.files()) {
+    if (name == "Plein") continue;
+    ++frames;
+    const auto picture = SourcePicture::load(s.out / name);
+    EXPECT_TRUE(picture && picture->width == 64) << name << " is not a whole picture";
+  }
+  EXPECT_GT(frames, 0);
 }
