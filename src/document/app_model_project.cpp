@@ -64,18 +64,30 @@ bool AppModel::write(const fs::path& url) {
 }
 
 bool AppModel::load(const fs::path& url) {
+  auto refuse = [&](const std::string& why) {
+    _status = "Projet illisible : " + url.filename().string() + " (" + why + ")";
+    return false;
+  };
+  // Only a regular file of a sane size is read: a pipe or a device would block or never end.
+  constexpr std::uintmax_t kMaxProject = 512ull << 20;
+  std::error_code ec;
+  const fs::file_status st = fs::status(url, ec);
+  if (ec || !fs::exists(st)) return refuse("fichier introuvable");
+  if (!fs::is_regular_file(st)) return refuse("ce n'est pas un fichier ordinaire");
+  if (const auto size = fs::file_size(url, ec); !ec && size > kMaxProject)
+    return refuse("fichier trop grand : " + std::to_string(size >> 20) + " Mo");
   std::string text;
   {
     std::ifstream in(url, std::ios::binary);
     std::ostringstream ss;
     if (in) ss << in.rdbuf();
-    text = in ? ss.str() : std::string();
+    if (!in) return refuse("lecture impossible");
+    text = ss.str();
   }
-  auto file = ProjectCodec::decode(text);
-  if (!file || file->batches.empty()) {
-    _status = "Projet illisible : " + url.filename().string();
-    return false;
-  }
+  std::string why;
+  auto file = ProjectCodec::decode(text, &why);
+  if (!file) return refuse(why.empty() ? "contenu invalide" : why);
+  if (file->batches.empty()) return refuse("aucun monde");
 
   std::vector<std::string> missingNames;
   std::vector<MediaRef> missing;

@@ -6,6 +6,7 @@
 #include <QProcessEnvironment>
 #include <cmath>
 #include <fstream>
+#include <sys/stat.h>
 
 #include "../engine/colour_reference.h"
 #include "../media/test_clips.h"
@@ -194,6 +195,11 @@ TEST(RenderCli, QuestionsAndHalfReadArgumentsNeedNoWindow) {
   const fs::path project = writeColourProject(dir.path);
   const QString p = QString::fromStdString(project.string());
   const QString png = QString::fromStdString((dir.path / "x_%05d.png").string());
+  // Projects that aren't files a reader can finish: a pipe nobody writes to, an endless device, and a
+  // file missing a required field, whose reason is kept.
+  const fs::path pipe = dir.path / "tube.tarvom";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  std::ofstream(dir.path / "bad.tarvom") << R"({"version": 1})";
   struct Case {
     QStringList args;
     int code;
@@ -205,6 +211,9 @@ TEST(RenderCli, QuestionsAndHalfReadArgumentsNeedNoWindow) {
       {{p, "--frames", "1-101", "--out", png}, 1, "au-delà de la dernière image"},
       {{p, "--scale", "0.5abc", "--out", png}, 1, "--scale attend un nombre"},
       {{p, "--out", QString::fromStdString((dir.path / "a_%d_%d.png").string())}, 1, "un seul %d"},
+      {{QString::fromStdString(pipe.string()), "--out", png}, 1, "tube.tarvom (ce n'est pas un fichier ordinaire)"},
+      {{"/dev/zero", "--out", png}, 1, "zero (ce n'est pas un fichier ordinaire)"},
+      {{QString::fromStdString((dir.path / "bad.tarvom").string()), "--out", png}, 1, "bad.tarvom (champ manquant : media)"},
   };
   for (const Case& c : cases) {
     const Result r = render(c.args);

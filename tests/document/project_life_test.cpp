@@ -61,7 +61,7 @@ TEST(ProjectLife, BadFilesChangeNothing) {
   std::ofstream(file) << "{\"version\": 1, \"media\": [";
   const std::string before = t.slurp(file);
   EXPECT_FALSE(m->load(file));
-  EXPECT_EQ(m->_status, "Projet illisible : broken.tarvom");
+  EXPECT_EQ(m->_status, "Projet illisible : broken.tarvom (JSON illisible)");  // the reader's reason is kept
   EXPECT_EQ(m->_nodes, nodes);
   EXPECT_FALSE(m->_projectURL);
   EXPECT_EQ(t.slurp(file), before);
