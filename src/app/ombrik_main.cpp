@@ -13,12 +13,13 @@
 namespace ombrik {
 
 int OmbrikMain::main(int argc, char** argv) {
-  // The language comes first, so everything after it already speaks the chosen one.
-  AppLanguage::apply();
+  // The language comes first, so everything after it already speaks the chosen one. A headless
+  // render only reads it: it changes nothing in the user's settings.
   setInterfaceLanguage(AppLanguage::current());
 
   if (argc > 1 && std::string_view(argv[1]) == "render")  // headless, for scripts and render farms
     return RenderCommand::run(std::vector<std::string>(argv + 2, argv + argc), std::cerr);
+  AppLanguage::apply();
   // Questions about the program are answered before any window is made: they need no display.
   for (int i = 1; i < argc; ++i) {
     const std::string_view a = argv[i];

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <ostream>
+#include <unistd.h>
 
 #include "document/app_model.h"
 #include "engine/engine.h"
@@ -168,7 +169,17 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
     return fail("format de sortie inconnu (film .mov/.mp4, ou images PNG, TIFF, EXR) : " + fs::path(out).filename().string());
 
   auto scheduler = std::make_shared<ManualScheduler>();
-  AppModel model(AppModel::Options{.installed = false, .blankStart = true, .withEngine = true, .scheduler = scheduler});
+  // The model's settings live in a file of this run only: opening a project remembers it, and a
+  // render farm's task must not change the artist's desktop.
+  struct Scratch {
+    fs::path file = fs::temp_directory_path() / ("ombrik-render-" + std::to_string(::getpid()) + ".conf");
+    ~Scratch() {
+      std::error_code ec;
+      fs::remove(file, ec);
+    }
+  } scratch;
+  AppModel model(AppModel::Options{.installed = false, .blankStart = true, .withEngine = true, .scheduler = scheduler,
+                                   .defaultsFile = scratch.file.string()});
   if (!model.engine) return fail(model._status);
   if (!model.load(project)) return fail(model._status);
   if (!model._status.empty()) err << "ombrik render : " << model._status << std::endl;  // missing media

@@ -236,6 +236,27 @@ TEST(RenderCli, QuestionsAndHalfReadArgumentsNeedNoWindow) {
   }
 }
 
+TEST(RenderCli, AHeadlessRenderChangesNothingButItsOutput) {
+  TempDir dir;
+  const fs::path project = writeColourProject(dir.path);
+  const fs::path home = dir.path / "home";
+  for (const char* sub : {"config", "data", "support"}) fs::create_directories(home / sub);
+  QProcess p;
+  QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+  env.insert("XDG_CONFIG_HOME", QString::fromStdString((home / "config").string()));
+  env.insert("OMBRIK_DATA", QString::fromStdString((home / "data").string()));
+  env.insert("OMBRIK_SUPPORT", QString::fromStdString((home / "support").string()));
+  p.setProcessEnvironment(env);
+  p.start(OMBRIK_BINARY, {"render", QString::fromStdString(project.string()), "--world", "Plan_01", "--out",
+                          QString::fromStdString((dir.path / "out_%05d.png").string())});
+  ASSERT_TRUE(p.waitForFinished(120000));
+  ASSERT_EQ(p.exitCode(), 0) << p.readAllStandardError().toStdString();
+  EXPECT_TRUE(fs::exists(dir.path / "out_00000.png"));
+  // The user's settings and data are as they were; the kernel cache may be filled, it is ours.
+  EXPECT_TRUE(fs::is_empty(home / "config")) << "settings written by a headless render";
+  EXPECT_TRUE(fs::is_empty(home / "data")) << "data folders made by a headless render";
+}
+
 TEST(RenderCli, FileNamesFromThePattern) {
   EXPECT_EQ(RenderCommand::fileFor("out_%05d.exr", 7), "out_00007.exr");
   EXPECT_EQ(RenderCommand::fileFor("a/%d.png", 12), "a/12.png");
