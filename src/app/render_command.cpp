@@ -1,6 +1,8 @@
 #include "app/render_command.h"
 
 #include <algorithm>
+#include <atomic>
+#include <csignal>
 #include <charconv>
 #include <filesystem>
 #include <memory>
@@ -9,6 +11,7 @@
 #include <unistd.h>
 
 #include "document/app_model.h"
+#include "editorial/render_naming.h"
 #include "engine/engine.h"
 #include "media/movie_writer.h"
 #include "media/video_source.h"
@@ -20,6 +23,16 @@ namespace ombrik {
 namespace fs = std::filesystem;
 
 namespace {
+
+// Ctrl-C or a kill asks the render to stop after the frame in progress, so that nothing
+// half-written stays; a second one stops at once.
+std::atomic<bool> gStop{false};
+extern "C" void askToStop(int sig) {
+  if (gStop.exchange(true)) {
+    std::signal(sig, SIG_DFL);
+    std::raise(sig);
+  }
+}
 
 std::optional<int> toInt(const std::string& s) {
   int v = 0;
@@ -62,6 +75,10 @@ bool renderMovie(AppModel& model, const Uuid& outputID, const std::string& out, 
     return false;
   }
   for (int frame = first; frame <= last; ++frame) {
+    if (gStop) {
+      err << "ombrik render : interrompu à l'image " << frame << " · aucun film écrit" << std::endl;
+      return false;  // the writer goes without a trace
+    }
     model._currentFrame = frame - 1;
     model.loadVideoFrames(frame - 1);
     model.performRender(true);
@@ -168,6 +185,13 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
   if (!movie && ext != ".png" && ext != ".tif" && ext != ".tiff" && ext != ".exr")
     return fail("format de sortie inconnu (film .mov/.mp4, ou images PNG, TIFF, EXR) : " + fs::path(out).filename().string());
 
+  std::signal(SIGINT, askToStop);
+  std::signal(SIGTERM, askToStop);
+  {
+    std::error_code ec;
+    const fs::path folder = fs::path(out).parent_path();
+    if (fs::is_directory(folder.empty() ? fs::path(".") : folder, ec)) removeStaleParts(folder.empty() ? fs::path(".") : folder);
+  }
   auto scheduler = std::make_shared<ManualScheduler>();
   // The model's settings live in a file of this run only: opening a project remembers it, and a
   // render farm's task must not change the artist's desktop.
@@ -211,6 +235,7 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
   }
   const int count = last - first + 1;
   for (int frame = first; frame <= last; ++frame) {
+    if (gStop) return fail("interrompu avant l'image " + std::to_string(frame) + " · les images déjà écrites restent");
     model._currentFrame = frame - 1;
     model.loadVideoFrames(frame - 1);  // clips read forward, each frame exactly
     model.performRender(true);

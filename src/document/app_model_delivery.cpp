@@ -94,6 +94,7 @@ void AppModel::renderSequence(const Uuid& nodeID) {
     _status = "Dossier de rendu inaccessible : " + (ec ? ec.message() : std::string("ce n'est pas un dossier"));
     return;
   }
+  removeStaleParts(folder);  // what a render killed here before left behind
   if (!engine) return;
   delivery.forceFullRes = true;
   recomputeComp();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <vector>
 
 namespace ombrik {
 
@@ -39,6 +40,19 @@ fs::path sequenceFrame(const fs::path& folder, int i, const std::string& extensi
   char number[16];
   std::snprintf(number, sizeof number, ".%05d", i);
   return folder / (folder.filename().string() + number + extension);
+}
+
+int removeStaleParts(const fs::path& folder) {
+  int removed = 0;
+  std::error_code ec;
+  std::vector<fs::path> stale;
+  for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
+    const std::string name = it->path().filename().string();
+    if (name.size() > 1 && name[0] == '.' && name.find(".part-") != std::string::npos && it->is_regular_file(ec))
+      stale.push_back(it->path());
+  }
+  for (const fs::path& p : stale) removed += fs::remove(p, ec) ? 1 : 0;
+  return removed;
 }
 
 }  // namespace ombrik

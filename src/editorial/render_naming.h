@@ -24,4 +24,8 @@ std::filesystem::path versionedPath(const std::filesystem::path& folder, const s
 // The file of frame i (from 0) of a sequence in `folder`: <folder name>.<i as %05d><extension>.
 std::filesystem::path sequenceFrame(const std::filesystem::path& folder, int i, const std::string& extension);
 
+// Removes what interrupted renders left in `folder`: the hidden ".part-" files of unfinished frames
+// and movies. Gives how many went.
+int removeStaleParts(const std::filesystem::path& folder);
+
 }  // namespace ombrik

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <fstream>
 #include <sys/stat.h>
+#include <csignal>
 
 #include "../engine/colour_reference.h"
 #include "../media/test_clips.h"
@@ -255,6 +256,55 @@ TEST(RenderCli, AHeadlessRenderChangesNothingButItsOutput) {
   // The user's settings and data are as they were; the kernel cache may be filled, it is ours.
   EXPECT_TRUE(fs::is_empty(home / "config")) << "settings written by a headless render";
   EXPECT_TRUE(fs::is_empty(home / "data")) << "data folders made by a headless render";
+}
+
+TEST(RenderCli, AnInterruptedRenderLeavesNoPartsAndTheNextCleansOld) {
+  TempDir dir;
+  // A 720p plate straight to the output: frames slow enough on the CPU driver to stop midway.
+  const fs::path plate = dir.path / "plate.tif";
+  {
+    auto out = OIIO::ImageOutput::create("tiff");
+    OIIO::ImageSpec spec(1280, 720, 4, OIIO::TypeDesc::UINT16);
+    std::vector<float> px(std::size_t(1280) * 720 * 4, 0.5f);
+    ASSERT_TRUE(out->open(plate.string(), spec));
+    out->write_image(OIIO::TypeDesc::FLOAT, px.data());
+    out->close();
+  }
+  ProjectFile f;
+  const Uuid mediaID = Uuid::generate();
+  f.media = {{mediaID, "plate.tif", plate.string()}};
+  Batch w;
+  w.id = Uuid::generate();
+  w.name = "Plan";
+  Node media(*NodeKind::find("media")), out(*NodeKind::find("output"));
+  media.mediaID = mediaID;
+  w.nodes = {media, out};
+  w.edges = {{Uuid::generate(), media.id, out.id, 0, 0}};
+  f.batches = {w};
+  const fs::path project = dir.path / "long.tarvom";
+  std::ofstream(project) << *ProjectCodec::encode(f);
+  const fs::path folder = dir.path / "sortie";
+  fs::create_directories(folder);
+  std::ofstream(folder / ".old.mov.part-abc123") << "left by a killed render";
+  std::ofstream(folder / ".part-old.00003.png") << "";
+
+  QProcess p;
+  p.setProcessEnvironment(QProcessEnvironment::systemEnvironment());
+  p.setReadChannel(QProcess::StandardError);  // the progress lines
+  p.start(OMBRIK_BINARY, {"render", QString::fromStdString(project.string()), "--out",
+                          QString::fromStdString((folder / "film.mov").string())});
+  std::string err;
+  while (err.find("image 2 (") == std::string::npos && p.waitForReadyRead(60000))
+    err += p.readAllStandardError().toStdString();
+  ASSERT_NE(err.find("image 2 ("), std::string::npos) << err;
+  EXPECT_FALSE(fs::exists(folder / ".old.mov.part-abc123")) << "the start cleans what a killed render left";
+  EXPECT_FALSE(fs::exists(folder / ".part-old.00003.png"));
+  ::kill(pid_t(p.processId()), SIGINT);
+  ASSERT_TRUE(p.waitForFinished(60000));
+  err += p.readAllStandardError().toStdString();
+  EXPECT_EQ(p.exitCode(), 1) << err;
+  EXPECT_NE(err.find("interrompu"), std::string::npos) << err;
+  EXPECT_TRUE(fs::is_empty(folder)) << "no movie and no hidden part of one";
 }
 
 TEST(RenderCli, FileNamesFromThePattern) {
