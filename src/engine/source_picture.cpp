@@ -29,12 +29,19 @@ std::optional<SourcePicture> SourcePicture::load(const std::filesystem::path& pa
     if (error) *error = why;
     return std::nullopt;
   };
+  const std::string name = path.filename().string();
+  // Only regular files: a pipe or a device would block or never end.
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(path, ec)) return fail("Image illisible : " + name + " (ce n'est pas un fichier ordinaire)");
   auto in = OIIO::ImageInput::open(path.string());
-  if (!in) return fail("Image illisible : " + path.filename().string());
+  if (!in) return fail("Image illisible : " + name);
   const OIIO::ImageSpec spec = in->spec();
   const int w = spec.width, h = spec.height, nc = spec.nchannels;
-  if (w < 1 || h < 1 || nc < 1 || std::int64_t(w) * h > (std::int64_t(1) << 28))
-    return fail("Image illisible : " + path.filename().string());
+  if (w < 1 || h < 1 || nc < 1) return fail("Image illisible : " + name);
+  // Refused from the header, before anything is decoded: past 8K UHD the comp (4096 at most) can't
+  // use the detail, and a file may claim a size its few bytes will never fill.
+  if (std::int64_t(w) * h > (std::int64_t(1) << 25) || w > 16384 || h > 16384)
+    return fail("Image illisible : " + name + " (image trop grande : " + std::to_string(w) + " × " + std::to_string(h) + ")");
   std::vector<float> pixels(std::size_t(w) * h * nc);
   // OpenImageIO associates alpha on reading: the picture arrives premultiplied.
   if (!in->read_image(0, 0, 0, nc, OIIO::TypeDesc::FLOAT, pixels.data()))

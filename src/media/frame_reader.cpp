@@ -221,6 +221,8 @@ std::unique_ptr<FrameReader> FrameReader::open(const std::filesystem::path& path
     if (error) *error = std::string(why) + " : " + path.filename().string();
     return nullptr;
   };
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(path, ec)) return fail("Pas un fichier ordinaire");  // a pipe would block
   // FFmpeg's notes (a missing fast path, a timestamp fixed up) aren't the user's business.
   static const bool quiet = [] {
     av_log_set_level(AV_LOG_ERROR);
