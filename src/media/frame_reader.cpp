@@ -222,7 +222,8 @@ std::unique_ptr<FrameReader> FrameReader::open(const std::filesystem::path& path
     return nullptr;
   };
   std::error_code ec;
-  if (!std::filesystem::is_regular_file(path, ec)) return fail("Pas un fichier ordinaire");  // a pipe would block
+  // A pipe or a device would block the demuxer; a sequence's pattern ("plate_%04d.png") names no file.
+  if (std::filesystem::exists(path, ec) && !std::filesystem::is_regular_file(path, ec)) return fail("Pas un fichier ordinaire");
   // FFmpeg's notes (a missing fast path, a timestamp fixed up) aren't the user's business.
   static const bool quiet = [] {
     av_log_set_level(AV_LOG_ERROR);
