@@ -84,7 +84,10 @@ int main(int argc, char** argv) {
     for (int f = 0; f < frames; ++f) engine->evaluate({node}, {}, float(f));
     const double ours = ms(Clock::now() - t0) / frames;
     Node round(NodeKind::mask());  // the same pass through the engine for a soft ellipse: the floor
-    round.maskLayers = {GMask{.params = {{"feather", 0.35}}, .ellipse = true}};
+    GMask soft;
+    soft.params = {{"feather", 0.35}};
+    soft.ellipse = true;
+    round.maskLayers = {soft};
     engine->evaluate({round}, {}, 0);
     const auto t1 = Clock::now();
     for (int f = 0; f < frames; ++f) engine->evaluate({round}, {}, float(f));

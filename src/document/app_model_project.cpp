@@ -6,6 +6,7 @@
 #include "document/app_model.h"
 #include "engine/engine.h"
 #include "engine/source_picture.h"
+#include "platform/atomic_file.h"
 #include "platform/user_defaults.h"
 
 namespace ombrik {
@@ -36,21 +37,10 @@ bool AppModel::write(const fs::path& url) {
   const auto text = ProjectCodec::encode(makeFile(), &error);
   bool ok = bool(text);
   if (ok) {
-    // A temporary file beside the target, synced, then renamed over it: a failed write leaves
-    // the old file whole.
-    const fs::path tmp = url.parent_path() / ("." + url.filename().string() + ".part");
-    {
-      std::ofstream out(tmp, std::ios::binary | std::ios::trunc);
-      out << *text;
-      out.flush();
-      ok = bool(out);
-    }
-    std::error_code ec;
-    if (ok) fs::rename(tmp, url, ec);
-    if (!ok || ec) {
-      fs::remove(tmp, ec);
+    // Whole or not at all: a failed save leaves the old file as it was.
+    if (auto why = writeFileAtomically(url, *text)) {
       ok = false;
-      error = "le fichier ne peut pas être écrit";
+      error = *why;
     }
   }
   if (!ok) {
