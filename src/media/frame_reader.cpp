@@ -13,6 +13,7 @@ extern "C" {
 #include <vector>
 
 #include "engine/half_float.h"
+#include "media/ffmpeg_log.h"
 
 namespace ombrik {
 
@@ -224,12 +225,7 @@ std::unique_ptr<FrameReader> FrameReader::open(const std::filesystem::path& path
   std::error_code ec;
   // A pipe or a device would block the demuxer; a sequence's pattern ("plate_%04d.png") names no file.
   if (std::filesystem::exists(path, ec) && !std::filesystem::is_regular_file(path, ec)) return fail("Pas un fichier ordinaire");
-  // FFmpeg's notes (a missing fast path, a timestamp fixed up) aren't the user's business.
-  static const bool quiet = [] {
-    av_log_set_level(AV_LOG_ERROR);
-    return true;
-  }();
-  (void)quiet;
+  quietFFmpegLog();
   auto d = std::make_unique<Impl>();
   d->path = path;
   if (const char* why = d->openDecoder()) return fail(why);

@@ -26,6 +26,7 @@ extern "C" {
 #include <vector>
 
 #include "engine/half_float.h"
+#include "media/ffmpeg_log.h"
 #include "engine/source_picture.h"
 
 namespace ombrik {
@@ -344,12 +345,7 @@ int MovieWriter::frames() const { return impl_->accepted; }
 void MovieWriter::cancel() { impl_->discard(); }
 
 std::unique_ptr<MovieWriter> MovieWriter::open(const fs::path& path, const MovieSpec& spec, std::string* error) {
-  // FFmpeg's notes on its own choices aren't the user's business.
-  static const bool quiet = [] {
-    av_log_set_level(AV_LOG_ERROR);
-    return true;
-  }();
-  (void)quiet;
+  quietFFmpegLog();
   auto d = std::make_unique<Impl>();
   d->path = path;
   d->spec = spec;
