@@ -19,6 +19,7 @@
 #include "gpu/device.h"
 #include "graph/node.h"
 #include "media/movie_writer.h"
+#include "reference_graph.h"
 
 using namespace ombrik;
 namespace fs = std::filesystem;
@@ -51,21 +52,12 @@ int main(int argc, char** argv) {
   if (!engine) return std::fprintf(stderr, "no engine: %s\n", error.c_str()), 1;
   std::printf("device: %s; %d frames at %dx%d\n", engine->deviceDescription().c_str(), frames, kW, kH);
 
-  const SourcePicture picture = SampleImage::make(kW, kH);
-  engine->setComp(kW, kH, true);
-  Node media(NodeKind::media()), color(NodeKind::color()), glow(NodeKind::glow()), grain(NodeKind::grain()),
-      xform(NodeKind::xform()), output(NodeKind::output());
-  media.mediaID = Uuid::generate();
-  xform.params["angle"] = 3;
-  xform.params["scale"] = 1.05;
-  engine->addSource(picture, *media.mediaID);
-  auto wire = [](const Node& a, const Node& b) { return Edge{Uuid::generate(), a.id, b.id, 0, 0}; };
-  const std::vector<Node> nodes{media, color, glow, grain, xform, output};
-  const std::vector<Edge> edges{wire(media, color), wire(color, glow), wire(glow, grain), wire(grain, xform),
-                                wire(xform, output)};
+  const bench::ReferenceGraph graph = bench::referenceGraph(*engine, kW, kH);
+  const auto& nodes = graph.nodes;
+  const auto& edges = graph.edges;
   auto renderFrame = [&](int f) {
     engine->evaluate(nodes, edges, f / 25.0f);
-    return engine->readPixels(engine->outputs[output.id]);
+    return engine->readPixels(engine->outputs[graph.output]);
   };
 
   // The frames once, untimed (this also warms the pool): kept in memory for the encode alone,

@@ -14,6 +14,7 @@
 #include "engine/source_picture.h"
 #include "gpu/device.h"
 #include "graph/node.h"
+#include "reference_graph.h"
 
 using namespace ombrik;
 namespace fs = std::filesystem;
@@ -42,18 +43,10 @@ int main(int argc, char** argv) {
   std::printf("device: %s\n", engine->deviceDescription().c_str());
   std::printf("start: cold %.0f ms (compiling every kernel), warm %.0f ms (SPIR-V from the cache)\n", cold, warm);
 
-  const SourcePicture picture = SampleImage::make(1920, 1080);
-  engine->setComp(1920, 1080, true);
-  Node media(NodeKind::media()), color(NodeKind::color()), glow(NodeKind::glow()), grain(NodeKind::grain()),
-      xform(NodeKind::xform()), output(NodeKind::output());
-  media.mediaID = Uuid::generate();
-  xform.params["angle"] = 3;
-  xform.params["scale"] = 1.05;
-  engine->addSource(picture, *media.mediaID);
-  auto wire = [](const Node& a, const Node& b) { return Edge{Uuid::generate(), a.id, b.id, 0, 0}; };
-  const std::vector<Node> nodes{media, color, glow, grain, xform, output};
-  const std::vector<Edge> edges{wire(media, color), wire(color, glow), wire(glow, grain), wire(grain, xform),
-                                wire(xform, output)};
+  const SourcePicture picture = SampleImage::make(1920, 1080);  // the peer's input below
+  const bench::ReferenceGraph reference = bench::referenceGraph(*engine, 1920, 1080);
+  const auto& nodes = reference.nodes;
+  const auto& edges = reference.edges;
   t0 = Clock::now();
   engine->evaluate(nodes, edges, 0);  // first frame: conform and pool textures
   const double first = ms(Clock::now() - t0);
