@@ -36,6 +36,24 @@
 using namespace ombrik;
 
 namespace {
+// The dark theme, and a language, for one screenshot; put back as they were when it ends, even
+// when an assertion ends the test early.
+struct DarkTheme {
+  QApplication& app = test::shellApp();
+  const QString oldStyle = app.style()->name();
+  const QPalette oldPalette = app.palette();
+  const AppLanguage oldLanguage = interfaceLanguage();
+  explicit DarkTheme(AppLanguage language = interfaceLanguage()) {
+    setInterfaceLanguage(language);
+    applyDarkTheme(app);
+  }
+  ~DarkTheme() {
+    setInterfaceLanguage(oldLanguage);
+    app.setStyle(QStyleFactory::create(oldStyle));
+    app.setPalette(oldPalette);
+  }
+};
+
 // Screenshots go beside the build's test data, where a person can look at them after a run.
 bool saveScreenshot(const QImage& shot, const char* name) {
   const char* support = std::getenv("OMBRIK_SUPPORT");
@@ -62,10 +80,7 @@ double greyVariance(const QImage& image) {
 // The whole window on the example world, saved for people to look at: the picture, the graph
 // and the settings of the selected node must all be there.
 TEST(MainWindow, ScreenshotOfTheExampleWorld) {
-  QApplication& app = test::shellApp();
-  const QString oldStyle = app.style()->name();
-  const QPalette oldPalette = app.palette();
-  applyDarkTheme(app);
+  DarkTheme theme;
   TempDir dir;
   auto clock = std::make_shared<ManualScheduler>();
   AppModel model(AppModel::Options{.scheduler = clock, .defaultsFile = (dir.path / "defaults.conf").string(),
@@ -89,15 +104,10 @@ TEST(MainWindow, ScreenshotOfTheExampleWorld) {
   EXPECT_FALSE(window.inspector()->row("amount") == nullptr) << "the selected node's settings are listed";
   EXPECT_GE(model.nodeThumbs.size(), 5u) << "the nodes show their pictures";
 
-  app.setStyle(QStyleFactory::create(oldStyle));
-  app.setPalette(oldPalette);
 }
 
 TEST(MainWindow, ScreenshotOfAnImportedClip) {
-  QApplication& app = test::shellApp();
-  const QString oldStyle = app.style()->name();
-  const QPalette oldPalette = app.palette();
-  applyDarkTheme(app);
+  DarkTheme theme;
   TempDir dir;
   const std::filesystem::path clip = dir.path / "rush.mp4";
   ASSERT_EQ(std::system(("ffmpeg -v error -y -f lavfi -i testsrc2=size=960x540:rate=25 -frames:v 30 -c:v libx264 "
@@ -171,20 +181,13 @@ TEST(MainWindow, ScreenshotOfAnImportedClip) {
   EXPECT_GT(amber.red(), 200);
   EXPECT_LT(amber.blue(), 110) << "the wipe's line";
 
-  app.setStyle(QStyleFactory::create(oldStyle));
-  app.setPalette(oldPalette);
 }
 
 namespace {
 // The example world's mask node with a second mask drawn by hand in the viewer: a closed, curved
 // Bézier beside the example's ellipse, one of its points selected to show its tangents.
 void screenshotOfTheMaskTools(AppLanguage language, const char* file) {
-  QApplication& app = test::shellApp();
-  const QString oldStyle = app.style()->name();
-  const QPalette oldPalette = app.palette();
-  const AppLanguage oldLanguage = interfaceLanguage();
-  setInterfaceLanguage(language);
-  applyDarkTheme(app);
+  DarkTheme theme(language);
   TempDir dir;
   auto clock = std::make_shared<ManualScheduler>();
   AppModel model(AppModel::Options{.scheduler = clock, .defaultsFile = (dir.path / "defaults.conf").string(),
@@ -236,9 +239,6 @@ void screenshotOfTheMaskTools(AppLanguage language, const char* file) {
   const QString move = window.rotoToolBar()->findChild<QToolButton*>("rotoTool:move")->text();
   EXPECT_EQ(move, language == AppLanguage::english ? "Move" : "Déplacer");
 
-  setInterfaceLanguage(oldLanguage);
-  app.setStyle(QStyleFactory::create(oldStyle));
-  app.setPalette(oldPalette);
 }
 }  // namespace
 
@@ -251,12 +251,7 @@ namespace {
 // the output node's render section, and the queue panel over the graph with a world done, the
 // one running and one waiting.
 void screenshotOfARender(AppLanguage language, const char* file) {
-  QApplication& app = test::shellApp();
-  const QString oldStyle = app.style()->name();
-  const QPalette oldPalette = app.palette();
-  const AppLanguage oldLanguage = interfaceLanguage();
-  setInterfaceLanguage(language);
-  applyDarkTheme(app);
+  DarkTheme theme(language);
   TempDir dir;
   auto clock = std::make_shared<ManualScheduler>();
   AppModel model(AppModel::Options{.scheduler = clock, .defaultsFile = (dir.path / "defaults.conf").string(),
@@ -322,9 +317,6 @@ void screenshotOfARender(AppLanguage language, const char* file) {
   model.stopAllRenders();
   clock->advance(1);
 
-  setInterfaceLanguage(oldLanguage);
-  app.setStyle(QStyleFactory::create(oldStyle));
-  app.setPalette(oldPalette);
 }
 }  // namespace
 
