@@ -6,6 +6,7 @@
 #include "document/app_model.h"
 #include "engine/engine.h"
 #include "engine/source_picture.h"
+#include "graph/edge_index.h"
 #include "groups/node_group.h"
 
 namespace ombrik {
@@ -77,30 +78,24 @@ void AppModel::quickAdd(const KindRef& kind) {
 }
 
 bool AppModel::isUpstream(const Uuid& a, const Uuid& of) const {
-  std::vector<Uuid> stack{of};
-  std::unordered_set<Uuid> seen;
-  while (!stack.empty()) {
-    const Uuid at = stack.back();
-    stack.pop_back();
-    if (!seen.insert(at).second) continue;
-    for (const auto& e : _edges)
-      if (e.to == at) {
-        if (e.from == a) return true;
-        stack.push_back(e.from);
-      }
-  }
-  return false;
+  const EdgeIndex index(_edges);
+  std::unordered_set<Uuid> above;
+  for (const Edge* e : index.into(of)) above.insert(e->from);
+  return above.count(a) || index.upstream({above.begin(), above.end()}).count(a);
 }
 
 std::optional<Uuid> AppModel::upstreamMedia(const Uuid& id) const {
+  std::unordered_map<Uuid, const Node*> nodes;
+  for (const Node& n : _nodes) nodes.emplace(n.id, &n);
+  const EdgeIndex index(_edges);
   std::unordered_set<Uuid> seen;
   Uuid at = id;
   while (seen.insert(at).second) {
-    const Node* n = nodeByID(at);
-    if (!n) return std::nullopt;
-    if (n->kind->id == "media") return at;
-    auto e = std::find_if(_edges.begin(), _edges.end(), [&](const Edge& x) { return x.to == at && x.port == 0; });
-    if (e == _edges.end()) return std::nullopt;
+    auto n = nodes.find(at);
+    if (n == nodes.end()) return std::nullopt;
+    if (n->second->kind->id == "media") return at;
+    const Edge* e = index.into(at, 0);
+    if (!e) return std::nullopt;
     at = e->from;
   }
   return std::nullopt;  // a loop
@@ -234,20 +229,12 @@ void AppModel::intercalate(const Uuid& nodeID, const Uuid& edgeID) {
     edges.insert(edges.end(), moved.begin(), moved.end());
   }
   // 4. Refused if the node now feeds itself.
-  std::vector<Uuid> stack;
-  for (const auto& e : edges)
-    if (e.to == nodeID) stack.push_back(e.from);
-  std::unordered_set<Uuid> seen;
-  while (!stack.empty()) {
-    const Uuid at = stack.back();
-    stack.pop_back();
-    if (at == nodeID) {
-      _status = "Intercalage impossible : il créerait une boucle.";
-      return;
-    }
-    if (!seen.insert(at).second) continue;
-    for (const auto& e : edges)
-      if (e.to == at) stack.push_back(e.from);
+  const EdgeIndex index(edges);
+  std::vector<Uuid> above;
+  for (const Edge* e : index.into(nodeID)) above.push_back(e->from);
+  if (index.upstream(above).count(nodeID)) {
+    _status = "Intercalage impossible : il créerait une boucle.";
+    return;
   }
   _edges = std::move(edges);
   storedEdges();

@@ -3,13 +3,14 @@
 
 #include "document/app_model.h"
 #include "engine/engine.h"
+#include "engine/source_picture.h"
 #include "gpu/device.h"
 #include "platform/scheduler.h"
 
 namespace ombrik {
 
 CompSize AppModel::fullCompSize(int width, int height) {
-  const double s = std::min(1.0, 4096.0 / std::max(1, std::max(width, height)));
+  const double s = std::min(1.0, double(kMaxSourceSide) / std::max(1, std::max(width, height)));
   return {int(std::max(1.0, s * width)), int(std::max(1.0, s * height))};
 }
 
@@ -101,13 +102,19 @@ void AppModel::performRender(bool full) {
 
 void AppModel::refreshThumbnails() {
   constexpr int kThumbSide = 96;  // about the largest node's circle at the editor's usual zoom
-  std::map<Uuid, Picture> thumbs;
+  std::vector<Uuid> ids;
+  std::vector<std::shared_ptr<gpu::Texture>> results;
   for (const auto& n : _nodes) {
     if (n.kind->id == "dot") continue;
     auto it = engine->outputs.find(n.id);
     if (it == engine->outputs.end() || !it->second) continue;
-    if (auto picture = engine->thumbnail(it->second, kThumbSide)) thumbs.emplace(n.id, std::move(*picture));
+    ids.push_back(n.id);
+    results.push_back(it->second);
   }
+  auto pictures = engine->thumbnails(results, kThumbSide);
+  std::map<Uuid, Picture> thumbs;
+  for (std::size_t i = 0; i < ids.size(); ++i)
+    if (pictures[i]) thumbs.emplace(ids[i], std::move(*pictures[i]));
   nodeThumbs = std::move(thumbs);
   ++thumbsVersion;
 }

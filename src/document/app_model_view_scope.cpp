@@ -6,6 +6,7 @@
 #include "document/app_model.h"
 #include "document/play_state.h"
 #include "engine/engine.h"
+#include "graph/edge_index.h"
 
 namespace ombrik {
 
@@ -21,15 +22,10 @@ std::optional<AppModel::ViewScope> AppModel::viewScope(const Uuid& id) const {
   if (!nodeByID(id)) return std::nullopt;
   ViewScope scope;
   scope.plate = maskPlate(id);
-  std::vector<Uuid> stack{id};
-  if (scope.plate) stack.push_back(*scope.plate);  // a mask's rush may lie beside it, not above
-  while (!stack.empty()) {
-    const Uuid at = stack.back();
-    stack.pop_back();
-    if (!scope.need.insert(at).second) continue;
-    for (const auto& e : _edges)
-      if (e.to == at) stack.push_back(e.from);
-  }
+  std::vector<Uuid> from{id};
+  if (scope.plate) from.push_back(*scope.plate);  // a mask's rush may lie beside it, not above
+  const auto need = EdgeIndex(_edges).upstream(from);
+  scope.need = {need.begin(), need.end()};
   for (const auto& e : _edges)
     if (scope.need.count(e.from) && scope.need.count(e.to)) scope.edges.push_back(e);
   if (_viewChannel == 1 || _viewChannel == 2)

@@ -165,6 +165,7 @@ public:
   Tex snapshotScaled(const Tex& texture, int width, int height);  // 8-bit, at least 1x1
   Tex maskView(const Tex& mask, const Tex& picture);              // outside darkened, tinted red
   std::optional<Picture> thumbnail(const Tex& texture, int maxSide);  // may enlarge
+  std::vector<std::optional<Picture>> thumbnails(std::span<const Tex> textures, int maxSide);  // many at once
   bool writePreview(const Tex& texture, const std::filesystem::path& path, int maxSide);  // never enlarges
 
   // ---- the viewer's display pass (engine_viewer_picture.cpp)
@@ -188,6 +189,7 @@ private:
   friend struct EngineProduce;
 
   Tex eval(const Uuid& id);
+  std::vector<Uuid> upstreamFirst(const std::vector<Uuid>& roots) const;
   Tex input(const Uuid& id, int port);
   Tex produce(const Node& node);
   Tex produceLimited(const Node& node);

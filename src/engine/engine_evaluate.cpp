@@ -30,6 +30,7 @@ void Engine::evaluate(const std::vector<Node>& nodes, const std::vector<Edge>& e
   ev_->nodeStore = nodes;
   for (const auto& n : ev_->nodeStore) ev_->nodes.emplace(n.id, &n);
   ev_->edges = edges;
+  ev_->into.emplace(ev_->edges);
   alphaSide_.clear();
   maskSide_.clear();
 
@@ -43,8 +44,9 @@ void Engine::evaluate(const std::vector<Node>& nodes, const std::vector<Edge>& e
       cut.insert(n.id);
   }
 
+  std::vector<Uuid> roots;
   if (cut.empty() && !leanEval) {
-    for (const auto& n : ev_->nodeStore) eval(n.id);
+    for (const auto& n : ev_->nodeStore) roots.push_back(n.id);
   } else {
     std::vector<Uuid> stack;
     if (leanEval) {
@@ -65,12 +67,14 @@ void Engine::evaluate(const std::vector<Node>& nodes, const std::vector<Edge>& e
       const Uuid id = stack.back();
       stack.pop_back();
       if (!needed.insert(id).second || cut.count(id)) continue;
-      for (const auto& e : ev_->edges)
-        if (e.to == id) stack.push_back(e.from);
+      for (const Edge* e : ev_->edgesInto(id)) stack.push_back(e->from);
     }
     for (const auto& n : ev_->nodeStore)
-      if (needed.count(n.id)) eval(n.id);
+      if (needed.count(n.id)) roots.push_back(n.id);
   }
+  // Upstream first, so that pulling an input finds it done: the pull never recurses down a long
+  // chain, which would be as deep as the graph is long.
+  for (const Uuid& id : upstreamFirst(roots)) eval(id);
 
   muxAlpha.clear();
   for (const auto& n : ev_->nodeStore)
@@ -86,23 +90,56 @@ void Engine::evaluate(const std::vector<Node>& nodes, const std::vector<Edge>& e
   ev_.reset();
 }
 
+std::vector<Uuid> Engine::upstreamFirst(const std::vector<Uuid>& roots) const {
+  // Depth-first through the inputs with an explicit stack; a node is listed once all its inputs
+  // are. Nodes read from a file don't walk their upstream; a cycle's back edge is skipped.
+  std::vector<Uuid> order;
+  order.reserve(roots.size());
+  std::unordered_map<Uuid, bool> seen;  // false while on the stack, true once listed
+  std::vector<std::pair<Uuid, std::size_t>> stack;
+  for (const Uuid& root : roots) {
+    if (seen.count(root)) continue;
+    seen[root] = false;
+    stack.push_back({root, 0});
+    while (!stack.empty()) {
+      auto& [id, next] = stack.back();
+      const auto& in = ev_->cut.count(id) ? std::vector<const Edge*>{} : ev_->edgesInto(id);
+      if (next < in.size()) {
+        const Uuid from = in[next++]->from;
+        if (!seen.count(from) && ev_->node(from)) {
+          seen[from] = false;
+          stack.push_back({from, 0});
+        }
+        continue;
+      }
+      seen[id] = true;
+      order.push_back(id);
+      stack.pop_back();
+    }
+  }
+  return order;
+}
+
 Engine::Tex Engine::eval(const Uuid& id) {
   if (auto it = ev_->done.find(id); it != ev_->done.end()) return it->second;
+  if (ev_->empty.count(id)) return nullptr;
   const Node* node = ev_->node(id);
-  if (!node || ev_->visiting.count(id)) return nullptr;  // a cycle reads as unconnected
+  if (!node) return nullptr;
+  if (ev_->visiting.count(id)) {  // a cycle reads as unconnected
+    ++ev_->cycleHits;
+    return nullptr;
+  }
   ev_->visiting.insert(id);
+  const int cycles = ev_->cycleHits;
   Tex t = produce(*node);
   ++produced_;
   if (t) ev_->done[id] = t;
+  else if (cycles == ev_->cycleHits) ev_->empty.insert(id);  // inside a cycle, another entry may see more
   ev_->visiting.erase(id);
   return t;
 }
 
-const Edge* Engine::edgeInto(const Uuid& id, int port) const {
-  for (const auto& e : ev_->edges)
-    if (e.to == id && e.port == port) return &e;
-  return nullptr;
-}
+const Edge* Engine::edgeInto(const Uuid& id, int port) const { return ev_->into->into(id, port); }
 
 Engine::Tex Engine::input(const Uuid& id, int port) {
   if (ev_->ignoreMatte && *ev_->ignoreMatte == id)
@@ -183,8 +220,21 @@ Engine::Tex Engine::limitToMatte(const Node& node, const Tex& front, const Tex& 
 
 Engine::Tex Engine::alphaOut(const Uuid& id) {
   if (auto it = alphaSide_.find(id); it != alphaSide_.end()) return it->second;
+  if (ev_->alphaEmpty.count(id)) return nullptr;
   const Node* node = ev_->node(id);
   if (!node || ev_->alphaVisiting.count(id)) return nullptr;
+  if (!ev_->alphaWarming) {
+    // Alpha mostly passes down the main input: ask for it from the bottom of that chain up, so
+    // that each step finds the one below it done instead of recursing the chain's whole length.
+    ev_->alphaWarming = true;
+    std::vector<Uuid> chain;
+    std::unordered_set<Uuid> onChain{id};
+    for (const Edge* e = edgeInto(id, 0); e && !ev_->cut.count(e->to) && onChain.insert(e->from).second;
+         e = edgeInto(e->from, 0))
+      chain.push_back(e->from);
+    for (auto it = chain.rbegin(); it != chain.rend(); ++it) alphaOut(*it);
+    ev_->alphaWarming = false;
+  }
   ev_->alphaVisiting.insert(id);
   struct Leave {
     Engine::Eval& e;
@@ -226,7 +276,10 @@ Engine::Tex Engine::alphaOut(const Uuid& id) {
     a = alphaOut(e->from);
     if (kind == "xform") a = moved(a);
   }
-  if (!a) return nullptr;
+  if (!a) {
+    ev_->alphaEmpty.insert(id);
+    return nullptr;
+  }
   return alphaSide_[id] = a;
 }
 

@@ -135,8 +135,9 @@ Engine::Tex Engine::maskOut(const Uuid& id, int k) {
 Engine::Tex Engine::alphasSum(const Node& node, int port, int slot) {
   Tex sum;
   int parity = 0;
-  for (const Edge& e : ev_->edges) {
-    if (e.to != node.id || e.port != port) continue;
+  for (const Edge* edge : ev_->edgesInto(node.id)) {
+    const Edge& e = *edge;
+    if (e.port != port) continue;
     Tex t = e.fromPort == 0 ? eval(e.from) : e.fromPort == 1 ? alphaOut(e.from) : maskOut(e.from, e.fromPort - 2);
     if (!t) continue;
     if (!sum) {

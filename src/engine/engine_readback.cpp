@@ -69,6 +69,40 @@ std::optional<Picture> Engine::thumbnail(const Tex& texture, int maxSide) {
   return Picture{small->width(), small->height(), std::make_shared<const std::vector<std::uint8_t>>(std::move(bytes))};
 }
 
+std::vector<std::optional<Picture>> Engine::thumbnails(std::span<const Tex> textures, int maxSide) {
+  // Resamples and reads in batches on one submission each, rather than two waits per picture; a
+  // batch bounds the staging memory and the driver's count of allocations.
+  constexpr std::size_t kBatch = 256;
+  std::vector<std::optional<Picture>> out(textures.size());
+  if (maxSide < 1) return out;
+  for (std::size_t first = 0; first < textures.size(); first += kBatch) {
+    const std::size_t last = std::min(textures.size(), first + kBatch);
+    auto commands = device_->begin();
+    if (!commands) return out;
+    std::vector<Tex> small(last - first);
+    std::vector<std::vector<std::uint8_t>> bytes(last - first);
+    for (std::size_t i = first; i < last; ++i) {
+      const Tex& t = textures[i];
+      if (!t) continue;
+      const double s = double(maxSide) / std::max(t->width(), t->height());  // may enlarge
+      Tex& to = small[i - first];
+      to = device_->createTexture(scaled(t->width(), s), scaled(t->height(), s), gpu::Format::rgba8Unorm);
+      if (!to) continue;
+      const Tex list[] = {t, to};
+      commands->dispatch("k_resample", list, {});
+      commands->read(to, &bytes[i - first]);
+    }
+    if (!device_->submitAndWait(*commands)) return out;
+    for (std::size_t i = first; i < last; ++i) {
+      const Tex& to = small[i - first];
+      if (to && bytes[i - first].size() == to->byteSize())
+        out[i] = Picture{to->width(), to->height(),
+                         std::make_shared<const std::vector<std::uint8_t>>(std::move(bytes[i - first]))};
+    }
+  }
+  return out;
+}
+
 std::optional<Picture> Engine::sourceThumb(const Uuid& id, int maxSide) {
   auto it = sources_.find(id);
   if (it == sources_.end() || maxSide < 1) return std::nullopt;

@@ -42,24 +42,53 @@ std::optional<SourcePicture> SourcePicture::load(const std::filesystem::path& pa
   // use the detail, and a file may claim a size its few bytes will never fill.
   if (std::int64_t(w) * h > (std::int64_t(1) << 25) || w > 16384 || h > 16384)
     return fail("Image illisible : " + name + " (image trop grande : " + std::to_string(w) + " × " + std::to_string(h) + ")");
-  std::vector<float> pixels(std::size_t(w) * h * nc);
-  // OpenImageIO associates alpha on reading: the picture arrives premultiplied.
-  if (!in->read_image(0, 0, 0, nc, OIIO::TypeDesc::FLOAT, pixels.data()))
-    return fail("Image illisible : " + path.filename().string());
   // Working values are sRGB-encoded. An EXR holds linear light unless its header says otherwise
   // (ours, written from the working values, carry kEncodingAttribute): its colours are encoded on
   // the way in, with the curve extended beyond 0..1 so highlights survive.
   const bool linear = std::string(in->format_name()) == "openexr" &&
                       !OIIO::Strutil::iequals(spec.get_string_attribute(kEncodingAttribute), "sRGB");
   auto encode = [&](float v) { return linear ? linearToSRGB(v) : v; };
-  std::vector<float> rgba(std::size_t(w) * h * 4);
-  for (std::size_t i = 0; i < std::size_t(w) * h; ++i) {
-    const float* p = &pixels[i * nc];
-    const float r = encode(p[0]), g = nc >= 3 ? encode(p[1]) : r, b = nc >= 3 ? encode(p[2]) : r;
-    const float a = nc == 2 ? p[1] : nc >= 4 ? p[3] : 1.0f;
-    rgba[i * 4 + 0] = r, rgba[i * 4 + 1] = g, rgba[i * 4 + 2] = b, rgba[i * 4 + 3] = a;
+
+  // Decoded a strip of rows at a time and averaged down to what the comp can show (the same
+  // size the comp takes from it): memory follows the comp, never the file's claims.
+  const double s = std::min(1.0, double(kMaxSourceSide) / std::max(w, h));
+  const int ow = std::max(1, int(s * w)), oh = std::max(1, int(s * h));
+  auto halves = std::make_shared<std::vector<std::uint16_t>>(std::size_t(ow) * oh * 4);
+  std::vector<int> column(w);
+  for (int x = 0; x < w; ++x) column[x] = int(std::int64_t(x) * ow / w);
+  std::vector<float> sum(std::size_t(ow) * 4);
+  std::vector<int> count(ow);
+  int row = 0;  // the output row being summed
+  auto flush = [&] {
+    for (int x = 0; x < ow; ++x)
+      for (int c = 0; c < 4; ++c)
+        (*halves)[(std::size_t(row) * ow + x) * 4 + c] = floatToHalf(count[x] ? sum[x * 4 + c] / float(count[x]) : 0.f);
+    std::fill(sum.begin(), sum.end(), 0.f);
+    std::fill(count.begin(), count.end(), 0);
+  };
+  constexpr int kStrip = 32;
+  std::vector<float> strip(std::size_t(w) * kStrip * nc);
+  for (int y0 = 0; y0 < h; y0 += kStrip) {
+    const int y1 = std::min(h, y0 + kStrip);
+    // OpenImageIO associates alpha on reading: the picture arrives premultiplied.
+    if (!in->read_scanlines(0, 0, spec.y + y0, spec.y + y1, 0, 0, nc, OIIO::TypeDesc::FLOAT, strip.data()))
+      return fail("Image illisible : " + name + " (données tronquées ou corrompues)");
+    for (int y = y0; y < y1; ++y) {
+      const int target = int(std::int64_t(y) * oh / h);
+      if (target != row) flush(), row = target;
+      const float* line = &strip[std::size_t(y - y0) * w * nc];
+      for (int x = 0; x < w; ++x) {
+        const float* p = line + std::size_t(x) * nc;
+        const float r = encode(p[0]), g = nc >= 3 ? encode(p[1]) : r, b = nc >= 3 ? encode(p[2]) : r;
+        const float a = nc == 2 ? p[1] : nc >= 4 ? p[3] : 1.0f;
+        float* acc = &sum[std::size_t(column[x]) * 4];
+        acc[0] += r, acc[1] += g, acc[2] += b, acc[3] += a;
+        ++count[column[x]];
+      }
+    }
   }
-  return fromFloats(w, h, rgba);
+  flush();
+  return SourcePicture{ow, oh, std::move(halves)};
 }
 
 SourcePicture SampleImage::make(int width, int height) {

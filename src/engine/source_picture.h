@@ -10,6 +10,9 @@
 
 namespace ombrik {
 
+// The comp's longest side: a source beyond it holds detail nothing can show.
+inline constexpr int kMaxSourceSide = 4096;
+
 struct SourcePicture {
   int width = 0;
   int height = 0;
@@ -17,7 +20,8 @@ struct SourcePicture {
 
   bool empty() const { return width < 1 || height < 1 || !rgba; }
   static SourcePicture fromFloats(int width, int height, const std::vector<float>& rgba);
-  // Any still OpenImageIO reads; nullopt with a message when it can't.
+  // Any still OpenImageIO reads; nullopt with a message when it can't. A picture longer than
+  // kMaxSourceSide arrives averaged down to it, as the comp would show it.
   static std::optional<SourcePicture> load(const std::filesystem::path& path, std::string* error = nullptr);
 };
 

@@ -86,6 +86,9 @@ public:
   }
   void upload(const TexturePtr& texture, const void* bytes, std::size_t size);
   void copy(const TexturePtr& from, const TexturePtr& to);  // same size and format
+  // The texture's bytes as the list reaches this point, in `into` once the list is submitted:
+  // many reads ride on one submission.
+  void read(const TexturePtr& texture, std::vector<std::uint8_t>* into);
   void clear(const TexturePtr& texture, float r, float g, float b, float a);
   // Draws triangles (3 vertices of 4 floats each) from `source` onto `target`, over what it holds.
   void drawTriangles(const std::string& pipeline, const TexturePtr& source, const TexturePtr& target,

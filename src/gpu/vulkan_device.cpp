@@ -376,6 +376,10 @@ void CommandList::upload(const TexturePtr& texture, const void* bytes, std::size
   impl_->keep.push_back(texture);
 }
 
+void CommandList::read(const TexturePtr& texture, std::vector<std::uint8_t>* into) {
+  if (texture && into) impl_->readback(texture, into);
+}
+
 void CommandList::copy(const TexturePtr& from, const TexturePtr& to) {
   if (!from || !to || from->width() != to->width() || from->height() != to->height() || from->format() != to->format() ||
       from->depth() != to->depth())

@@ -266,3 +266,33 @@ TEST_F(EngineTest, PassesOutsideAnEvaluationOrOfUnknownKernelsDoNothing) {
   ASSERT_TRUE(e.device().submitAndWait(*commands));
   EXPECT_EQ(e.readPixels(out), before);  // the texture keeps what it held
 }
+
+// A long chain costs its length: a node that gives nothing is not produced again by each node
+// below it, and a chain carrying a picture is pulled upstream first, in one pass.
+TEST_F(EngineTest, LongChainsProduceEachNodeOnce) {
+  Engine& e = engine();
+  e.setComp(2, 2, true);
+  for (const bool fed : {false, true}) {
+    Node media = node("media");
+    media.mediaID = Uuid::generate();
+    if (fed) e.addSource(flat(2, 2, {0.5f, 0.5f, 0.5f, 1}), *media.mediaID);
+    std::vector<Node> nodes{media};
+    std::vector<Edge> edges;
+    for (int i = 0; i < 300; ++i) {
+      nodes.push_back(node("dot"));
+      edges.push_back(wire(nodes[nodes.size() - 2], nodes.back()));
+    }
+    nodes.push_back(node("output"));
+    edges.push_back(wire(nodes[nodes.size() - 2], nodes.back()));
+    std::reverse(nodes.begin(), nodes.end());  // listed bottom first: order must not matter
+    e.viewAlphaOf = nodes.front().id;
+    e.evaluate(nodes, edges, 0);
+    EXPECT_EQ(e.producedCount(), nodes.size()) << fed;
+    EXPECT_EQ(e.outputs.count(nodes.front().id), fed ? 1u : 0u);
+    if (fed) {
+      EXPECT_NEAR(at(pixels(nodes.front().id), 2, 1, 1).r, 0.5f, 1e-3);
+    }
+    EXPECT_EQ(e.viewAlpha != nullptr, fed);
+  }
+  e.viewAlphaOf.reset();
+}

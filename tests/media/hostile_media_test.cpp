@@ -1,13 +1,20 @@
 // Media that would hang or swallow memory are refused before anything is decoded, with the reason.
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <OpenImageIO/imageio.h>
 
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <fstream>
 
 #include "../platform/temp_dir.h"
+#include "engine/half_float.h"
 #include "engine/source_picture.h"
 #include "media/frame_reader.h"
 
@@ -56,4 +63,41 @@ TEST(HostileMedia, PipesDevicesAndSizeBombsAreRefusedWithTheirReason) {
   std::string error;
   EXPECT_FALSE(FrameReader::open(pipe, &error));  // would block in the demuxer
   EXPECT_NE(error.find("Pas un fichier ordinaire"), std::string::npos) << error;
+}
+
+// A checkerboard of 8192 x 4096 (the most pixels a still may have) decodes in a child process whose
+// peak memory is measured: it arrives at the comp's 4096 side, every pixel the mean of its 2 x 2
+// cell (0.5), and decoding never holds the full-size picture (about 1.3 GB as floats).
+TEST(HostileMedia, LargeStillsArriveAtCompSizeWithMemoryOfThatSize) {
+  TempDir dir;
+  const fs::path file = dir.path / "damier.png";
+  {
+    const int w = 8192, h = 4096;
+    auto out = OIIO::ImageOutput::create(file.string());
+    ASSERT_TRUE(out && out->open(file.string(), OIIO::ImageSpec(w, h, 1, OIIO::TypeDesc::UINT8)));
+    std::vector<std::uint8_t> line(w);
+    for (int y = 0; y < h; ++y) {
+      for (int x = 0; x < w; ++x) line[x] = ((x ^ y) & 1) ? 255 : 0;
+      ASSERT_TRUE(out->write_scanline(y, 0, OIIO::TypeDesc::UINT8, line.data()));
+    }
+    out->close();
+  }
+  long pages = 0, resident = 0;  // the child starts with what is resident here now
+  std::ifstream("/proc/self/statm") >> pages >> resident;
+  const double startMB = double(resident) * double(sysconf(_SC_PAGESIZE)) / (1 << 20);
+  const pid_t child = fork();
+  if (child == 0) {
+    auto picture = SourcePicture::load(file);
+    bool even = picture && picture->width == 4096 && picture->height == 2048;
+    for (std::size_t i = 0; even && i < picture->rgba->size(); i += 4097)
+      even = std::abs(halfToFloat((*picture->rgba)[i]) - ((i % 4 == 3) ? 1.f : 0.5f)) < 1e-3f;
+    std::_Exit(even ? 0 : 1);
+  }
+  int status = 0;
+  rusage usage{};
+  ASSERT_EQ(wait4(child, &status, 0, &usage), child);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0) << "size or values of the reduced picture";
+  const double grownMB = double(usage.ru_maxrss) / 1024 - startMB;
+  EXPECT_LT(grownMB, 300) << "peak memory of the decode";
 }
