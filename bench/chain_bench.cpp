@@ -1,7 +1,9 @@
 // Loading and evaluating long chains: a still → N colour nodes → output, written as a project file,
 // opened by the desktop's model (codec, media, history) and evaluated once in full, for N = 1,000,
 // 10,000 and 100,000 by default. Each size runs in its own child process so that its peak memory
-// (getrusage of the child) is its own. Growth near 10x per row means near-linear.
+// (getrusage of the child) is its own. Growth near 10x per row means near-linear. The peer in the
+// same run: oiiotool applying the same N gains to the same still in one command, its time and
+// peak memory measured the same way.
 //
 //   build/bench/chain_bench [N ...]      (OMBRIK_GPU=cpu forces lavapipe)
 #include <sys/resource.h>
@@ -83,6 +85,27 @@ int runOne(const fs::path& dir, int count) {
   std::fflush(stdout);
   return shown ? 0 : 1;
 }
+// oiiotool still.png --mulc g ... -o out.exr, in a child; false when it can't run.
+bool runPeer(const fs::path& dir, int count, double* seconds_, double* peakMB) {
+  std::vector<std::string> args{"oiiotool", (dir / "still.png").string()};
+  for (int i = 0; i < count; ++i) args.insert(args.end(), {"--mulc", std::to_string(1.0 + 0.0001 * (i % 7))});
+  args.insert(args.end(), {"-o", (dir / "peer.exr").string()});
+  std::vector<char*> argv;
+  for (auto& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  const auto t0 = Clock::now();
+  const pid_t child = fork();
+  if (child == 0) {
+    execvp("oiiotool", argv.data());
+    std::_Exit(127);
+  }
+  int status = 0;
+  rusage usage{};
+  wait4(child, &status, 0, &usage);
+  *seconds_ = seconds(Clock::now() - t0);
+  *peakMB = double(usage.ru_maxrss) / 1024;
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -92,7 +115,7 @@ int main(int argc, char** argv) {
   const fs::path dir = fs::temp_directory_path() / ("ombrik-chain-" + std::to_string(getpid()));
   fs::create_directories(dir);
   writeStill(dir / "still.png", 64, 36);
-  std::printf("   nodes  write s   load s   eval s        peak MB\n");
+  std::printf("   nodes  write s   load s   eval s        peak MB   oiiotool s  peak MB\n");
   std::fflush(stdout);
   int failures = 0;
   for (int n : sizes) {
@@ -103,7 +126,10 @@ int main(int argc, char** argv) {
     rusage usage{};
     wait4(child, &status, 0, &usage);
     if (!WIFEXITED(status)) std::printf("%8d  died (signal %d)", n, WIFSIGNALED(status) ? WTERMSIG(status) : 0);
-    std::printf("  %8.0f\n", double(usage.ru_maxrss) / 1024);
+    std::printf("  %8.0f", double(usage.ru_maxrss) / 1024);
+    double peerSeconds = 0, peerMB = 0;
+    if (runPeer(dir, n, &peerSeconds, &peerMB)) std::printf("   %10.2f %8.0f\n", peerSeconds, peerMB);
+    else std::printf("   (oiiotool failed)\n");
     failures += !(WIFEXITED(status) && WEXITSTATUS(status) == 0);
   }
   fs::remove_all(dir);
