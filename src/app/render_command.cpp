@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "document/app_model.h"
+#include "document/media_trouble.h"
 #include "editorial/render_naming.h"
 #include "engine/engine.h"
 #include "media/movie_writer.h"
@@ -63,6 +64,12 @@ FrameField frameField(const std::string& pattern) {
   return f;
 }
 
+// An output with no picture is blamed on a media it can't read before the wiring.
+std::string noPicture(const AppModel& model, const Uuid& outputID, int frame) {
+  return "la Sortie ne donne pas d'image à l'image " + std::to_string(frame) + " : " +
+         whyNoPicture(model._nodes, model._edges, outputID, model.mediaTroubles);
+}
+
 // Frames first..last (from 1) into one movie, encoded as they are evaluated.
 bool renderMovie(AppModel& model, const Uuid& outputID, const std::string& out, MovieCodec codec, double fps, int first,
                  int last, std::ostream& err) {
@@ -84,7 +91,7 @@ bool renderMovie(AppModel& model, const Uuid& outputID, const std::string& out, 
     model.performRender(true);
     auto it = model.engine->outputs.find(outputID);
     if (it == model.engine->outputs.end()) {
-      err << "ombrik render : la Sortie ne donne pas d'image à l'image " << frame << " (rien n'y est relié ?)" << std::endl;
+      err << "ombrik render : " << noPicture(model, outputID, frame) << std::endl;
       return false;  // the writer goes without a trace
     }
     const std::vector<float> pixels = model.engine->readPixels(it->second);
@@ -241,7 +248,7 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
     model.performRender(true);
     auto it = model.engine->outputs.find(outputID);
     if (it == model.engine->outputs.end())
-      return fail("la Sortie ne donne pas d'image à l'image " + std::to_string(frame) + " (rien n'y est relié ?)");
+      return fail(noPicture(model, outputID, frame));
     const std::string file = fileFor(out, frame - 1);  // files count from 0, as the desktop's sequences
     std::error_code ec;
     if (const auto dir = fs::path(file).parent_path(); !dir.empty()) fs::create_directories(dir, ec);

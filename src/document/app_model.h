@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "document/history_state.h"
+#include "document/media_trouble.h"
 #include "document/node_layout.h"
 #include "document/project_file.h"
 #include "graph/batch.h"
@@ -205,13 +206,15 @@ public:
 
   // ---- the project file (app_model_project.cpp)
   std::optional<std::filesystem::path> _projectURL;  // none: an untitled project
-  std::vector<MediaRef> missingMedia;                // refs whose file wasn't found at opening
+  std::vector<MediaRef> missingMedia;                // refs whose file couldn't be opened at opening
+  std::map<Uuid, MediaTrouble> mediaTroubles;        // why, for each of missingMedia
   std::vector<std::string> _recentKinds;
   std::vector<std::string> _folders;
   bool _confidential = false;
 
   ProjectFile makeFile();
-  bool write(const std::filesystem::path& url);
+  // False, with a status and the cause in `why`, when the file can't be written.
+  bool write(const std::filesystem::path& url, std::string* why = nullptr);
   bool load(const std::filesystem::path& url);
   UserDefaults& defaults() { return *defaults_; }
 
@@ -221,8 +224,9 @@ public:
   bool _isPlaying = false;
   // Reads one file into the media list: a clip through its first frame, a still through
   // OpenImageIO; `assign` also puts it on a media node; `id` is kept when given. False, with a
-  // status, when the file can't be read.
-  bool importURL(const std::filesystem::path& url, bool assign = false, std::optional<Uuid> id = std::nullopt);
+  // status naming the file and what is wrong with it (also put in `why`), when it can't be read.
+  bool importURL(const std::filesystem::path& url, bool assign = false, std::optional<Uuid> id = std::nullopt,
+                 std::string* why = nullptr);
   // Adds an already decoded picture; nothing, with a status, when its size is out of range.
   std::optional<Uuid> addMedia(const SourcePicture& picture, const std::string& name,
                                std::optional<std::filesystem::path> url = std::nullopt, bool assign = false,
@@ -436,7 +440,9 @@ public:
   void saveProject();
   void saveProjectAs();
   void openProjectPanel();
-  void autosave();
+  // The save of quitting: the project over itself, an untitled one to the automatic file.
+  // Nothing when saved (or with nothing to save), else the cause.
+  std::optional<std::string> autosave();
   bool openLastProject();
   // Chooses the language and offers to restart in it: the project is saved first.
   void switchLanguage(AppLanguage lang);

@@ -52,12 +52,15 @@ void AppModel::openProjectPanel() {
   if (load(*url)) _status = "Projet ouvert : " + url->filename().string();
 }
 
-void AppModel::autosave() {
-  if (_batches.empty()) return;
+std::optional<std::string> AppModel::autosave() {
+  if (_batches.empty()) return std::nullopt;
   const bool untitled = !_projectURL;
   const fs::path target = untitled ? projectsDir() / kAutoFileName : *_projectURL;
-  write(target);  // a failure here is ignored: nothing asks at quit
+  std::string why;
+  const bool saved = write(target, &why);
   if (untitled) _projectURL.reset();  // still untitled; "lastProjectPath" keeps the automatic file
+  if (saved) return std::nullopt;
+  return why;
 }
 
 bool AppModel::openLastProject() {
@@ -103,6 +106,7 @@ void AppModel::newProject() {
   _media.clear();
   videos.clear();
   missingMedia.clear();
+  mediaTroubles.clear();
   _batches.clear();
   _nodes.clear();
   _edges.clear();

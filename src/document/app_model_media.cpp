@@ -17,26 +17,33 @@ namespace ombrik {
 
 namespace fs = std::filesystem;
 
-bool AppModel::importURL(const fs::path& url, bool assign, std::optional<Uuid> id) {
+bool AppModel::importURL(const fs::path& url, bool assign, std::optional<Uuid> id, std::string* why) {
   const std::string name = url.filename().string();
+  auto refuse = [&](const std::string& reason) {
+    _status = reason == kNotFound ? "Média introuvable : " + name : "Média illisible : " + name + " (" + reason + ")";
+    if (why) *why = reason;
+    return false;
+  };
+  if (auto reason = unreadableFile(url)) return refuse(*reason);
+  std::string error;
+  std::optional<SourcePicture> picture;
+  std::shared_ptr<VideoSource> video;
   if (isMovieFile(url)) {
     auto scheduler = scheduler_;
-    auto video = VideoSource::open(url, [scheduler](std::function<void()> work) {
+    video = VideoSource::open(url, [scheduler](std::function<void()> work) {
       scheduler->postFromThread(std::move(work));
-    });
-    auto still = video ? video->still(0) : std::nullopt;
-    if (!still) {
-      _status = "Impossible de lire la vidéo " + name + ".";
-      return false;
-    }
-    return addMedia(*still, name, url, assign, video, id).has_value();
+    }, &error);
+    if (video && !(picture = video->still(0))) return refuse("première image illisible");
+  } else {
+    picture = SourcePicture::load(url, &error);
   }
-  auto picture = SourcePicture::load(url);
   if (!picture) {
-    _status = "Impossible de lire " + name + ".";
-    return false;
+    const std::string reason = readerReason(error);
+    return refuse(reason.empty() ? "lecture impossible" : reason);
   }
-  return addMedia(*picture, name, url, assign, nullptr, id).has_value();
+  if (addMedia(*picture, name, url, assign, video, id)) return true;
+  if (why) *why = "dimensions hors limites";
+  return false;
 }
 
 std::optional<Uuid> AppModel::addMedia(const SourcePicture& picture, const std::string& name,
@@ -83,10 +90,10 @@ void AppModel::relinkMissingMedia() {
   for (const auto& ref : std::vector<MediaRef>(missingMedia)) {
     std::error_code ec;
     if (known(ref.id) || !fs::exists(ref.path, ec)) continue;
-    importURL(ref.path, false, ref.id);
-    if (known(ref.id)) ++found;
+    if (importURL(ref.path, false, ref.id, &mediaTroubles[ref.id].why)) ++found;
   }
   std::erase_if(missingMedia, [&](const MediaRef& ref) { return known(ref.id); });
+  std::erase_if(mediaTroubles, [&](const auto& entry) { return known(entry.first); });
   if (found > 0) {
     const char* s = found > 1 ? "s" : "";
     _status = std::to_string(found) + " média" + s + " retrouvé" + s + ".";

@@ -32,7 +32,7 @@ ProjectFile AppModel::makeFile() {
   return f;
 }
 
-bool AppModel::write(const fs::path& url) {
+bool AppModel::write(const fs::path& url, std::string* why) {
   std::string error;
   const auto text = ProjectCodec::encode(makeFile(), &error);
   bool ok = bool(text);
@@ -45,6 +45,7 @@ bool AppModel::write(const fs::path& url) {
   }
   if (!ok) {
     _status = "Enregistrement impossible : " + error;
+    if (why) *why = error;
     return false;
   }
   _projectURL = url;
@@ -79,16 +80,17 @@ bool AppModel::load(const fs::path& url) {
   if (!file) return refuse(why.empty() ? "contenu invalide" : why);
   if (file->batches.empty()) return refuse("aucun monde");
 
-  std::vector<std::string> missingNames;
+  // Media that can't be opened stay in the file; each is told with its reason.
   std::vector<MediaRef> missing;
+  std::vector<MediaTrouble> troubles;
+  mediaTroubles.clear();
   for (const auto& ref : file->media) {
     const bool known = std::any_of(_media.begin(), _media.end(), [&](const MediaItem& m) { return m.id == ref.id; });
-    std::error_code ec;
-    if (!known && fs::exists(ref.path, ec)) importURL(ref.path, false, ref.id);
-    if (std::none_of(_media.begin(), _media.end(), [&](const MediaItem& m) { return m.id == ref.id; })) {
-      missingNames.push_back(ref.name);
-      missing.push_back(ref);
-    }
+    std::string why;
+    if (known || importURL(ref.path, false, ref.id, &why)) continue;
+    missing.push_back(ref);
+    troubles.push_back({ref.name, why});
+    mediaTroubles[ref.id] = troubles.back();
   }
   missingMedia = missing;
   std::erase_if(_media, [&](const MediaItem& m) {
@@ -129,11 +131,7 @@ bool AppModel::load(const fs::path& url) {
   resetTime();
   resetHistory();
   history.dirty = false;
-  if (!missingNames.empty()) {
-    std::string names;
-    for (const auto& n : missingNames) names += (names.empty() ? "" : ", ") + n;
-    _status = "Médias introuvables : " + names;
-  }
+  if (!troubles.empty()) _status = troubleSummary(troubles);
   requestRender();
   return true;
 }

@@ -34,10 +34,13 @@ std::optional<SourcePicture> SourcePicture::load(const std::filesystem::path& pa
   std::error_code ec;
   if (!std::filesystem::is_regular_file(path, ec)) return fail("Image illisible : " + name + " (ce n'est pas un fichier ordinaire)");
   auto in = OIIO::ImageInput::open(path.string());
-  if (!in) return fail("Image illisible : " + name);
+  if (!in) {
+    const bool empty = std::filesystem::file_size(path, ec) == 0 && !ec;
+    return fail("Image illisible : " + name + (empty ? " (fichier vide)" : " (pas une image ni un film)"));
+  }
   const OIIO::ImageSpec spec = in->spec();
   const int w = spec.width, h = spec.height, nc = spec.nchannels;
-  if (w < 1 || h < 1 || nc < 1) return fail("Image illisible : " + name);
+  if (w < 1 || h < 1 || nc < 1) return fail("Image illisible : " + name + " (image sans pixels)");
   // Refused from the header, before anything is decoded: past 8K UHD the comp (4096 at most) can't
   // use the detail, and a file may claim a size its few bytes will never fill.
   if (std::int64_t(w) * h > (std::int64_t(1) << 25) || w > 16384 || h > 16384)

@@ -42,17 +42,17 @@ struct FrameReader::Impl {
 
   // The demuxer and decoder; nothing, or the reason it can't be read.
   const char* openDecoder() {
-    if (avformat_open_input(&format, path.c_str(), nullptr, nullptr) < 0) return "Vidéo illisible";
-    if (avformat_find_stream_info(format, nullptr) < 0) return "Vidéo illisible";
+    if (avformat_open_input(&format, path.c_str(), nullptr, nullptr) < 0) return "pas une image ni un film";
+    if (avformat_find_stream_info(format, nullptr) < 0) return "film tronqué ou abîmé";
     stream = av_find_best_stream(format, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    if (stream < 0) return "Aucune piste vidéo";
+    if (stream < 0) return "aucune image vidéo";
     AVStream* st = format->streams[stream];
     const AVCodec* decoder = avcodec_find_decoder(st->codecpar->codec_id);
-    if (!decoder) return "Codec vidéo non pris en charge";
+    if (!decoder) return "codec vidéo non pris en charge";
     codec = avcodec_alloc_context3(decoder);
     avcodec_parameters_to_context(codec, st->codecpar);
     codec->thread_count = 0;  // as many as the machine has
-    if (avcodec_open2(codec, decoder, nullptr) < 0) return "Codec vidéo non pris en charge";
+    if (avcodec_open2(codec, decoder, nullptr) < 0) return "codec vidéo non pris en charge";
     return nullptr;
   }
 
@@ -219,12 +219,15 @@ void FrameReader::setSizeLimit(int maxWidth, int maxHeight) {
 
 std::unique_ptr<FrameReader> FrameReader::open(const std::filesystem::path& path, std::string* error) {
   auto fail = [&](const char* why) -> std::unique_ptr<FrameReader> {
-    if (error) *error = std::string(why) + " : " + path.filename().string();
+    if (error) *error = "Vidéo illisible : " + path.filename().string() + " (" + why + ")";
     return nullptr;
   };
   std::error_code ec;
   // A pipe or a device would block the demuxer; a sequence's pattern ("plate_%04d.png") names no file.
-  if (std::filesystem::exists(path, ec) && !std::filesystem::is_regular_file(path, ec)) return fail("Pas un fichier ordinaire");
+  if (std::filesystem::exists(path, ec)) {
+    if (!std::filesystem::is_regular_file(path, ec)) return fail("ce n'est pas un fichier ordinaire");
+    if (std::filesystem::file_size(path, ec) == 0 && !ec) return fail("fichier vide");
+  }
   quietFFmpegLog();
   auto d = std::make_unique<Impl>();
   d->path = path;
@@ -254,10 +257,10 @@ std::unique_ptr<FrameReader> FrameReader::open(const std::filesystem::path& path
   const bool turned = info.rotation == 90 || info.rotation == 270;
   info.width = turned ? st->codecpar->height : st->codecpar->width;
   info.height = turned ? st->codecpar->width : st->codecpar->height;
-  if (info.width < 1 || info.height < 1) return fail("Vidéo illisible");
+  if (info.width < 1 || info.height < 1) return fail("taille d'image inconnue");
   // The first picture is frame 0, whatever its timestamp: some files start a tick late. A file
   // with no picture that decodes isn't a clip.
-  if (!d->decodeNext()) return fail("Vidéo illisible");
+  if (!d->decodeNext()) return fail("aucune image vidéo");
   if (const std::int64_t first = Impl::timestampOf(d->frame); first != AV_NOPTS_VALUE) d->startPts = first;
   av_frame_move_ref(d->cur, d->frame);
   d->curIndex = 0;

@@ -23,7 +23,7 @@ struct ClipInfo {
 
 class FrameReader {
 public:
-  // Nothing, with a message, when the file isn't a readable clip.
+  // Nothing, with a message, when the file isn't a readable clip: "Vidéo illisible : NAME (REASON)".
   static std::unique_ptr<FrameReader> open(const std::filesystem::path& path, std::string* error = nullptr);
   ~FrameReader();
   FrameReader(const FrameReader&) = delete;

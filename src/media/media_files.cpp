@@ -49,6 +49,22 @@ std::vector<fs::path> mediaFiles(const fs::path& folder, std::size_t limit) {
   return found;
 }
 
+std::optional<std::string> unreadableFile(const fs::path& path) {
+  std::error_code ec;
+  const fs::file_status st = fs::status(path, ec);
+  if (!fs::exists(st)) return kNotFound;
+  if (fs::is_directory(st)) return "dossier";
+  if (!fs::is_regular_file(st)) return "ce n'est pas un fichier ordinaire";
+  if (fs::file_size(path, ec) == 0 && !ec) return "fichier vide";
+  return std::nullopt;
+}
+
+std::string readerReason(const std::string& message) {
+  if (message.empty() || message.back() != ')') return {};
+  const auto open = message.rfind(" (");
+  return open == std::string::npos ? std::string() : message.substr(open + 2, message.size() - open - 3);
+}
+
 std::vector<fs::path> expandMedia(const std::vector<fs::path>& urls) {
   std::vector<fs::path> out;
   for (const auto& url : urls) {

@@ -134,8 +134,18 @@ void MainWindow::closeEvent(QCloseEvent* event) {
       event->ignore();
       return;
     }
-    model_.stopAllRenders();  // an unfinished movie is removed with its writer
   }
+  // Saved while the window is still there, so that a failed save can keep it open.
+  if (const auto why = model_.autosave(); why && dialogs_) {
+    const QString title = shown("Le projet n'a pas pu être enregistré : %s.").replace("%s", shown(*why));
+    const Alert ask{title.toStdString(), "",
+                    {shown("Ne pas quitter").toStdString(), shown("Quitter sans enregistrer").toStdString()}};
+    if (dialogs_->alert(ask) == 0) {
+      event->ignore();  // a render asked about goes on
+      return;
+    }
+  }
+  if (model_.rendering) model_.stopAllRenders();  // an unfinished movie is removed with its writer
   QMainWindow::closeEvent(event);
 }
 

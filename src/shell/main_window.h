@@ -46,7 +46,8 @@ public:
   void setDialogs(std::shared_ptr<Dialogs> dialogs) { dialogs_ = std::move(dialogs); }
 
 protected:
-  // A render running is not left without asking; quitting stops it.
+  // A render running is not left without asking; quitting stops it. The project is saved first,
+  // and a save that fails asks whether to quit without it.
   void closeEvent(QCloseEvent* event) override;
 
 private:

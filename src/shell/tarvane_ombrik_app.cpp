@@ -29,8 +29,7 @@ int TarvaneOmbrikApp::run(int argc, char** argv) {
   AppModel model(options);
   MainWindow window(model);
   dialogs->setParent(&window);
-  // Nothing is lost at quit: the project is written over itself, or to the automatic file.
-  QObject::connect(&app, &QApplication::aboutToQuit, [&model] { model.autosave(); });
+  // The save of quitting is the window's (MainWindow::closeEvent): it can still ask if it fails.
   // Media that went missing may be back each time the artist returns to the program.
   QObject::connect(&app, &QGuiApplication::applicationStateChanged, [&model](Qt::ApplicationState state) {
     if (state == Qt::ApplicationActive) model.relinkMissingMedia();

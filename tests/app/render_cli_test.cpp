@@ -191,6 +191,32 @@ TEST(RenderCli, ClearMessagesAndNoFilesOnBadRequests) {
   EXPECT_TRUE(fs::is_empty(dir.path));
 }
 
+// An output that gives no picture says why, for sequences and movies alike: the media it can't
+// read, not the wiring, unless nothing is wired.
+TEST(RenderCli, AnOutputWithoutPictureSaysWhy) {
+  TempDir dir;
+  const fs::path project = writeColourProject(dir.path);
+  std::ofstream(dir.path / "plate.tif", std::ios::trunc).close();
+  const std::string unreadable = "la Sortie ne donne pas d'image à l'image 1 : plate.tif est illisible (fichier vide)";
+  struct Case {
+    const char* world;
+    const char* out;
+    std::string says;
+  };
+  const Case cases[] = {{"Plan_01", "x_%05d.png", unreadable},
+                        {"Plan_01", "film.mov", unreadable},
+                        {"Autre", "film.mov", "la Sortie ne donne pas d'image à l'image 1 : rien n'y est relié ?"}};
+  for (const Case& c : cases) {
+    const Result r = render({QString::fromStdString(project.string()), "--world", c.world, "--out",
+                             QString::fromStdString((dir.path / c.out).string())});
+    EXPECT_EQ(r.code, 1) << r.err;
+    EXPECT_NE(r.err.find(c.says), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("Média illisible : plate.tif (fichier vide)"), std::string::npos) << r.err;
+  }
+  EXPECT_FALSE(fs::exists(dir.path / "x_00000.png"));
+  EXPECT_FALSE(fs::exists(dir.path / "film.mov"));
+}
+
 TEST(RenderCli, QuestionsAndHalfReadArgumentsNeedNoWindow) {
   TempDir dir;
   const fs::path project = writeColourProject(dir.path);

@@ -1,15 +1,19 @@
-// Files entering the project: stills and clips, refused files, media found again, the drop folder,
-// and a clip's media node showing the frame the time asks for.
+// Files entering the project: stills and clips, refused files and what is said of them (also when
+// an output gets no picture), media found again, the drop folder, and a clip's media node showing
+// the frame the time asks for.
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <random>
 
 #include "../media/test_clips.h"
 #include "../platform/temp_dir.h"
 #include "document/app_model.h"
+#include "document/media_trouble.h"
 #include "temp_model.h"
 #include "engine/engine.h"
 #include "engine/source_picture.h"
+#include "groups/node_group.h"
 #include "media/video_source.h"
 #include "platform/scheduler.h"
 
@@ -124,29 +128,103 @@ TEST(MediaImport, AClipOnAMediaNodeShowsTheFrameOfTheTime) {
   }
 }
 
-TEST(MediaImport, RefusedFilesSayWhyAndAddNothing) {
+// Every kind of bad file, imported or met when a project opens, is named with what is wrong with it.
+TEST(MediaImport, BadFilesSayWhichAndWhy) {
   Fixture t;
+  const fs::path& d = t.dir.path;
+  std::string noise(6000, '\0');
+  std::mt19937 random(7);
+  for (char& c : noise) c = char(random());
+  std::ofstream(d / "vide.mov").close();
+  std::ofstream(d / "bruit.png", std::ios::binary) << noise;
+  std::ofstream(d / "bruit.mov", std::ios::binary) << noise;
+  fs::create_directories(d / "dossier.mov");
+  const fs::path cut = t.still("coupe.png", 300, 200);
+  ASSERT_FALSE(cut.empty());
+  fs::resize_file(cut, fs::file_size(cut) / 2);
+  auto ffmpeg = [&](const std::string& args, const char* name) {
+    return std::system(("ffmpeg -v error -y " + args + " '" + (d / name).string() + "'").c_str()) == 0;
+  };
+  ASSERT_TRUE(ffmpeg("-f lavfi -i sine=duration=1 -c:a pcm_s16le", "son.mov"));
+  ASSERT_TRUE(ffmpeg("-f lavfi -i color=s=32x16:d=1,trim=end_frame=0", "sans_image.mov"));
+  struct Case {
+    const char* name;
+    const char* why;  // none: the file isn't there
+  };
+  const Case cases[] = {{"absent.png", nullptr},
+                        {"vide.mov", "fichier vide"},
+                        {"coupe.png", "données tronquées ou corrompues"},
+                        {"bruit.png", "pas une image ni un film"},
+                        {"bruit.mov", "pas une image ni un film"},
+                        {"dossier.mov", "dossier"},
+                        {"son.mov", "aucune image vidéo"},
+                        {"sans_image.mov", "aucune image vidéo"}};
   auto m = t.make();
   const std::size_t before = m->_media.size();
-  std::ofstream(t.dir.path / "empty.mov").close();
-  EXPECT_FALSE(m->importURL(t.dir.path / "empty.mov"));
-  EXPECT_EQ(m->_status, "Impossible de lire la vidéo empty.mov.");
-  const fs::path sound = t.dir.path / "sound.mp4";
-  ASSERT_EQ(std::system(("ffmpeg -v error -y -f lavfi -i sine=duration=1 '" + sound.string() + "'").c_str()), 0);
-  EXPECT_FALSE(m->importURL(sound));
-  EXPECT_EQ(m->_status, "Impossible de lire la vidéo sound.mp4.");
-  std::ofstream(t.dir.path / "broken.png") << "\x89PNG\r\n\x1a\n not really";
-  EXPECT_FALSE(m->importURL(t.dir.path / "broken.png"));
-  EXPECT_EQ(m->_status, "Impossible de lire broken.png.");
-  EXPECT_FALSE(m->importURL(t.dir.path / "vanished.exr"));
-  EXPECT_EQ(m->_status, "Impossible de lire vanished.exr.");
+  std::string unreadable;
+  for (const Case& c : cases) {
+    EXPECT_FALSE(m->importURL(d / c.name));
+    const std::string said = c.why ? std::string(c.name) + " (" + c.why + ")" : c.name;
+    EXPECT_EQ(m->_status, (c.why ? "Média illisible : " : "Média introuvable : ") + said);
+    if (c.why) unreadable += (unreadable.empty() ? "" : ", ") + said;
+  }
   // Too wide for the engine: refused before any texture is made.
   EXPECT_FALSE(m->addMedia(SourcePicture::fromFloats(20000, 1, std::vector<float>(80000, 0.5f)), "large.exr"));
   EXPECT_EQ(m->_status, "Image invalide : large.exr.");
   EXPECT_EQ(m->_media.size(), before);
   EXPECT_TRUE(m->videos.empty());
+
+  // A project naming them all opens, and says which are missing and which can't be read, and why.
+  ProjectFile file = m->makeFile();
+  for (const Case& c : cases) file.media.push_back({Uuid::generate(), c.name, (d / c.name).string()});
+  std::ofstream(d / "p.tarvom") << *ProjectCodec::encode(file);
+  auto opened = t.make();
+  ASSERT_TRUE(opened->load(d / "p.tarvom"));
+  EXPECT_EQ(opened->_status, "Médias introuvables : absent.png · Médias illisibles : " + unreadable);
+  EXPECT_EQ(opened->missingMedia.size(), std::size(cases));
   // The project goes on working: a good file after the bad ones imports.
   EXPECT_TRUE(m->importURL(t.still("fine.tif")));
+}
+
+// An output without a picture names the media it reaches that couldn't be opened, through groups,
+// before blaming the wiring.
+TEST(MediaImport, AnOutputWithoutPictureNamesTheMediaItCouldNotRead) {
+  const Uuid bad = Uuid::generate(), lost = Uuid::generate(), good = Uuid::generate();
+  const std::map<Uuid, MediaTrouble> troubles = {{bad, {"plan.mov", "fichier vide"}}, {lost, {"fond.png", kNotFound}}};
+  auto media = [](std::optional<Uuid> id) {
+    Node n(NodeKind::media());
+    n.mediaID = id;
+    return n;
+  };
+  auto group = [](std::vector<Node> inside) {
+    NodeGroup g;
+    g.nodes = std::move(inside);
+    g.inputs = {GroupInput{"Source", false, {}}};
+    Node n(NodeKind::group("Groupe", g));
+    n.group = g;
+    return n;
+  };
+  auto wire = [](const Node& from, const Node& to, int port = 0) { return Edge{Uuid::generate(), from.id, to.id, port, 0}; };
+  const Node out(NodeKind::output()), color(NodeKind::color()), mask(NodeKind::mask()), plan = media(bad),
+      fond = media(lost), fine = media(good), unset = media(std::nullopt), look = group({Node(NodeKind::glow())}),
+      holding = group({plan});
+  struct Case {
+    std::vector<Node> nodes;
+    std::vector<Edge> edges;
+    const char* says;
+  };
+  const Case cases[] = {
+      {{out}, {}, "rien n'y est relié ?"},
+      {{color, out}, {wire(color, out)}, "rien n'y est relié ?"},
+      {{plan, unset, out}, {wire(unset, out)}, "rien n'y est relié ?"},  // the bad media isn't upstream
+      {{plan, look, out}, {wire(plan, look), wire(look, out)}, "plan.mov est illisible (fichier vide)"},
+      {{holding, out}, {wire(holding, out)}, "plan.mov est illisible (fichier vide)"},
+      {{fond, plan, mask, out},
+       {wire(fond, mask), wire(plan, mask, 1), wire(mask, out)},
+       "fond.png est introuvable, plan.mov est illisible (fichier vide)"},
+      {{fine, color, out}, {wire(fine, color), wire(color, out)}, "le calcul n'a rien donné"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(whyNoPicture(c.nodes, c.edges, out.id, troubles), c.says);
 }
 
 TEST(MediaImport, MissingMediaAreFoundAgainWhenTheirFilesReturn) {

@@ -118,7 +118,7 @@ TEST(FrameReader, BadFilesFailCleanly) {
   std::string error;
   std::ofstream(dir.path / "empty.mp4").close();
   EXPECT_FALSE(FrameReader::open(dir.path / "empty.mp4", &error));
-  EXPECT_EQ(error, "Vidéo illisible : empty.mp4");
+  EXPECT_EQ(error, "Vidéo illisible : empty.mp4 (fichier vide)");
   std::ofstream(dir.path / "noise.mov") << std::string(5000, '\x5a');
   EXPECT_FALSE(FrameReader::open(dir.path / "noise.mov", &error));
   EXPECT_FALSE(FrameReader::open(dir.path / "absent.mov", &error));

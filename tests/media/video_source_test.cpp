@@ -101,7 +101,7 @@ TEST(VideoSource, FilesWithoutVideoAreRefused) {
   ASSERT_EQ(std::system(("ffmpeg -v error -y -f lavfi -i sine=frequency=440:duration=1 -c:a pcm_s16le '" +
                          sound.string() + "'").c_str()), 0);
   EXPECT_FALSE(VideoSource::open(sound, nullptr, &error));
-  EXPECT_EQ(error, "Aucune piste vidéo : sound.mov");
+  EXPECT_EQ(error, "Vidéo illisible : sound.mov (aucune image vidéo)");
 }
 
 TEST(ForwardReaders, ReadForwardOnceAndReopenOnlyOnJumps) {

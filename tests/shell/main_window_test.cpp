@@ -1,14 +1,22 @@
-// The main window holds the world's name; its screenshots are taken under Xvfb (tests/screenshots).
+// The main window holds the world's name and saves the project when it closes; its screenshots are
+// taken under Xvfb (tests/screenshots).
 #include <gtest/gtest.h>
 
 #include <QLabel>
+#include <fstream>
+#include <sstream>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include "../document/temp_model.h"
 #include "document/app_model.h"
+#include "platform/dialogs.h"
 #include "platform/scheduler.h"
 #include "shell/main_window.h"
 #include "shell_app.h"
 
 using namespace ombrik;
+namespace fs = std::filesystem;
 
 TEST(MainWindow, TitledOmbrikShowingTheWorld) {
   test::shellApp();
@@ -23,4 +31,67 @@ TEST(MainWindow, TitledOmbrikShowingTheWorld) {
   model._batches[0].name = "Plan_07";
   window.refresh();
   EXPECT_EQ(label->text(), "Plan_07");
+}
+
+namespace {
+std::string slurp(const fs::path& p) {
+  std::ifstream in(p, std::ios::binary);
+  std::ostringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+}  // namespace
+
+// Closing the window saves the project; a save that fails asks, and quits only when told to quit
+// without saving. A project in a folder that can't be written: a tmpfs made read-only under root,
+// a folder without the right to write otherwise.
+TEST(MainWindow, ClosingSavesAndAFailedSaveAsksBeforeQuitting) {
+  test::shellApp();
+  TempDir dir;
+  auto dialogs = std::make_shared<ScriptedDialogs>();
+  AppModel::Options options = test::tempModelOptions(dir, std::make_shared<ManualScheduler>(), false);
+  options.dialogs = dialogs;
+  AppModel model(options);
+  MainWindow window(model);
+  window.setDialogs(dialogs);
+  const fs::path folder = dir.path / "disque", project = folder / "Projet.tarvom";
+  fs::create_directories(folder);
+  const bool root = ::geteuid() == 0;
+  if (root && std::system(("mount -t tmpfs -o size=256k tmpfs '" + folder.string() + "' 2>/dev/null").c_str()) != 0)
+    GTEST_SKIP() << "no tmpfs can be mounted here";
+  struct Restore {
+    fs::path at;
+    bool root;
+    ~Restore() { root ? (void)std::system(("umount '" + at.string() + "'").c_str()) : (void)::chmod(at.c_str(), 0755); }
+  } restore{folder, root};
+  ASSERT_TRUE(model.write(project));
+  const std::string before = slurp(project);
+  model._nodes.push_back(Node(NodeKind::glow()));
+  ASSERT_EQ(root ? std::system(("mount -o remount,ro '" + folder.string() + "'").c_str()) : ::chmod(folder.c_str(), 0555), 0);
+
+  dialogs->alertAnswers = {0, 1};  // stay, then quit without saving
+  window.show();
+  EXPECT_FALSE(window.close());
+  ASSERT_EQ(dialogs->alerts.size(), 1u);
+  EXPECT_EQ(dialogs->alerts[0].title, std::string("Le projet n'a pas pu être enregistré : ") +
+                                          (root ? "le disque est en lecture seule." : "écriture interdite."));
+  EXPECT_EQ(dialogs->alerts[0].buttons, (std::vector<std::string>{"Ne pas quitter", "Quitter sans enregistrer"}));
+  EXPECT_TRUE(window.isVisible());
+  EXPECT_EQ(slurp(project), before);
+  EXPECT_TRUE(window.close());
+  EXPECT_FALSE(window.isVisible());
+  EXPECT_EQ(dialogs->alerts.size(), 2u);
+  EXPECT_EQ(slurp(project), before);
+
+  // Where the save can be made, nothing is asked: a titled project is written over itself, an
+  // untitled one to the automatic file, and it stays untitled.
+  for (const std::optional<fs::path>& url : {std::optional(dir.path / "Ailleurs.tarvom"), std::optional<fs::path>()}) {
+    model._projectURL = url;
+    window.show();
+    EXPECT_TRUE(window.close());
+    EXPECT_EQ(dialogs->alerts.size(), 2u);
+    EXPECT_EQ(model._projectURL, url);
+    const fs::path written = url ? *url : dir.path / "data" / "Projets" / AppModel::kAutoFileName;
+    EXPECT_NE(slurp(written).find("\"glow\""), std::string::npos) << written;
+  }
 }
