@@ -6,6 +6,9 @@
 #include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
+#include <unordered_map>
+
+#include "platform/bounded_json.h"
 
 namespace ombrik {
 
@@ -17,6 +20,17 @@ using json = nlohmann::json;
 
 struct Unreadable : std::runtime_error {
   using std::runtime_error::runtime_error;
+};
+
+// Groups inside groups are read to this many levels; a deeper file is refused whole. The text's
+// own nesting bound (bounded_json.h) would stop them near 170, but the walks of a group's inner
+// nodes (nodeFrom and groupFrom here, the history's texture sweep, copying a group, Node's
+// equality through Indirect) recurse once a level with large frames: as groups only come from
+// files, this bound is what keeps all of them shallow.
+constexpr int kMaxGroupDepth = 64;
+// Not an Unreadable: a damaged group only drops its node, a too-deep one refuses the file.
+struct GroupsTooDeep : std::runtime_error {
+  GroupsTooDeep() : std::runtime_error("groupes imbriqués sur plus de " + std::to_string(kMaxGroupDepth) + " niveaux") {}
 };
 
 const json& field(const json& o, const char* key) {
@@ -221,7 +235,8 @@ TrackerPt trackerFrom(const json& j) {
 }
 
 json nodeJ(const Node& n);
-std::optional<Node> nodeFrom(const json& j);
+// `depth`: how many groups hold the node.
+std::optional<Node> nodeFrom(const json& j, int depth);
 
 // Edges are stored without their id (reading gives new ones); positions by UUID text.
 json edgesJ(const std::vector<Edge>& edges) {
@@ -276,11 +291,11 @@ json groupRefJ(const Node& n) {
   return j;
 }
 
-std::optional<std::pair<std::string, NodeGroup>> groupFrom(const json& j) {
+std::optional<std::pair<std::string, NodeGroup>> groupFrom(const json& j, int depth) {
   NodeGroup g;
   const std::string name = text(field(j, "name"));
   for (const auto& n : array(field(j, "nodes")))
-    if (auto node = nodeFrom(n)) g.nodes.push_back(std::move(*node));
+    if (auto node = nodeFrom(n, depth + 1)) g.nodes.push_back(std::move(*node));
   g.edges = edgesFrom(field(j, "edges"));
   g.positions = positionsFrom(field(j, "positions"));
   for (const auto& in : array(field(j, "inputs"))) {
@@ -395,16 +410,17 @@ json nodeJ(const Node& n) {
   return j;
 }
 
-std::optional<Node> nodeFrom(const json& j) {
+std::optional<Node> nodeFrom(const json& j, int depth) {
   const Uuid id = uuid(field(j, "id"));
   const std::string& kindID = text(field(j, "kind"));
   KindRef groupKind;
   std::optional<NodeGroup> group;
   if (kindID == "group")
     if (auto* g = optField(j, "group")) {
+      if (depth >= kMaxGroupDepth) throw GroupsTooDeep();
       std::optional<std::pair<std::string, NodeGroup>> parsed;
       try {
-        parsed = groupFrom(*g);
+        parsed = groupFrom(*g, depth);
       } catch (const Unreadable&) {  // a group that doesn't convert gives no group
       }
       if (parsed) {
@@ -527,7 +543,7 @@ Batch batchFrom(const json& j) {
   b.name = text(field(j, "name"));
   if (auto* v = optField(j, "placeholder")) b.placeholder = boolean(*v);
   for (const auto& n : array(field(j, "nodes")))
-    if (auto node = nodeFrom(n)) b.nodes.push_back(std::move(*node));
+    if (auto node = nodeFrom(n, 0)) b.nodes.push_back(std::move(*node));
 
   for (auto& n : b.nodes)  // motion fields saved before their vector version existed
     if (n.kind->id == "motionvec" && !n.params.count("mvv")) {
@@ -539,13 +555,12 @@ Batch batchFrom(const json& j) {
   for (const auto& n : b.nodes) alive.insert(n.id);
   for (const auto& edge : edgesFrom(field(j, "edges")))  // only between nodes that survived
     if (alive.count(edge.from) && alive.count(edge.to)) b.edges.push_back(edge);
-  for (auto& n : b.nodes) {  // a Composite wired before it counted its mattes shows all its inputs
-    if (n.kind->id != "comp") continue;
-    int highest = -1;
-    for (const auto& e : b.edges)
-      if (e.to == n.id) highest = std::max(highest, e.port);
-    if (highest >= 3) n.params["mattes"] = std::max(double(highest - 1), double(n.p("mattes")));
-  }
+  std::unordered_map<Uuid, int> highest;  // a Composite wired before it counted its mattes shows all its inputs
+  for (const auto& e : b.edges) highest[e.to] = std::max(highest.count(e.to) ? highest[e.to] : -1, e.port);
+  for (auto& n : b.nodes)
+    if (n.kind->id == "comp" && highest.count(n.id) && highest[n.id] >= 3)
+      // The stored double, not p(): through a float, a second reading would move a large count.
+      n.params["mattes"] = std::max(double(highest[n.id] - 1), n.params["mattes"]);
   b.positions = positionsFrom(field(j, "positions"));
   if (auto* v = optField(j, "mediaID")) b.mediaID = uuid(*v);
   if (auto* v = optField(j, "world")) b.worldPos = point(*v);
@@ -579,15 +594,6 @@ bool finiteEverywhere(const json& j) {
   return true;
 }
 
-std::optional<json> parse(const std::string& s, std::string* error) {
-  try {
-    return json::parse(s);
-  } catch (const std::exception&) {
-    if (error) *error = "JSON illisible";
-    return std::nullopt;
-  }
-}
-
 }  // namespace
 
 std::optional<std::string> ProjectCodec::encode(const ProjectFile& f, std::string* error) {
@@ -603,7 +609,15 @@ std::optional<std::string> ProjectCodec::encode(const ProjectFile& f, std::strin
   j["recent"] = f.recent;
   if (f.folders) j["folders"] = *f.folders;
   for (auto [key, raw] : {std::pair{"timelines", &f.timelinesJSON}, {"groups", &f.groupsJSON}, {"userNodes", &f.userNodesJSON}})
-    if (*raw) j[key] = json::parse(**raw);
+    if (*raw) {
+      std::string why;
+      auto carried = parseBoundedJson(**raw, &why);
+      if (!carried) {
+        if (error) *error = std::string(key) + " : " + why;
+        return std::nullopt;
+      }
+      j[key] = std::move(*carried);
+    }
   if (f.confidential) j["confidential"] = true;
   if (!finiteEverywhere(j)) {
     if (error) *error = "une valeur n'est pas un nombre fini";
@@ -613,7 +627,7 @@ std::optional<std::string> ProjectCodec::encode(const ProjectFile& f, std::strin
 }
 
 std::optional<ProjectFile> ProjectCodec::decode(const std::string& text_, std::string* error) {
-  auto j = parse(text_, error);
+  auto j = parseBoundedJson(text_, error);
   if (!j) return std::nullopt;
   try {
     ProjectFile f;
@@ -641,7 +655,7 @@ std::optional<ProjectFile> ProjectCodec::decode(const std::string& text_, std::s
 std::string ProjectCodec::encodeBatch(const Batch& batch) { return batchJ(batch).dump(2); }
 
 std::optional<Batch> ProjectCodec::decodeBatch(const std::string& s, std::string* error) {
-  auto j = parse(s, error);
+  auto j = parseBoundedJson(s, error);
   if (!j) return std::nullopt;
   try {
     return batchFrom(*j);

@@ -19,6 +19,7 @@ Engine::~Engine() {
   muxAlpha.clear();
   compAlpha.clear();
   viewAlpha.reset();
+  mergedSide.clear();
   alphaSide_.clear();
   maskSide_.clear();
   mediaTex_.clear();

@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fstream>
 #include <limits>
 
 #include "document/project_file.h"
+#include "engine/engine.h"
 #include "groups/node_group.h"
+#include "temp_model.h"
 
 using namespace ombrik;
 
@@ -226,6 +229,11 @@ TEST(ProjectCodec, OldFilesAreCorrected) {
   EXPECT_EQ(comp(R"({"mattes":1})"), 3);
   EXPECT_EQ(comp(R"({"mattes":5})"), 5);
   EXPECT_EQ(comp("{}"), 3);  // the kind's default 1, then corrected
+  // A hostile port's count holds from one reading to the next (found by the fuzzer).
+  const std::string far = std::string(R"({"from":")") + A + R"(","to":")" + C + R"(","port":1000000000})";
+  auto once = ProjectCodec::decode(world(nodeText(A, "color", "{}") + "," + nodeText(C, "comp", "{}"), far));
+  auto twice = ProjectCodec::decode(*ProjectCodec::encode(*once));
+  EXPECT_EQ(twice->batches[0].nodes[1].params.at("mattes"), 999999999);
 
   auto mv = ProjectCodec::decode(world(nodeText(A, "motionvec", R"({"soft":61})"), ""));
   EXPECT_EQ(mv->batches[0].nodes[0].params.at("soft"), 61);
@@ -308,4 +316,115 @@ TEST(ProjectCodec, GroupNodesKeepTheirInnerGraph) {
   EXPECT_EQ(read.group->output, g.output);
   EXPECT_EQ(read.params.at("c0"), 0.4);
   EXPECT_EQ(ProjectCodec::encode(*back), ProjectCodec::encode(f));
+}
+
+namespace {
+const std::string kTooDeep = "imbrication trop profonde : plus de 512 niveaux";
+const std::string kGroupsTooDeep = "groupes imbriqués sur plus de 64 niveaux";
+
+std::string nested(int depth) { return std::string(depth, '[') + std::string(depth, ']'); }
+std::string project(const std::string& nodes, const std::string& extra = "", const std::string& edges = "") {
+  return R"({"version":1,"media":[],"recent":[],)" + extra +
+         R"("batches":[{"id":"0E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8","name":"W","positions":{},"edges":[)" + edges +
+         R"(],"nodes":[)" + nodes + "]}]}";
+}
+std::string nodeText(const std::string& id, const char* kind, const std::string& params, const std::string& more = "") {
+  return R"({"id":")" + id + R"(","kind":")" + kind + R"(","params":)" + params +
+         R"(,"bypass":false,"track":{},"shape":[],"shapeClosed":false,"ellipse":false,"magicPoints":[],"magicFrame":0,"prompt":"")" +
+         more + "}";
+}
+// A group holding a group… `levels` deep over a colour node, built front to back (linear time).
+std::string nestedGroups(int levels) {
+  std::vector<std::string> ids;
+  for (int i = 0; i <= levels; ++i) ids.push_back(Uuid::generate().toString());
+  std::string text;
+  for (int i = 0; i < levels; ++i) {
+    text += nodeText(ids[i], "group", "{}", R"(,"group":{"name":"G","nodes":[)");
+    text.pop_back();  // the node's closing brace comes after its group
+  }
+  text += nodeText(ids[levels], "color", "{}");
+  for (int i = levels - 1; i >= 0; --i)
+    text += R"(],"edges":[],"positions":{},"inputs":[],"controls":[],"output":")" + ids[i + 1] + "\"}}";
+  return project(text);
+}
+int groupLevels(const Node& n) { return n.group ? 1 + groupLevels(n.group->nodes.at(0)) : 0; }
+}  // namespace
+
+TEST(ProjectCodec, NestingIsBoundedBeforeAnyWalkRecurses) {
+  const std::string color = "1E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8";
+  struct Case {
+    const char* what;
+    std::string text;
+    std::string reason;  // empty: accepted
+  };
+  const Case cases[] = {
+      {"timelines", project(nodeText(color, "color", "{}"), R"("timelines":)" + nested(100000) + ","), kTooDeep},
+      {"groups", project(nodeText(color, "color", "{}"), R"("groups":)" + nested(100000) + ","), kTooDeep},
+      {"userNodes", project(nodeText(color, "color", "{}"), R"("userNodes":)" + nested(100000) + ","), kTooDeep},
+      {"params", project(nodeText(color, "color", R"({"sat":)" + nested(100000) + "}")), kTooDeep},
+      {"512 levels", project(nodeText(color, "color", "{}"), R"("timelines":)" + nested(511) + ","), ""},
+      {"513 levels", project(nodeText(color, "color", "{}"), R"("timelines":)" + nested(512) + ","), kTooDeep},
+      {"brackets in a text", project(nodeText(color, "color", "{}"), R"("timelines":["\")" + std::string(600, '[') + R"("],)"), ""},
+      {"10 groups", nestedGroups(10), ""},
+      {"64 groups", nestedGroups(64), ""},
+      {"65 groups", nestedGroups(65), kGroupsTooDeep},
+      {"5000 groups", nestedGroups(5000), kTooDeep},  // the text's own nesting is refused first
+  };
+  for (const auto& c : cases) {
+    std::string error;
+    const auto f = ProjectCodec::decode(c.text, &error);
+    EXPECT_EQ(error, c.reason) << c.what;
+    if (!f) continue;
+    EXPECT_TRUE(c.reason.empty()) << c.what;
+    // What is accepted keeps all of itself and writes back to the same world.
+    const auto text = ProjectCodec::encode(*f);
+    ASSERT_TRUE(text) << c.what;
+    const auto back = ProjectCodec::decode(*text);
+    ASSERT_TRUE(back) << c.what;
+    EXPECT_EQ(back->batches[0].nodes, f->batches[0].nodes) << c.what;
+    EXPECT_EQ(back->timelinesJSON, f->timelinesJSON) << c.what;
+    if (c.text.find("\"group\"") != std::string::npos) {
+      EXPECT_EQ(groupLevels(back->batches[0].nodes.at(0)), std::stoi(c.what)) << c.what;
+    }
+  }
+  std::string error;  // a world pack goes through the same bound
+  EXPECT_FALSE(ProjectCodec::decodeBatch(nested(100000), &error));
+  EXPECT_EQ(error, kTooDeep);
+}
+
+TEST(ProjectCodec, TheReasonReachesTheOpeningMessage) {
+  TempDir dir;
+  AppModel m(test::tempModelOptions(dir, std::make_shared<ManualScheduler>(), false));
+  const auto file = dir.path / "profond.tarvom";
+  std::ofstream(file) << nestedGroups(65);
+  EXPECT_FALSE(m.load(file));
+  EXPECT_EQ(m._status, "Projet illisible : profond.tarvom (" + kGroupsTooDeep + ")");
+}
+
+TEST(ProjectCodec, AnOpenedWorldClosesCleanlyAfterARender) {
+  // Found by the fuzzer: the matte zone a motion field keeps outlived the GPU device when the
+  // model closed, and the Vulkan loader aborted.
+  TempDir dir;
+  const std::string media = Uuid::generate().toString(), clip = Uuid::generate().toString(),
+                    mask = Uuid::generate().toString(), motion = Uuid::generate().toString();
+  auto edge = [](const std::string& from, const std::string& to, int port) {
+    return R"({"from":")" + from + R"(","to":")" + to + R"(","port":)" + std::to_string(port) + "}";
+  };
+  std::string text = project(nodeText(media, "media", "{}", R"(,"mediaID":")" + clip + "\"") + "," +
+                                 nodeText(mask, "mask", "{}") + "," + nodeText(motion, "motionvec", "{}"),
+                             "", edge(media, motion, 0) + "," + edge(mask, motion, 2));
+  // A one-frame grey clip (YUV4MPEG: a header, then the planes) for the motion field to work on.
+  const auto y4m = dir.path / "a.y4m";
+  std::ofstream(y4m) << "YUV4MPEG2 W64 H36 F25:1 Ip A1:1 C420jpeg\nFRAME\n" << std::string(64 * 36 * 3 / 2, char(128));
+  text.replace(text.find(R"("media":[])"), 10,
+               R"("media":[{"id":")" + clip + R"(","name":"a.y4m","path":")" + y4m.string() + R"("}])");
+  const auto file = dir.path / "zone.tarvom";
+  std::ofstream(file) << text;
+  auto m = std::make_unique<AppModel>(test::tempModelOptions(dir, std::make_shared<ManualScheduler>()));
+  ASSERT_TRUE(m->engine);
+  ASSERT_TRUE(m->load(file)) << m->_status;
+  m->loadVideoFrames(0);
+  m->performRender(true);
+  EXPECT_TRUE(m->engine->mergedSide.count(*Uuid::parse(motion)));  // the zone is there to outlive
+  m.reset();
 }
