@@ -183,6 +183,14 @@ public:
   // The bytes of an 8-bit texture into a buffer the caller keeps (its memory is reused).
   bool readBytes(const Tex& texture, std::vector<std::uint8_t>& into);
 
+  // ---- viewing LUTs (engine_lut.cpp)
+  // The cube of a LUT key, uploaded once and kept; nothing when the key gives no table.
+  Tex lutTexture(const std::string& key);
+  // `texture` through the LUT of `key`, on a command list of its own. Slots 0 and 1 (the viewer,
+  // a render) each remember their last call: the same key, source and stamp (the evaluation
+  // count) give that result again without GPU work. No table or no pipeline: `texture` itself.
+  Tex applyLUT(const Tex& texture, const std::string& key, int stamp, int slot);
+
 private:
   Engine() = default;
   struct Eval;  // the state of one evaluation
@@ -255,6 +263,16 @@ private:
   std::unordered_map<Uuid, Tex> alphaSide_;
   std::unordered_map<std::string, Tex> maskSide_;
   std::size_t produced_ = 0;
+
+  // Viewing LUTs (engine_lut.cpp). Declared after the device, so they go before it.
+  struct LutMemo {
+    std::string key;
+    std::weak_ptr<gpu::Texture> source;  // identity only: a memo doesn't keep a picture alive
+    int stamp = 0;
+    Tex result;
+  };
+  std::map<std::string, Tex> lutTex_;
+  LutMemo lutOut_, lutOut2_;
 };
 
 }  // namespace ombrik
