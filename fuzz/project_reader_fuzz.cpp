@@ -3,7 +3,7 @@
 // numbers, deep nesting), half to the tree (values swapped for others of any type, members
 // dropped or repeated, identifiers moved elsewhere) so that most inputs still read. The
 // seeds hold what the reader walks deepest: groups inside groups, masks, trackers, keyframes,
-// and the records carried as they are (timelines, world groups, user nodes).
+// and the records carried as they are (timelines, user nodes), folders of worlds.
 // Each input goes to the codec; whatever it accepts must write back and read again to an equal
 // world, then is written to disk, opened by a model the way the desktop opens a file, and
 // evaluated once on the CPU Vulkan driver at a small comp. Nothing may crash or hang.
@@ -135,7 +135,7 @@ std::string seedProject(std::mt19937_64& rng, const fs::path& clip) {
   f.current = b.id;
   f.recent = {"color", "group"};
   f.timelinesJSON = R"([{"id":"T","layers":[1,2,{"clips":[[0,24],[24,48]]}]}])";
-  f.groupsJSON = R"([{"id":"G1","members":["A","B"],"open":true}])";
+  f.groups = {WorldGroup{Uuid::generate(), "Plans", std::vector<double>{150, 160}}, WorldGroup{Uuid::generate(), "Vide", std::nullopt}};
   f.userNodesJSON = R"([{"name":"Mon look","graph":{"nodes":[],"edges":[]},"tags":[null,1.5,"x"]}])";
   return *ProjectCodec::encode(f);
 }

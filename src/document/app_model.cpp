@@ -81,19 +81,4 @@ void AppModel::startBlankWorld(bool placeholder) {
   saveCurrentBatch();
 }
 
-const Batch* AppModel::currentBatch() const {
-  for (const auto& b : _batches)
-    if (_currentBatchID && b.id == *_currentBatchID) return &b;
-  return nullptr;
-}
-
-void AppModel::saveCurrentBatch() {
-  for (auto& b : _batches)
-    if (_currentBatchID && b.id == *_currentBatchID) {
-      b.nodes = _nodes;
-      b.edges = _edges;
-      b.positions = layout.positions();
-    }
-}
-
 }  // namespace ombrik

@@ -2,6 +2,7 @@
 // The one central object: it owns the open world, the list of worlds and the media.
 // Views read it and call its operations; nothing in the document depends on a view.
 // Operations are split into files by subject (app_model_*.cpp).
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -17,10 +18,12 @@
 #include "document/project_file.h"
 #include "graph/batch.h"
 #include "graph/edge.h"
+#include "graph/graph_snapshot.h"
 #include "graph/media_item.h"
 #include "graph/node.h"
 #include "graph/picture.h"
 #include "graph/uuid.h"
+#include "graph/world_group.h"
 #include "editorial/render_queue.h"
 #include "tracking/roto_state.h"
 
@@ -151,8 +154,6 @@ public:
   void resetHistory();
   void pushWorldUndo(const std::string& label);
   void undoWorld();
-  // Opens another world: the open one is saved into its Batch first.
-  void openBatch(const Uuid& id);
   std::optional<Uuid> _selected;
   std::set<Uuid> _selection;
   std::optional<Uuid> _viewedNode;
@@ -420,7 +421,25 @@ public:
   void startInbox();  // a scan now and every 3 s
   void importFromFinder(const std::vector<std::filesystem::path>& urls);
 
-  // ---- worlds made from files (app_model_worlds.cpp)
+  // ---- worlds (app_model_worlds.cpp: in and out of the open stores; app_model_world_map.cpp:
+  // creation, folders and deletion). The rules live in world_list.h.
+  std::vector<WorldGroup> _worldGroups;
+  std::optional<Uuid> _openGroup;   // the folder the map shows; none: the top level
+  bool _worldView = false;          // the world map is in front
+  std::set<Uuid> _worldSelection;   // worlds and folders selected on the map
+  std::optional<Uuid> _renameGroupRequest;  // a folder whose name the map opens for typing
+  const Batch* currentBatch() const;
+  // Writes the open world's graph back into its Batch: anything that copies, stores or exports
+  // worlds calls this first.
+  void saveCurrentBatch();
+  // Makes a world current; refused while a render runs. Placeholder worlds not open go.
+  void openBatch(const Uuid& id);
+  void enterWorld(const Uuid& id);  // from the map, which then steps back
+  void showWorlds();
+  void newBatch(std::optional<std::string> name = std::nullopt, std::optional<Uuid> mediaID = std::nullopt);
+  std::optional<Uuid> duplicateBatch(const Uuid& id);  // the copy isn't opened
+  void renameBatch(const Uuid& id, const std::string& to);
+  void deleteBatch(const Uuid& id);
   Uuid makeWorld(const Uuid& mediaID, const std::string& name, std::optional<Point> at = std::nullopt,
                  std::optional<FilmShot> film = std::nullopt, std::optional<std::string> lut = std::nullopt);
   std::optional<Uuid> createWorld(const std::filesystem::path& url, std::optional<Point> at = std::nullopt,
@@ -428,10 +447,30 @@ public:
                                   std::optional<std::string> name = std::nullopt,
                                   std::optional<std::string> lut = std::nullopt);
   std::vector<Uuid> importAsWorlds(const std::vector<std::filesystem::path>& urls, std::optional<Point> at = std::nullopt);
+  std::optional<Uuid> worldMediaID(const Batch& batch) const;
+  const MediaItem* worldMedia(const Batch& batch) const;
+  // The live graph for the open world, the stored one for any other. Whatever reads or edits a
+  // world that may be closed goes through this.
+  std::optional<GraphSnapshot> worldGraph(const Uuid& id) const;
+  std::vector<const Batch*> worldsByRecency() const;
+  std::vector<const Batch*> visibleBatches() const;
   Point worldPosition(const Batch& batch) const;
+  Point groupPosition(const WorldGroup& group) const;
   Point nextWorldSlot(std::optional<Uuid> group) const;
-  std::optional<Uuid> _openGroup;
-  bool _worldView = false;
+  std::optional<Uuid> groupWorlds(const std::vector<Uuid>& ids, const std::string& name,
+                                  std::optional<Point> at = std::nullopt);
+  void moveWorlds(const std::vector<Uuid>& ids, std::optional<Uuid> group);
+  void ungroup(const Uuid& id);
+  void renameWorldGroup(const Uuid& id, const std::string& to);
+  void setGroupPos(const Uuid& id, Point p);
+  // Worlds and folders, with the shots of their films; asks first when `confirm`. Undone by undoWorld.
+  void deleteWorlds(const std::vector<Uuid>& ids, bool confirm);
+  void toggleShots(const Uuid& id);  // a film world's shots folded under it on the map, or not
+  // "" for none, a LUT file's path, or "auto:" and a key of the LUT library.
+  void setWorldLUT(const Uuid& id, const std::string& lut);
+  void toggleWorldLUTRender(const Uuid& id);
+  // Wall time as the model's scheduler sees it: tests that hold their clock hold dates too.
+  std::chrono::system_clock::time_point wallNow() const;
 
   // ---- the life of a project (app_model_life.cpp)
   std::filesystem::path projectsDir();  // data/Projets, created when missing
@@ -448,10 +487,6 @@ public:
   void switchLanguage(AppLanguage lang);
   void relaunchNow();
 
-  const Batch* currentBatch() const;
-  // Writes the open world's nodes, edges and positions back into its Batch.
-  void saveCurrentBatch();
-
 private:
   void startBlankWorld(bool placeholder);
   void startExampleWorld();
@@ -465,12 +500,15 @@ private:
   Scheduler::Token repeat(double seconds, std::function<void()> work);  // until cancelled
   std::shared_ptr<int> alive_ = std::make_shared<int>(0);
   std::shared_ptr<Scheduler> scheduler_;
+  // The wall time when the scheduler's clock read clockStart_ (initialised after scheduler_).
+  std::chrono::system_clock::time_point wallStart_ = std::chrono::system_clock::now();
+  double clockStart_ = scheduler_->now();
   std::unique_ptr<UserDefaults> defaults_;
   std::shared_ptr<Dialogs> dialogs_;
   std::filesystem::path dataDir_;
   std::function<void()> relaunch_;
   bool installed_ = false;
-  std::optional<std::string> timelinesJSON_, groupsJSON_, userNodesJSON_;  // carried until their features exist
+  std::optional<std::string> timelinesJSON_, userNodesJSON_;  // carried until their features exist
   std::optional<Scheduler::Token> pumpTimer_;
   std::optional<Scheduler::Token> fullRenderTimer_;  // the full render after a lean one
   double lastDragRender_ = -1e9;

@@ -2,7 +2,6 @@
 #include <algorithm>
 
 #include "document/app_model.h"
-#include "engine/engine.h"
 #include "platform/scheduler.h"
 
 namespace ombrik {
@@ -87,6 +86,10 @@ void AppModel::step(std::vector<SharedGraph>& from, std::vector<SharedGraph>& to
 }
 
 void AppModel::undo() {
+  if (_worldView && !worldUndo.empty()) {  // on the map, undo takes back whole-world operations
+    undoWorld();
+    return;
+  }
   if (history.pending) commitHistory();  // the newest change can be undone at once
   if (_trackingProgress || _magicProgress) {
     _status = "Attendez la fin du calcul pour annuler.";
@@ -120,7 +123,8 @@ void AppModel::resetHistory() {
 
 void AppModel::pushWorldUndo(const std::string& label) {
   saveCurrentBatch();
-  worldUndo.push_back({label, _batches, _currentBatchID});
+  // Timelines join the snapshot when they exist.
+  worldUndo.push_back({label, _batches, _worldGroups, _currentBatchID});
   if (worldUndo.size() > 10) worldUndo.erase(worldUndo.begin());
 }
 
@@ -128,42 +132,18 @@ void AppModel::undoWorld() {
   if (worldUndo.empty()) return;
   WorldSnapshot s = std::move(worldUndo.back());
   worldUndo.pop_back();
-  _batches = s.batches;
+  if (_isPlaying) stopPlayback();
+  _viewerFull = false;
+  _batches = std::move(s.batches);
+  _worldGroups = std::move(s.groups);
   Uuid target = _batches.empty() ? Uuid() : _batches.front().id;
   for (const auto& b : _batches)
     if (s.current && b.id == *s.current) target = b.id;
   _currentBatchID.reset();  // the graph it replaces is not saved over the restored worlds
   if (!_batches.empty()) openBatch(target);
+  _worldView = true;
   _status = "Annulé : " + s.label + ".";
   requestRender();
-}
-
-void AppModel::openBatch(const Uuid& id) {
-  auto it = std::find_if(_batches.begin(), _batches.end(), [&](const Batch& b) { return b.id == id; });
-  if (it == _batches.end()) return;
-  if (_currentBatchID) saveCurrentBatch();
-  it = std::find_if(_batches.begin(), _batches.end(), [&](const Batch& b) { return b.id == id; });
-  _currentBatchID = id;
-  _nodes = it->nodes;
-  _edges = it->edges;
-  layout.replaceAll(it->positions);
-  _selected.reset();
-  _selection.clear();
-  _viewedNode.reset();
-  if (engine) {
-    // Textures of nodes of other worlds go; those of groups inside this one stay.
-    std::set<Uuid> ids;
-    std::function<void(const std::vector<Node>&)> collect = [&](const std::vector<Node>& nodes) {
-      for (const auto& n : nodes) {
-        ids.insert(n.id);
-        if (n.group) collect(n.group->nodes);
-      }
-    };
-    collect(_nodes);
-    engine->keepPool(ids);
-  }
-  resetTime();
-  resetHistory();
 }
 
 }  // namespace ombrik

@@ -113,7 +113,8 @@ void AppModel::newProject() {
   layout.replaceAll({});
   _folders.clear();
   timelinesJSON_.reset();
-  groupsJSON_.reset();
+  _worldGroups.clear();
+  _openGroup.reset();
   userNodesJSON_.reset();
   _confidential = false;
   _projectURL.reset();

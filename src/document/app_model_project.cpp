@@ -26,7 +26,7 @@ ProjectFile AppModel::makeFile() {
   f.recent = _recentKinds;
   if (!_folders.empty()) f.folders = _folders;
   f.timelinesJSON = timelinesJSON_;
-  f.groupsJSON = groupsJSON_;
+  f.groups = _worldGroups;
   f.userNodesJSON = userNodesJSON_;
   f.confidential = _confidential;
   return f;
@@ -108,7 +108,8 @@ bool AppModel::load(const fs::path& url) {
   _recentKinds = file->recent;
   _folders = file->folders.value_or(std::vector<std::string>{});
   timelinesJSON_ = file->timelinesJSON;
-  groupsJSON_ = file->groupsJSON;
+  _worldGroups = file->groups;
+  _openGroup.reset();
   userNodesJSON_ = file->userNodesJSON;
   _confidential = file->confidential;
 
@@ -123,6 +124,11 @@ bool AppModel::load(const fs::path& url) {
   _nodes = show->nodes;
   _edges = show->edges;
   layout.replaceAll(show->positions);
+  _selected.reset();
+  _selection.clear();
+  _viewedNode.reset();
+  roto.trackDots.clear();
+  if (auto out = outputNode()) _selected = out;
   inspectedID.reset();
   _keySel.clear();
 

@@ -1,90 +1,168 @@
-// Worlds made from files: one media node feeding the output, placed on the map's grid.
+// Worlds in and out of the open stores: exactly one world is open, and its graph lives in
+// _nodes, _edges and layout, not in its Batch, until saveCurrentBatch writes it back.
 #include <algorithm>
-#include <cmath>
+#include <functional>
 
+#include "color/lut_lib.h"
 #include "document/app_model.h"
-#include "media/media_files.h"
+#include "document/world_list.h"
+#include "engine/engine.h"
+#include "platform/scheduler.h"
 
 namespace ombrik {
 
 namespace fs = std::filesystem;
 
-namespace {
-// The map's grid: 6 columns of 230 by 270, the first cell at (150, 160).
-Point cell(int n) { return Point{double(n % 6) * 230 + 150, double(n / 6) * 270 + 160}; }
-}  // namespace
-
-Point AppModel::worldPosition(const Batch& batch) const {
-  if (batch.worldPos) return *batch.worldPos;
-  int index = 0;
-  for (const auto& b : _batches) {
-    if (b.id == batch.id) break;
-    if (b.group == batch.group) ++index;
-  }
-  return cell(index);  // folders of worlds arrive with the map; at the top level there are none yet
+std::chrono::system_clock::time_point AppModel::wallNow() const {
+  const auto elapsed = std::chrono::duration<double>(scheduler_->now() - clockStart_);
+  return wallStart_ + std::chrono::duration_cast<std::chrono::system_clock::duration>(elapsed);
 }
 
-Point AppModel::nextWorldSlot(std::optional<Uuid> group) const {
-  std::vector<Point> taken;
-  for (const auto& b : _batches)
-    if (b.group == group && !b.creator) taken.push_back(worldPosition(b));
-  for (int n = 0;; ++n) {
-    const Point p = cell(n);
-    if (std::none_of(taken.begin(), taken.end(), [&](const Point& t) { return std::hypot(t.x - p.x, t.y - p.y) < 120; }))
-      return p;
-  }
+const Batch* AppModel::currentBatch() const {
+  return _currentBatchID ? worldlist::find(_batches, *_currentBatchID) : nullptr;
 }
 
-Uuid AppModel::makeWorld(const Uuid& mediaID, const std::string& name, std::optional<Point> at,
-                         std::optional<FilmShot> film, std::optional<std::string> lut) {
-  Batch world;
-  world.id = Uuid::generate();
-  world.name = name;
-  Node media(NodeKind::media());
-  media.mediaID = mediaID;
-  Node out(NodeKind::output());
-  world.edges.push_back(Edge{Uuid::generate(), media.id, out.id, 0, 0});
-  world.positions[media.id] = Point{200, 140};
-  world.positions[out.id] = Point{600, 140};
-  world.nodes = {std::move(media), std::move(out)};
-  world.mediaID = mediaID;
-  world.group = _openGroup;
-  world.worldPos = at ? *at : nextWorldSlot(_openGroup);
-  world.film = film;
-  // The LUT a camera file calls for is detected by the LUT library; until then: none decided.
-  world.lut = lut ? *lut : std::string();
-  world.lastUsed = std::chrono::system_clock::now();
+void AppModel::saveCurrentBatch() {
+  Batch* world = _currentBatchID ? worldlist::find(_batches, *_currentBatchID) : nullptr;
+  if (!world) return;
+  world->lastUsed = wallNow();
+  world->nodes = _nodes;
+  world->edges = _edges;
+  world->positions = layout.positions();
+  // Open node groups are kept in the Batch until the editor holds them live.
+  if (auto out = outputNode())
+    if (auto thumb = nodeThumbs.find(*out); thumb != nodeThumbs.end()) world->thumb = thumb->second;
+}
+
+void AppModel::openBatch(const Uuid& id) {
+  const bool isCurrent = _currentBatchID == id;
+  // The timeline workspace and caching the whole graph come before this once they exist.
+  if (rendering && !isCurrent) {
+    _status = "Rendu en cours : le monde s'ouvrira à la fin (ou arrêtez la file de rendu).";
+    return;
+  }
+  if (!isCurrent && worldlist::find(_batches, id)) {
+    if (_isPlaying) stopPlayback();
+    // The Node Creator closes here, unless the world is its own, once it exists.
+    saveCurrentBatch();
+    Batch& world = *worldlist::find(_batches, id);
+    _currentBatchID = id;
+    world.lastUsed = wallNow();
+    _selected.reset();
+    _selection.clear();
+    _viewedNode.reset();
+    layout.replaceAll(world.positions);
+    _edges = world.edges;
+    storedEdges();
+    _nodes = world.nodes;
+    storedNodes();
+    roto.trackDots.clear();
+    if (auto out = outputNode()) _selected = out;
+    if (engine) {
+      // Textures of nodes of other worlds go; those of groups inside this one stay.
+      std::set<Uuid> ids;
+      std::function<void(const std::vector<Node>&)> collect = [&](const std::vector<Node>& nodes) {
+        for (const auto& n : nodes) {
+          ids.insert(n.id);
+          if (n.group) collect(n.group->nodes);
+        }
+      };
+      collect(_nodes);
+      engine->keepPool(ids);
+    }
+    resetTime();
+    resetHistory();
+  }
+  worldlist::sweepPlaceholders(_batches, _currentBatchID);
+}
+
+void AppModel::enterWorld(const Uuid& id) {
+  const Batch* world = worldlist::find(_batches, id);
+  if (!world) return;
+  // A film world opens on its timeline once films exist; until then it opens as any world.
+  _openGroup = world->group;
+  openBatch(id);
+  if (_currentBatchID == id) _worldView = false;  // a refused world leaves the map in front
+}
+
+void AppModel::showWorlds() {
+  if (_isPlaying) stopPlayback();
+  saveCurrentBatch();
+  _viewerFull = false;
+  _quickAddVisible = false;
+  _worldView = true;
+}
+
+void AppModel::newBatch(std::optional<std::string> name, std::optional<Uuid> mediaID) {
+  saveCurrentBatch();
+  if (!mediaID && !_media.empty()) mediaID = _media.back().id;
+  Batch world = worldlist::mediaWorld(mediaID, name ? *name : worldlist::defaultName(_batches.size() + 1), wallNow());
+  const Uuid id = world.id;
   _batches.push_back(std::move(world));
+  openBatch(id);
+}
+
+std::optional<Uuid> AppModel::duplicateBatch(const Uuid& id) {
+  if (!worldlist::find(_batches, id)) return std::nullopt;
+  saveCurrentBatch();  // a change to the open world is in the copy
+  Batch copy = worldlist::duplicate(*worldlist::find(_batches, id), wallNow());
+  _batches.push_back(std::move(copy));
   return _batches.back().id;
 }
 
-std::optional<Uuid> AppModel::createWorld(const fs::path& url, std::optional<Point> at, std::optional<FilmShot> film,
-                                          std::optional<std::string> name, std::optional<std::string> lut) {
-  const std::size_t before = _media.size();
-  importURL(url);
-  if (_media.size() <= before) return std::nullopt;  // refused; importURL said why
-  return makeWorld(_media.back().id, name ? *name : url.stem().string(), at, film, lut);
+void AppModel::renameBatch(const Uuid& id, const std::string& to) {
+  if (Batch* world = worldlist::find(_batches, id); world && !worldlist::isBlank(to)) world->name = to;
 }
 
-std::vector<Uuid> AppModel::importAsWorlds(const std::vector<fs::path>& urls, std::optional<Point> at) {
-  std::vector<Uuid> ids;
-  int i = 0;
-  for (const auto& url : urls) {
-    if (!countsAsMedia(url)) continue;
-    std::optional<Point> place;
-    if (at) place = Point{at->x + i * 230, at->y};
-    ++i;
-    if (auto id = createWorld(url, place)) ids.push_back(*id);
+void AppModel::deleteBatch(const Uuid& id) {
+  if (_batches.size() < 2 || !worldlist::find(_batches, id)) return;
+  if (_currentBatchID == id) openBatch(_batches[0].id == id ? _batches[1].id : _batches[0].id);
+  if (_currentBatchID == id) return;  // a running render keeps its world open, so it stays
+  std::erase_if(_batches, [&](const Batch& b) { return b.id == id; });
+}
+
+std::optional<Uuid> AppModel::worldMediaID(const Batch& batch) const {
+  return worldlist::mediaOf(batch, batch.id == _currentBatchID ? _nodes : batch.nodes);
+}
+
+const MediaItem* AppModel::worldMedia(const Batch& batch) const {
+  const auto id = worldMediaID(batch);
+  if (!id) return nullptr;
+  auto it = std::find_if(_media.begin(), _media.end(), [&](const MediaItem& m) { return m.id == *id; });
+  return it == _media.end() ? nullptr : &*it;
+}
+
+std::optional<GraphSnapshot> AppModel::worldGraph(const Uuid& id) const {
+  if (id == _currentBatchID) return GraphSnapshot{_nodes, _edges, layout.positions()};
+  const Batch* world = worldlist::find(_batches, id);
+  if (!world) return std::nullopt;
+  return GraphSnapshot{world->nodes, world->edges, world->positions};
+}
+
+std::vector<const Batch*> AppModel::worldsByRecency() const { return worldlist::byRecency(_batches); }
+
+std::vector<const Batch*> AppModel::visibleBatches() const { return worldlist::visible(_batches, _openGroup); }
+
+void AppModel::setWorldLUT(const Uuid& id, const std::string& lut) {
+  Batch* world = worldlist::find(_batches, id);
+  if (!world) return;
+  world->lut = lut;
+  invalidatePlayCache();
+  requestRender();
+  std::optional<std::string> label;
+  if (lut.rfind(LUTLib::kAutoPrefix, 0) == 0) {
+    const std::string key = lut.substr(LUTLib::kAutoPrefix.size());
+    label = key;  // a curve the library no longer knows shows its key
+    for (const auto& g : LUTLib::generics())
+      if (g.id == key) label = g.label;
+  } else if (!lut.empty()) {
+    label = fs::path(lut).filename().string();
   }
-  if (ids.empty()) return ids;
-  _worldView = true;
-  if (ids.size() > 1) {
-    _status = std::to_string(ids.size()) + " mondes créés · double-clic sur un rush pour y entrer.";
-  } else {
-    auto it = std::find_if(_batches.begin(), _batches.end(), [&](const Batch& b) { return b.id == ids[0]; });
-    _status = "Nouveau monde : " + (it != _batches.end() ? it->name : std::string("Graphe")) + " · double-clic pour y entrer.";
-  }
-  return ids;
+  _status = worldlist::lutStatus(world->name, label);
+}
+
+void AppModel::toggleWorldLUTRender(const Uuid& id) {
+  if (Batch* world = worldlist::find(_batches, id)) world->lutRender = !world->lutRender.value_or(false);
 }
 
 }  // namespace ombrik

@@ -11,6 +11,7 @@
 #include "graph/graph_snapshot.h"
 #include "graph/node.h"
 #include "graph/point.h"
+#include "graph/world_group.h"
 #include "platform/scheduler.h"
 
 namespace ombrik {
@@ -43,6 +44,7 @@ struct HistoryState {
 struct WorldSnapshot {
   std::string label;
   std::vector<Batch> batches;
+  std::vector<WorldGroup> groups;
   std::optional<Uuid> current;
 };
 

@@ -608,7 +608,16 @@ std::optional<std::string> ProjectCodec::encode(const ProjectFile& f, std::strin
   if (f.current) j["current"] = f.current->toString();
   j["recent"] = f.recent;
   if (f.folders) j["folders"] = *f.folders;
-  for (auto [key, raw] : {std::pair{"timelines", &f.timelinesJSON}, {"groups", &f.groupsJSON}, {"userNodes", &f.userNodesJSON}})
+  if (!f.groups.empty()) {
+    json groups = json::array();
+    for (const auto& g : f.groups) {
+      json one = {{"id", g.id.toString()}, {"name", g.name}};
+      if (g.pos) one["pos"] = numbersJ(*g.pos);
+      groups.push_back(one);
+    }
+    j["groups"] = groups;
+  }
+  for (auto [key, raw] : {std::pair{"timelines", &f.timelinesJSON}, {"userNodes", &f.userNodesJSON}})
     if (*raw) {
       std::string why;
       auto carried = parseBoundedJson(**raw, &why);
@@ -642,7 +651,11 @@ std::optional<ProjectFile> ProjectCodec::decode(const std::string& text_, std::s
       for (const auto& p : array(*v)) f.folders->push_back(text(p));
     }
     if (auto* v = optField(*j, "timelines")) f.timelinesJSON = array(*v).dump();
-    if (auto* v = optField(*j, "groups")) f.groupsJSON = array(*v).dump();
+    if (auto* v = optField(*j, "groups"))
+      for (const auto& g : array(*v)) {
+        f.groups.push_back({uuid(field(g, "id")), text(field(g, "name")), std::nullopt});
+        if (auto* pos = optField(g, "pos")) f.groups.back().pos = numbers(*pos);
+      }
     if (auto* v = optField(*j, "userNodes")) f.userNodesJSON = array(*v).dump();
     if (auto* v = optField(*j, "confidential")) f.confidential = boolean(*v);
     return f;

@@ -1,13 +1,14 @@
 #pragma once
 // The project file ("*.tarvom"): JSON with sorted keys, pretty-printed, UTF-8. Live records are
 // never encoded directly: each has a stored form here, and defaults apply on reading. Records of
-// features that are not built yet (timelines, world groups, user nodes) travel through unchanged.
+// features that are not built yet (timelines, user nodes) travel through unchanged.
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "graph/batch.h"
 #include "graph/node.h"
+#include "graph/world_group.h"
 
 namespace ombrik {
 
@@ -26,7 +27,7 @@ struct ProjectFile {
   std::vector<std::string> recent;
   std::optional<std::vector<std::string>> folders;
   std::optional<std::string> timelinesJSON;  // kept as written until timelines exist
-  std::optional<std::string> groupsJSON;
+  std::vector<WorldGroup> groups;  // folders of worlds on the map; left out when empty
   std::optional<std::string> userNodesJSON;
   bool confidential = false;
 };
