@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "color/lut_lib.h"
+#include "bench_engine.h"
 #include "engine/engine.h"
 #include "engine/half_float.h"
 #include "gpu/device.h"
@@ -50,9 +51,8 @@ int main(int argc, char** argv) {
   const fs::path dir = fs::temp_directory_path() / ("ombrik-lut-bench-" + std::to_string(::getpid()));
   fs::create_directories(dir);
   std::string error;
-  auto engine = Engine::create(gpu::Device::create(gpu::Device::preferenceFromEnvironment(), &error),
-                               {dir / "ShaderCache", dir / "shader_error.log"}, &error);
-  if (!engine) return std::fprintf(stderr, "no engine: %s\n", error.c_str()), 1;
+  auto engine = bench::makeEngine(dir);
+  if (!engine) return 1;
   std::printf("device: %s\n", engine->deviceDescription().c_str());
 
   // The frame: ffmpeg's colour test picture at 16 bits a channel; the table: 33³ as text.

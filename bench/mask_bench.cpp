@@ -12,6 +12,7 @@
 #include <numbers>
 #include <string>
 
+#include "bench_engine.h"
 #include "engine/engine.h"
 #include "gpu/device.h"
 #include "graph/node.h"
@@ -65,10 +66,8 @@ int main(int argc, char** argv) {
   const int frames = argc > 1 ? std::max(1, std::atoi(argv[1])) : 10;
   const fs::path dir = fs::temp_directory_path() / ("ombrik-mask-bench-" + std::to_string(::getpid()));
   fs::create_directories(dir);
-  std::string error;
-  auto engine = Engine::create(gpu::Device::create(gpu::Device::preferenceFromEnvironment(), &error),
-                               {dir / "ShaderCache", dir / "shader_error.log"}, &error);
-  if (!engine) return std::fprintf(stderr, "no engine: %s\n", error.c_str()), 1;
+  auto engine = bench::makeEngine(dir);
+  if (!engine) return 1;
   std::printf("device: %s\n", engine->deviceDescription().c_str());
   std::ofstream(dir / "peer.py") << kPeer;
 

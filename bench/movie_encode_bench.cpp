@@ -14,6 +14,7 @@
 #include <fstream>
 #include <string>
 
+#include "bench_engine.h"
 #include "engine/engine.h"
 #include "engine/source_picture.h"
 #include "gpu/device.h"
@@ -47,9 +48,10 @@ int main(int argc, char** argv) {
   fs::create_directories(dir);
 
   std::string error;
-  auto engine = Engine::create(gpu::Device::create(gpu::Device::preferenceFromEnvironment(), &error),
-                               {dir / "ShaderCache", dir / "shader_error.log"}, &error);
-  if (!engine) return std::fprintf(stderr, "no engine: %s\n", error.c_str()), 1;
+
+  auto engine = bench::makeEngine(dir);
+
+  if (!engine) return 1;
   std::printf("device: %s; %d frames at %dx%d\n", engine->deviceDescription().c_str(), frames, kW, kH);
 
   const bench::ReferenceGraph graph = bench::referenceGraph(*engine, kW, kH);

@@ -19,10 +19,6 @@ struct Fixture {
     return std::make_unique<AppModel>(AppModel::Options{.withEngine = engine, .scheduler = scheduler,
                                                         .defaultsFile = (dir.path / "defaults.conf").string()});
   }
-  std::string slurp(const fs::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
 };
 }  // namespace
 
@@ -46,11 +42,11 @@ TEST(ProjectLife, WriteThenLoadGivesTheSameWorldsAndRemembersThePath) {
   EXPECT_EQ(b->_batches.size(), 1u);
   EXPECT_EQ(b->_currentBatchID, a->_currentBatchID);
   EXPECT_EQ(b->_recentKinds, a->_recentKinds);
-  EXPECT_EQ(t.slurp(file).find("\"folders\""), std::string::npos);  // empty: left out
+  EXPECT_EQ(slurp(file).find("\"folders\""), std::string::npos);  // empty: left out
   // Reading stamps worlds without a date; from then on the same state gives the same bytes.
   EXPECT_TRUE(b->write(t.dir.path / "once.tarvom"));
   EXPECT_TRUE(b->write(t.dir.path / "twice.tarvom"));
-  EXPECT_EQ(t.slurp(t.dir.path / "once.tarvom"), t.slurp(t.dir.path / "twice.tarvom"));
+  EXPECT_EQ(slurp(t.dir.path / "once.tarvom"), slurp(t.dir.path / "twice.tarvom"));
 }
 
 TEST(ProjectLife, BadFilesChangeNothing) {
@@ -59,22 +55,22 @@ TEST(ProjectLife, BadFilesChangeNothing) {
   const auto nodes = m->_nodes;
   const fs::path file = t.dir.path / "broken.tarvom";
   std::ofstream(file) << "{\"version\": 1, \"media\": [";
-  const std::string before = t.slurp(file);
+  const std::string before = slurp(file);
   EXPECT_FALSE(m->load(file));
   EXPECT_EQ(m->_status, "Projet illisible : broken.tarvom (JSON illisible)");  // the reader's reason is kept
   EXPECT_EQ(m->_nodes, nodes);
   EXPECT_FALSE(m->_projectURL);
-  EXPECT_EQ(t.slurp(file), before);
+  EXPECT_EQ(slurp(file), before);
   EXPECT_FALSE(m->load(t.dir.path / "absent.tarvom"));
 
   // A failed write leaves the old file whole and the state as it was.
   const fs::path good = t.dir.path / "good.tarvom";
   ASSERT_TRUE(m->write(good));
-  const std::string saved = t.slurp(good);
+  const std::string saved = slurp(good);
   m->_nodes[0].params["format"] = std::numeric_limits<double>::infinity();
   EXPECT_FALSE(m->write(good));
   EXPECT_EQ(m->_status.rfind("Enregistrement impossible : ", 0), 0u);
-  EXPECT_EQ(t.slurp(good), saved);
+  EXPECT_EQ(slurp(good), saved);
   EXPECT_FALSE(fs::exists(t.dir.path / ".good.tarvom.part"));
   EXPECT_FALSE(m->write(t.dir.path / "no_such_folder" / "x.tarvom"));
 }
@@ -93,5 +89,5 @@ TEST(ProjectLife, MissingMediaIsReportedAndKeptForTheNextSave) {
   EXPECT_EQ(m->_status, "Médias introuvables : rush.mov");
   EXPECT_EQ(m->currentBatch()->name, "Plan");  // the current world is a placeholder: the first real one
   ASSERT_TRUE(m->write(t.dir.path / "q.tarvom"));
-  EXPECT_NE(t.slurp(t.dir.path / "q.tarvom").find("/nowhere/rush.mov"), std::string::npos);
+  EXPECT_NE(slurp(t.dir.path / "q.tarvom").find("/nowhere/rush.mov"), std::string::npos);
 }

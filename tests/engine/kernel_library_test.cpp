@@ -21,10 +21,6 @@ std::unique_ptr<gpu::Device> cpuDevice() {
   if (!d) throw std::runtime_error(error);
   return d;
 }
-std::string slurp(const fs::path& p) {
-  std::ifstream in(p);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
 }  // namespace
 
 TEST(KernelLibrary, BrokenEffectSourceFallsBackToTheBaseKernelsAndIsLogged) {

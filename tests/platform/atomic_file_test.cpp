@@ -13,14 +13,6 @@
 using namespace ombrik;
 namespace fs = std::filesystem;
 
-namespace {
-std::string slurp(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::ostringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-}  // namespace
 
 TEST(AtomicFile, ReplacesWholeKeepsLinksAndModesAndLeavesNoTemporary) {
   TempDir dir;

@@ -33,14 +33,6 @@ TEST(MainWindow, TitledOmbrikShowingTheWorld) {
   EXPECT_EQ(label->text(), "Plan_07");
 }
 
-namespace {
-std::string slurp(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::ostringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-}  // namespace
 
 // Closing the window saves the project; a save that fails asks, and quits only when told to quit
 // without saving. A project in a folder that can't be written: a tmpfs made read-only under root,
