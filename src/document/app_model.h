@@ -316,6 +316,8 @@ public:
   };
   ViewerState rawViewerState() const;
   ViewerState viewerState() const;
+  // The pictures the viewer draws: viewerState's with the world's LUT applied, once per evaluation.
+  ViewerState viewerPictures() const;
   std::shared_ptr<gpu::Texture> scrubTex;  // a play-cache frame shown at once while scrubbing
 
   // ---- playback (app_model_playback.cpp)

@@ -120,4 +120,13 @@ AppModel::ViewerState AppModel::viewerState() const {
   return state;
 }
 
+AppModel::ViewerState AppModel::viewerPictures() const {
+  ViewerState state = viewerState();
+  if (!state.lut || !engine) return state;
+  // Stamped with the evaluation: a redraw reuses the result, a new evaluation recomputes it.
+  if (state.main) state.main = engine->applyLUT(state.main, *state.lut, engine->evalCount, 0);
+  if (state.before) state.before = engine->applyLUT(state.before, *state.lut, engine->evalCount, 1);
+  return state;
+}
+
 }  // namespace ombrik

@@ -111,7 +111,7 @@ void ViewerWidget::readBack(const AppModel::ViewerState& state) {
 
 void ViewerWidget::refresh() {
   // The state is worked out once a tick; a picture is read back only when it changed.
-  const AppModel::ViewerState state = model_.viewerState();
+  const AppModel::ViewerState state = model_.viewerPictures();
   if (!(source(state) == read_)) {
     readBack(state);
     hoverMoved_ = true;  // the colour under the pointer may have changed with the picture

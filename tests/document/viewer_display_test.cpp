@@ -3,6 +3,8 @@
 // pictures, Esc and \ step through the views.
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include "../platform/temp_dir.h"
 #include "document/app_model.h"
 #include "temp_model.h"
@@ -171,4 +173,33 @@ TEST(ViewerDisplay, TheWorldsLutGoesWithTheViewExceptOnMattes) {
   m.select(d.mask);
   d.render();
   EXPECT_FALSE(m.viewerState().lut) << "nor a matte overlay";
+}
+
+// The world's LUT reaches the viewer's pictures and nothing else: a cube that rotates the channels
+// (exact under trilinear lookup, being linear) turns the output's (r, g, b) into (g, b, r).
+TEST(ViewerDisplay, TheWorldsLutColoursTheViewerOnly) {
+  Desk d;
+  AppModel& m = *d.m;
+  const auto cube = d.dir.path / "rotation.cube";
+  {
+    std::ofstream out(cube);
+    out << "LUT_3D_SIZE 2\n";
+    for (int b = 0; b < 2; ++b)
+      for (int g = 0; g < 2; ++g)
+        for (int r = 0; r < 2; ++r) out << g << ' ' << b << ' ' << r << '\n';
+  }
+  m.select(d.output);
+  d.render();
+  const auto plain = m.engine->readPixels(m.viewerState().main);
+  m.setWorldLUT(*m._currentBatchID, cube.string());
+  d.render();
+  const AppModel::ViewerState shown = m.viewerPictures();
+  ASSERT_TRUE(shown.main && shown.main != d.result(d.output));
+  const auto graded = m.engine->readPixels(shown.main);
+  ASSERT_EQ(graded.size(), plain.size());
+  for (std::size_t i = 0; i < plain.size(); i += 4 * 37)
+    for (int c = 0; c < 3; ++c) EXPECT_NEAR(graded[i + c], plain[i + (c + 1) % 3], 2e-3) << i << " " << c;
+  EXPECT_EQ(m.engine->readPixels(d.result(d.output)), plain) << "the graph's own result keeps its colours";
+  m.setWorldLUT(*m._currentBatchID, "");
+  EXPECT_EQ(m.viewerPictures().main, m.viewerState().main);
 }
