@@ -94,7 +94,7 @@ bool renderMovie(AppModel& model, const Uuid& outputID, const std::string& out, 
       err << "ombrik render : " << noPicture(model, outputID, frame) << std::endl;
       return false;  // the writer goes without a trace
     }
-    const std::vector<float> pixels = model.engine->readPixels(it->second);
+    const std::vector<float> pixels = model.engine->readPixels(model.deliveredPicture(it->second));
     if (pixels.empty() || !writer->append(pixels.data(), &error)) {
       err << "ombrik render : " << (error.empty() ? std::string("image illisible") : error) << std::endl;
       return false;
@@ -253,7 +253,7 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
     std::error_code ec;
     if (const auto dir = fs::path(file).parent_path(); !dir.empty()) fs::create_directories(dir, ec);
     std::string error;
-    if (!model.engine->export_(it->second, file, &error)) return fail(error);
+    if (!model.engine->export_(model.deliveredPicture(it->second), file, &error)) return fail(error);
     err << "image " << frame << " (" << (frame - first + 1) << "/" << count << ") → " << file << std::endl;
   }
   return 0;

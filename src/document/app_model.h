@@ -318,6 +318,9 @@ public:
   ViewerState viewerState() const;
   // The pictures the viewer draws: viewerState's with the world's LUT applied, once per evaluation.
   ViewerState viewerPictures() const;
+  // A rendered frame as it is delivered: with the world's LUT baked in when the world asks for it
+  // at render (lutRender), else as evaluated.
+  std::shared_ptr<gpu::Texture> deliveredPicture(const std::shared_ptr<gpu::Texture>& rendered) const;
   std::shared_ptr<gpu::Texture> scrubTex;  // a play-cache frame shown at once while scrubbing
 
   // ---- playback (app_model_playback.cpp)

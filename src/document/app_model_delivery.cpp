@@ -134,11 +134,12 @@ void AppModel::renderSequence(const Uuid& nodeID) {
   run->write = [this, outID, writer, target, ext = format.extension](int i) -> std::optional<std::string> {
     auto it = engine->outputs.find(outID);
     if (it == engine->outputs.end()) return "le node Sortie ne reçoit pas d'image";
+    const std::shared_ptr<gpu::Texture> picture = deliveredPicture(it->second);
     std::string error;
     if (writer) {
-      const std::vector<float> pixels = engine->readPixels(it->second);
+      const std::vector<float> pixels = engine->readPixels(picture);
       if (pixels.empty() || !writer->append(pixels.data(), &error)) return error.empty() ? "image illisible" : error;
-    } else if (!engine->export_(it->second, sequenceFrame(target, i, ext), &error)) {
+    } else if (!engine->export_(picture, sequenceFrame(target, i, ext), &error)) {
       return error;
     }
     return std::nullopt;

@@ -120,6 +120,12 @@ AppModel::ViewerState AppModel::viewerState() const {
   return state;
 }
 
+std::shared_ptr<gpu::Texture> AppModel::deliveredPicture(const std::shared_ptr<gpu::Texture>& rendered) const {
+  const Batch* world = currentBatch();
+  if (!engine || !rendered || !world || !world->lut || world->lut->empty() || world->lutRender != true) return rendered;
+  return engine->applyLUT(rendered, *world->lut, engine->evalCount, 0);
+}
+
 AppModel::ViewerState AppModel::viewerPictures() const {
   ViewerState state = viewerState();
   if (!state.lut || !engine) return state;

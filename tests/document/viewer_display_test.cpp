@@ -175,9 +175,10 @@ TEST(ViewerDisplay, TheWorldsLutGoesWithTheViewExceptOnMattes) {
   EXPECT_FALSE(m.viewerState().lut) << "nor a matte overlay";
 }
 
-// The world's LUT reaches the viewer's pictures and nothing else: a cube that rotates the channels
-// (exact under trilinear lookup, being linear) turns the output's (r, g, b) into (g, b, r).
-TEST(ViewerDisplay, TheWorldsLutColoursTheViewerOnly) {
+// The world's LUT reaches the viewer's pictures, and rendered frames only when the world asks for
+// it at render; the graph's results keep their colours. A cube that rotates the channels (exact
+// under trilinear lookup, being linear) turns the output's (r, g, b) into (g, b, r).
+TEST(ViewerDisplay, TheWorldsLutColoursTheViewerAndRendersWhenAsked) {
   Desk d;
   AppModel& m = *d.m;
   const auto cube = d.dir.path / "rotation.cube";
@@ -200,6 +201,9 @@ TEST(ViewerDisplay, TheWorldsLutColoursTheViewerOnly) {
   for (std::size_t i = 0; i < plain.size(); i += 4 * 37)
     for (int c = 0; c < 3; ++c) EXPECT_NEAR(graded[i + c], plain[i + (c + 1) % 3], 2e-3) << i << " " << c;
   EXPECT_EQ(m.engine->readPixels(d.result(d.output)), plain) << "the graph's own result keeps its colours";
+  EXPECT_EQ(m.deliveredPicture(d.result(d.output)), d.result(d.output)) << "not at render unless asked";
+  m.toggleWorldLUTRender(*m._currentBatchID);
+  EXPECT_EQ(m.engine->readPixels(m.deliveredPicture(d.result(d.output))), graded);
   m.setWorldLUT(*m._currentBatchID, "");
   EXPECT_EQ(m.viewerPictures().main, m.viewerState().main);
 }
