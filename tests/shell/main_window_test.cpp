@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <QLabel>
+#include <QMenu>
+#include <QMenuBar>
 #include <fstream>
 #include <sstream>
 #include <sys/stat.h>
@@ -86,4 +88,39 @@ TEST(MainWindow, ClosingSavesAndAFailedSaveAsksBeforeQuitting) {
     const fs::path written = url ? *url : dir.path / "data" / "Projets" / AppModel::kAutoFileName;
     EXPECT_NE(slurp(written).find("\"glow\""), std::string::npos) << written;
   }
+}
+
+// The Mondes menu carries the world operations: a new world, the world's LUT among the camera
+// curves, and the LUT at render once there is one.
+TEST(MainWindow, TheWorldsMenuMakesWorldsAndChoosesTheirLut) {
+  test::shellApp();
+  TempDir dir;
+  AppModel model(test::tempModelOptions(dir, std::make_shared<ManualScheduler>(), false));
+  MainWindow window(model);
+  QMenu* worlds = nullptr;
+  for (QAction* a : window.menuBar()->actions())
+    if (a->text() == "Mondes") worlds = a->menu();
+  ASSERT_NE(worlds, nullptr);
+  auto trigger = [&](QMenu* menu, const QString& text) {
+    emit menu->aboutToShow();
+    for (QAction* a : menu->actions())
+      if (a->text() == text) return a->trigger(), true;
+    return false;
+  };
+  const std::size_t before = model._batches.size();
+  ASSERT_TRUE(trigger(worlds, "Nouveau monde"));
+  EXPECT_EQ(model._batches.size(), before + 1);
+  EXPECT_EQ(*model._currentBatchID, model._batches.back().id) << "the new world is opened";
+  emit worlds->aboutToShow();
+  QMenu* lut = nullptr;
+  for (QAction* a : worlds->actions())
+    if (a->text() == "LUT du monde") lut = a->menu();
+  ASSERT_NE(lut, nullptr);
+  ASSERT_TRUE(trigger(lut, "Sony S-Log3 / S-Gamut3.Cine → Rec.709"));
+  EXPECT_EQ(model.currentBatch()->lut, std::optional<std::string>("auto:slog3"));
+  emit worlds->aboutToShow();
+  for (QAction* a : worlds->actions())
+    if (a->text() == "LUT du monde") lut = a->menu();
+  ASSERT_TRUE(trigger(lut, "Appliquer la LUT au rendu"));
+  EXPECT_EQ(model.currentBatch()->lutRender, std::optional<bool>(true));
 }
