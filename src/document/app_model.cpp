@@ -7,6 +7,7 @@
 #include "engine/engine.h"
 #include "engine/source_picture.h"
 #include "document/play_state.h"
+#include "document/world_pack.h"
 #include "media/forward_readers.h"
 #include "media/video_source.h"
 #include "platform/app_paths.h"

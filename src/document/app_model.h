@@ -34,6 +34,7 @@ class Texture;
 }
 class Engine;
 class ForwardReaders;
+class PackCopy;
 struct PlayState;
 class VideoSource;
 struct SourcePicture;
@@ -474,6 +475,19 @@ public:
   // "" for none, a LUT file's path, or "auto:" and a key of the LUT library.
   void setWorldLUT(const Uuid& id, const std::string& lut);
   void toggleWorldLUTRender(const Uuid& id);
+  // A .cube file as the world's LUT: read first, and refused with its reason (the world keeps
+  // its LUT) when it isn't a table. The panel form asks for the file.
+  bool setWorldLUTFile(const Uuid& id, const std::filesystem::path& file);
+  void chooseWorldLUTFile(const Uuid& id);
+
+  // ---- world packs (app_model_world_pack.cpp; the plan and the files in world_pack.h)
+  // Asks where, then packs. Neither the world nor the project changes by packing.
+  void packWorld(const Uuid& id);
+  // Copies on a background thread from a plan made now; `done` gets the outcome on the main thread.
+  void packWorld(const Uuid& id, const std::filesystem::path& to, std::function<void(bool)> done = nullptr);
+  bool packing() const { return !packCopies_.empty(); }
+  // A pack folder back as a new world, not opened; nothing, with a status, when it can't be read.
+  std::optional<Uuid> unpackWorld(const std::filesystem::path& url);
   // Wall time as the model's scheduler sees it: tests that hold their clock hold dates too.
   std::chrono::system_clock::time_point wallNow() const;
 
@@ -531,6 +545,8 @@ private:
   // `all` stored as the node's masks with mask `index` live in its fields; no point selected.
   void activateMask(const Uuid& nodeID, const std::vector<GMask>& all, int index);
   std::unique_ptr<ForwardReaders> renderReaders_;
+  std::map<int, std::unique_ptr<PackCopy>> packCopies_;  // copies under way, by number
+  int packCount_ = 0;
 };
 
 }  // namespace ombrik

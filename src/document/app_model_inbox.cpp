@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "document/app_model.h"
+#include "document/world_pack.h"
 #include "media/media_files.h"
 #include "platform/scheduler.h"
 
@@ -55,8 +56,22 @@ void AppModel::scanInbox() {
 }
 
 void AppModel::importFromFinder(const std::vector<fs::path>& urls) {
-  const auto media = expandMedia(urls);
+  // A world pack is recognised by its world file and comes back whole, not as loose rushes.
+  std::vector<fs::path> loose;
   std::error_code ec;
+  bool unpacked = false;
+  for (const auto& url : urls) {
+    if (fs::is_regular_file(url / worldpack::kFileName, ec)) {
+      if (_isPlaying) stopPlayback();
+      _worldView = true;
+      unpackWorld(url);
+      unpacked = true;
+    } else {
+      loose.push_back(url);
+    }
+  }
+  if (unpacked && loose.empty()) return;
+  const auto media = expandMedia(loose);
   std::set<fs::path> inProject;  // each file of the project resolved once
   for (const auto& m : _media)
     if (m.url) inProject.insert(fs::weakly_canonical(*m.url, ec));
@@ -67,6 +82,7 @@ void AppModel::importFromFinder(const std::vector<fs::path>& urls) {
     else fresh.push_back(url);
   }
   if (fresh.empty()) {
+    if (unpacked) return;  // the pack's own status stands
     _status = media.empty() ? "Finder : aucun rush reconnu (vidéos .mov, .mp4, .mxf… ou images)."
                             : "Finder : rien de nouveau · " + std::to_string(known) + " déjà dans le projet";
     return;

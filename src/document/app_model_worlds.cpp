@@ -7,6 +7,7 @@
 #include "document/app_model.h"
 #include "document/world_list.h"
 #include "engine/engine.h"
+#include "platform/dialogs.h"
 #include "platform/scheduler.h"
 
 namespace ombrik {
@@ -159,6 +160,24 @@ void AppModel::setWorldLUT(const Uuid& id, const std::string& lut) {
     label = fs::path(lut).filename().string();
   }
   _status = worldlist::lutStatus(world->name, label);
+}
+
+bool AppModel::setWorldLUTFile(const Uuid& id, const fs::path& file) {
+  if (!worldlist::find(_batches, id)) return false;
+  std::string why;
+  if (!LUTLib::parseCube(file, &why)) {
+    _status = why;  // "LUT illisible : NAME (REASON)"; the world keeps its LUT
+    return false;
+  }
+  setWorldLUT(id, file.string());
+  return true;
+}
+
+void AppModel::chooseWorldLUTFile(const Uuid& id) {
+  OpenPanel panel;
+  panel.title = "Choisir une LUT (.cube)";
+  panel.types = {"cube"};
+  if (auto file = dialogs_->open(panel)) setWorldLUTFile(id, *file);
 }
 
 void AppModel::toggleWorldLUTRender(const Uuid& id) {

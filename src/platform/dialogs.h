@@ -16,6 +16,7 @@ struct SavePanel {
   std::vector<std::string> types;  // extensions, without the dot
   bool otherTypesAllowed = true;
   bool canCreateFolders = true;
+  std::string message;  // shown in the panel, under its title
 };
 
 struct OpenPanel {

@@ -60,9 +60,10 @@ const std::unordered_map<std::string, std::string>& englishTemplates() {
 }
 
 // Templates with one text field ("Rendu terminé : %s"): the French text's start and end find the
-// English, and what lies between (a file name, a node's title) is carried over as it is.
+// English, and what lies between (a file name, a node's title) is carried over as it is. The start
+// and end may hold integer fields too ("« %s » : %d éléments"); the English takes them in order.
 struct TextTemplate {
-  std::string before, after, english;
+  std::string before, after, english;  // before and after as shapes
 };
 const std::vector<TextTemplate>& textTemplates() {
   static const auto list = [] {
@@ -70,7 +71,8 @@ const std::vector<TextTemplate>& textTemplates() {
     for (const auto& [key, value] : english()) {
       const auto at = key.find("%s");
       if (at == std::string::npos || key.find("%s", at + 2) != std::string::npos) continue;
-      out.push_back({key.substr(0, at), key.substr(at + 2), value});
+      bool field = false;
+      out.push_back({shapeOfTemplate(key.substr(0, at), &field), shapeOfTemplate(key.substr(at + 2), &field), value});
     }
     // The longest start first, so that a more precise template wins.
     std::sort(out.begin(), out.end(), [](const TextTemplate& a, const TextTemplate& b) {
@@ -81,15 +83,49 @@ const std::vector<TextTemplate>& textTemplates() {
   return list;
 }
 
+bool isDigit(char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; }
+
+// How many characters of `text`, from its start (or its end, backwards), the shape takes; the
+// numbers its fields met are appended in the text's order.
+std::optional<std::size_t> matchShape(std::string_view text, const std::string& shape, bool fromEnd,
+                                      std::vector<std::string>& numbers) {
+  std::vector<std::string> found;
+  std::size_t used = 0;
+  const std::size_t n = text.size();
+  auto at = [&](std::size_t k) { return fromEnd ? text[n - 1 - k] : text[k]; };
+  for (std::size_t i = 0; i < shape.size(); ++i) {
+    const char c = fromEnd ? shape[shape.size() - 1 - i] : shape[i];
+    if (c != kField) {
+      if (used >= n || at(used) != c) return std::nullopt;
+      ++used;
+      continue;
+    }
+    const std::size_t from = used;
+    while (used < n && isDigit(at(used))) ++used;
+    if (used == from) return std::nullopt;
+    std::string number(text.substr(fromEnd ? n - used : from, used - from));
+    if (fromEnd) found.insert(found.begin(), std::move(number));
+    else found.push_back(std::move(number));
+  }
+  numbers.insert(numbers.end(), found.begin(), found.end());
+  return used;
+}
+
 std::optional<std::string> fromTextTemplate(std::string_view text) {
   for (const TextTemplate& t : textTemplates()) {
-    if (text.size() < t.before.size() + t.after.size() || text.substr(0, t.before.size()) != t.before ||
-        text.substr(text.size() - t.after.size()) != t.after)
-      continue;
-    const std::string field(text.substr(t.before.size(), text.size() - t.before.size() - t.after.size()));
-    std::string out = t.english;
+    std::vector<std::string> numbers;
+    const auto head = matchShape(text, t.before, false, numbers);
+    if (!head) continue;
+    const auto tail = matchShape(text.substr(*head), t.after, true, numbers);
+    if (!tail) continue;
+    const std::string field(text.substr(*head, text.size() - *head - *tail));
+    bool any = false;
+    std::string out = shapeOfTemplate(t.english, &any);
     if (auto at = out.find("%s"); at != std::string::npos) out.replace(at, 2, field);
-    return out;
+    std::string filled;
+    std::size_t k = 0;
+    for (char c : out) filled += (c == kField && k < numbers.size()) ? numbers[k++] : std::string(1, c);
+    return filled;
   }
   return std::nullopt;
 }

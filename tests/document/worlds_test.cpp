@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <ostream>
 
 #include "../platform/temp_dir.h"
 #include "document/app_model.h"
 #include "document/world_list.h"
+#include "document/world_pack.h"
 #include "engine/source_picture.h"
 #include "platform/dialogs.h"
 #include "platform/scheduler.h"
@@ -21,6 +23,7 @@ void PrintTo(const Point& p, std::ostream* out) { *out << "(" << p.x << ", " << 
 using namespace ombrik;
 namespace fs = std::filesystem;
 namespace wl = ombrik::worldlist;
+namespace wp = ombrik::worldpack;
 
 namespace {
 
@@ -170,6 +173,10 @@ TEST(WorldList, TextsFindTheirEnglish) {
       {wl::importStatus(1, "Batch_07"), "New world: Batch_07 · double-click to enter it."},
       {wl::lutStatus("Plan", std::nullopt), "World LUT \"Plan\": None"},
       {wl::foldStatus(false, 3, "Film"), "3 shots unfolded"},
+      {wp::startStatus("Plan", 3), "Packing \"Plan\": copying 3 items…"},
+      {wp::progressStatus("Plan 2", 3, 12), "Packing \"Plan 2\": 3/12…"},
+      {wp::unpackedStatus("A", 2, 1), "World \"A\" recovered: tree, 2 shots and AI results · 1 shot missing from the pack."},
+      {wp::doneStatus(1), "World packed: 1 shot, tree and AI results."},
   };
   for (const auto& [french, english] : texts) EXPECT_EQ(translate(french, AppLanguage::english), english);
 }
@@ -341,6 +348,11 @@ TEST(Worlds, FoldersOrderAndLUTsComeBackFromTheProjectFile) {
   EXPECT_EQ(a._status, "LUT du monde « Batch_01 » : Aucune");
   a.setWorldLUT(a._batches[1].id, "auto:logc3");
   EXPECT_EQ(a._status, "LUT du monde « Deux » : ARRI LogC3 → Rec.709");
+  const fs::path broken = t.dir.path / "cassée.cube";
+  std::ofstream(broken) << "LUT_3D_SIZE 2\n0 0 0\n";
+  EXPECT_FALSE(a.setWorldLUTFile(a._batches[1].id, broken));
+  EXPECT_EQ(a._status.rfind("LUT illisible : cassée.cube (", 0), 0u) << a._status;
+  EXPECT_EQ(a._batches[1].lut, "auto:logc3") << "a table that can't be read changes nothing";
   a.toggleWorldLUTRender(a._batches[1].id);
   a._openGroup = f;
   const fs::path file = t.dir.path / "mondes.tarvom";
