@@ -108,6 +108,7 @@ void AppModel::newProject() {
   missingMedia.clear();
   mediaTroubles.clear();
   _batches.clear();
+  worldUndo.clear();  // another project's worlds never come back into this one
   _nodes.clear();
   _edges.clear();
   layout.replaceAll({});

@@ -105,6 +105,7 @@ bool AppModel::load(const fs::path& url) {
         engine->addSource(std::nullopt, id);
 
   _batches = file->batches;
+  worldUndo.clear();  // another project's worlds never come back into this one
   _recentKinds = file->recent;
   _folders = file->folders.value_or(std::vector<std::string>{});
   timelinesJSON_ = file->timelinesJSON;

@@ -264,6 +264,13 @@ TEST(Worlds, DeletingEverythingLeavesBatch01AndUndoBringsItAllBack) {
   EXPECT_EQ(m._worldGroups, groups);
   EXPECT_EQ(m._currentBatchID, current);
   EXPECT_EQ(m._nodes.size(), 2u);
+
+  m.deleteWorlds({m._batches[1].id}, false);
+  m.newProject();
+  const auto fresh = m._batches;
+  m._worldView = true;
+  m.undo();
+  EXPECT_EQ(m._batches, fresh) << "another project's worlds don't come back into a new one";
 }
 
 TEST(Worlds, DeleteBatchKeepsTheLastAndOpensANeighbour) {
