@@ -24,6 +24,7 @@ std::optional<std::filesystem::path> QtDialogs::save(const SavePanel& panel) {
   QFileDialog dialog(parent_, q(tr(panel.title)), q((panel.directory / panel.proposedName).string()),
                      filterFor(panel.types, panel.otherTypesAllowed));
   dialog.setAcceptMode(QFileDialog::AcceptSave);
+  if (!panel.message.empty()) dialog.setWindowTitle(q(tr(panel.title)) + " — " + q(tr(panel.message)));
   if (!panel.canCreateFolders) dialog.setOption(QFileDialog::ReadOnly);
   if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return std::nullopt;
   return dialog.selectedFiles().front().toStdString();
@@ -56,10 +57,11 @@ std::optional<std::filesystem::path> QtDialogs::folder(const OpenPanel& panel) {
 
 int QtDialogs::alert(const Alert& a) {
   QMessageBox box(parent_);
-  box.setText(q(a.title));
-  box.setInformativeText(q(a.text));
+  // The model writes French; templates in the catalogue carry names and counts across.
+  box.setText(q(tr(a.title)));
+  box.setInformativeText(q(tr(a.text)));
   std::vector<QPushButton*> buttons;
-  for (const auto& b : a.buttons) buttons.push_back(box.addButton(q(b), QMessageBox::AcceptRole));
+  for (const auto& b : a.buttons) buttons.push_back(box.addButton(q(tr(b)), QMessageBox::AcceptRole));
   if (!buttons.empty()) box.setDefaultButton(buttons.front());
   box.exec();
   for (std::size_t i = 0; i < buttons.size(); ++i)
