@@ -152,6 +152,10 @@ public:
   void historyChanged();
   void undo();
   void redo();
+  // A gesture (a slider's drag, a point dragged in the viewer) is one undo step however long it
+  // pauses: no step is taken while one is held, and its end takes the step at once.
+  void beginGesture();
+  void endGesture();
   void resetHistory();
   void pushWorldUndo(const std::string& label);
   void undoWorld();

@@ -44,7 +44,7 @@ void AppModel::historyChanged() {
 void AppModel::commitHistory() {
   if (history.pending) scheduler_->cancel(*history.pending);
   history.pending.reset();
-  if (_trackingProgress || _magicProgress) {  // the whole run becomes one step
+  if (_trackingProgress || _magicProgress || history.gestures > 0) {  // the whole run becomes one step
     historyChanged();
     return;
   }
@@ -59,6 +59,13 @@ void AppModel::commitHistory() {
   if (history.undo.size() > HistoryState::kMaxUndo) history.undo.erase(history.undo.begin());
   history.redo.clear();
   history.stable = now;
+}
+
+void AppModel::beginGesture() { ++history.gestures; }
+
+void AppModel::endGesture() {
+  if (history.gestures == 0) return;
+  if (--history.gestures == 0 && history.pending) commitHistory();
 }
 
 void AppModel::apply(const SharedGraph& state) {

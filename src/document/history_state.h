@@ -34,6 +34,7 @@ struct HistoryState {
   std::optional<SharedGraph> stable;  // the last committed state
   std::optional<Scheduler::Token> pending;
   bool dirty = false;
+  int gestures = 0;  // gestures under way: their changes wait for the end to become a step
 
   // The live graph as a state, reusing the nodes, edges and positions of `like` that are equal.
   static SharedGraph capture(const std::vector<Node>& nodes, const std::vector<Edge>& edges,

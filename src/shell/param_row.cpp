@@ -21,7 +21,7 @@ bool ParamRow::isSwitch(const ParamSpec& spec) {
 }
 
 ParamRow::ParamRow(AppModel& model, const Uuid& node, const ParamSpec& spec, QWidget* parent)
-    : QWidget(parent), binding_(model.binding(node, spec.key)), spec_(spec) {
+    : QWidget(parent), model_(model), binding_(model.binding(node, spec.key)), spec_(spec) {
   setObjectName(qs("param:" + spec.key));
   auto* row = new QHBoxLayout(this);
   row->setContentsMargins(0, 1, 0, 1);
@@ -65,6 +65,9 @@ ParamRow::ParamRow(AppModel& model, const Uuid& node, const ParamSpec& spec, QWi
     row->addWidget(label);
     row->addWidget(slider_, 1);
     row->addWidget(field_);
+    // One drag, one undo step, whatever its pauses.
+    connect(slider_, &QSlider::sliderPressed, this, [this] { model_.beginGesture(); });
+    connect(slider_, &QSlider::sliderReleased, this, [this] { model_.endGesture(); });
     connect(slider_, &QSlider::valueChanged, this, [this, scale](int t) {
       const double v = scale.value(t);
       const QSignalBlocker quiet(field_);

@@ -32,6 +32,7 @@ private:
   void store(double value);
   void show(double value);
 
+  AppModel& model_;
   AppModel::Binding binding_;
   ParamSpec spec_;
   QSlider* slider_ = nullptr;

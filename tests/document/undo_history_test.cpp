@@ -99,7 +99,7 @@ TEST(UndoHistory, UndoAndRedoRoundTripToEqualGraphs) {
   EXPECT_EQ(h.m.snapshot(), edited);
 }
 
-TEST(UndoHistory, ARunningTrackCommitsAsOneStep) {
+TEST(UndoHistory, ARunningTrackOrAGestureCommitsAsOneStep) {
   History h;
   h.m._trackingProgress = 0.2;
   for (int i = 0; i < 5; ++i) {
@@ -111,6 +111,19 @@ TEST(UndoHistory, ARunningTrackCommitsAsOneStep) {
   h.m._trackingProgress.reset();
   h.clock->advance(0.5);
   EXPECT_EQ(h.m.history.undo.size(), 1u);
+
+  // A slider's drag with pauses in it: one step, taken the moment the drag ends.
+  History g;
+  g.m.beginGesture();
+  for (int i = 0; i < 5; ++i) {
+    g.slide(0.1 * i);
+    g.clock->advance(0.5);
+  }
+  EXPECT_TRUE(g.m.history.undo.empty());
+  g.m.endGesture();
+  EXPECT_EQ(g.m.history.undo.size(), 1u);
+  g.m.undo();
+  EXPECT_DOUBLE_EQ(g.sat(), 0.92);
 }
 
 TEST(UndoHistory, DirtyUntilSaved) {
