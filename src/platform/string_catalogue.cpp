@@ -59,25 +59,40 @@ const std::unordered_map<std::string, std::string>& englishTemplates() {
   return table;
 }
 
-// Templates with one text field ("Rendu terminé : %s"): the French text's start and end find the
-// English, and what lies between (a file name, a node's title) is carried over as it is. The start
-// and end may hold integer fields too ("« %s » : %d éléments"); the English takes them in order.
+// Templates with text fields ("Rendu terminé : %s"): the French text's start and end find the
+// English, and what lies between (a file name, a node's title) is carried over as it is. Several
+// text fields are told apart by the words between them, the first place they occur; the start
+// and end may hold integer fields too ("« %s » : %d éléments"). The English takes them in order.
 struct TextTemplate {
-  std::string before, after, english;  // before and after as shapes
+  std::string before, after;         // shapes
+  std::vector<std::string> between;  // the plain words between two text fields
+  std::string english;
 };
 const std::vector<TextTemplate>& textTemplates() {
   static const auto list = [] {
     std::vector<TextTemplate> out;
     for (const auto& [key, value] : english()) {
-      const auto at = key.find("%s");
-      if (at == std::string::npos || key.find("%s", at + 2) != std::string::npos) continue;
+      std::vector<std::string> pieces;
+      for (std::size_t from = 0;;) {
+        const auto at = key.find("%s", from);
+        pieces.push_back(key.substr(from, at == std::string::npos ? std::string::npos : at - from));
+        if (at == std::string::npos) break;
+        from = at + 2;
+      }
+      if (pieces.size() < 2) continue;
       bool field = false;
-      out.push_back({shapeOfTemplate(key.substr(0, at), &field), shapeOfTemplate(key.substr(at + 2), &field), value});
+      TextTemplate t{shapeOfTemplate(pieces.front(), &field), shapeOfTemplate(pieces.back(), &field), {}, value};
+      t.between.assign(pieces.begin() + 1, pieces.end() - 1);
+      if (std::any_of(t.between.begin(), t.between.end(), [](const std::string& w) { return w.empty(); })) continue;
+      out.push_back(std::move(t));
     }
-    // The longest start first, so that a more precise template wins.
-    std::sort(out.begin(), out.end(), [](const TextTemplate& a, const TextTemplate& b) {
-      return a.before.size() + a.after.size() > b.before.size() + b.after.size();
-    });
+    // The most words first, so that a more precise template wins.
+    auto words = [](const TextTemplate& t) {
+      std::size_t n = t.before.size() + t.after.size();
+      for (const auto& w : t.between) n += w.size();
+      return n;
+    };
+    std::sort(out.begin(), out.end(), [&](const TextTemplate& a, const TextTemplate& b) { return words(a) > words(b); });
     return out;
   }();
   return list;
@@ -118,13 +133,35 @@ std::optional<std::string> fromTextTemplate(std::string_view text) {
     if (!head) continue;
     const auto tail = matchShape(text.substr(*head), t.after, true, numbers);
     if (!tail) continue;
-    const std::string field(text.substr(*head, text.size() - *head - *tail));
+    const std::string_view middle = text.substr(*head, text.size() - *head - *tail);
+    std::vector<std::string> fields;
+    std::size_t from = 0;
+    bool found = true;
+    for (const auto& word : t.between) {
+      const auto at = middle.find(word, from);
+      if (at == std::string_view::npos) {
+        found = false;
+        break;
+      }
+      fields.emplace_back(middle.substr(from, at - from));
+      from = at + word.size();
+    }
+    if (!found) continue;
+    fields.emplace_back(middle.substr(from));
     bool any = false;
-    std::string out = shapeOfTemplate(t.english, &any);
-    if (auto at = out.find("%s"); at != std::string::npos) out.replace(at, 2, field);
+    const std::string shape = shapeOfTemplate(t.english, &any);
     std::string filled;
-    std::size_t k = 0;
-    for (char c : out) filled += (c == kField && k < numbers.size()) ? numbers[k++] : std::string(1, c);
+    std::size_t k = 0, f = 0;
+    for (std::size_t i = 0; i < shape.size(); ++i) {
+      if (shape.compare(i, 2, "%s") == 0 && f < fields.size()) {
+        filled += fields[f++];
+        ++i;
+      } else if (shape[i] == kField && k < numbers.size()) {
+        filled += numbers[k++];
+      } else {
+        filled += shape[i];
+      }
+    }
     return filled;
   }
   return std::nullopt;

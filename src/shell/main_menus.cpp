@@ -1,17 +1,16 @@
 #include "shell/main_menus.h"
 
 #include <QActionGroup>
+#include <QDockWidget>
 #include <QMainWindow>
 #include <QMenuBar>
 
-#include <filesystem>
-
-#include "color/lut_lib.h"
 #include "document/app_model.h"
 #include "platform/app_language.h"
 #include "shell/render_section.h"
 #include "shell/shown_text.h"
 #include "shell/viewer_widget.h"
+#include "shell/world_lut_menu.h"
 
 namespace ombrik {
 
@@ -116,7 +115,7 @@ void MainMenus::compareMenu(QMenu* view) {
 void MainMenus::worldsMenu(QMainWindow& window) {
   QMenu* m = window.menuBar()->addMenu(shown("Mondes"));
   // Filled when opened, as worlds come and go with imports and projects.
-  connect(m, &QMenu::aboutToShow, this, [this, m] {
+  connect(m, &QMenu::aboutToShow, this, [this, m, &window] {
     m->clear();
     const Batch* open = model_.currentBatch();
     for (const Batch& b : model_._batches) {
@@ -129,33 +128,15 @@ void MainMenus::worldsMenu(QMainWindow& window) {
     }
     m->addSeparator();
     entry(m, "Nouveau monde", {}, this, [this] { model_.newBatch(); });
+    // The panel's own show/hide entry, ticked while it is on screen.
+    if (auto* panel = window.findChild<QDockWidget*>("worldsPanel")) m->addAction(panel->toggleViewAction());
     if (!open) return;
     const Uuid id = open->id;
     entry(m, "Dupliquer le monde", {}, this, [this, id] { model_.duplicateBatch(id); });
+    entry(m, "Rassembler le monde (arbre + rushs)…", {}, this, [this, id] { model_.packWorld(id); });
     entry(m, "Supprimer le monde…", {}, this, [this, id] { model_.deleteWorlds({id}, true); });
-    lutMenu(m->addMenu(shown("LUT du monde")), *open);
+    fillWorldLutMenu(m->addMenu(shown("LUT du monde")), model_, *open);
   });
-}
-
-void MainMenus::lutMenu(QMenu* m, const Batch& world) {
-  // None, or one of the camera curves; a .cube of the world's own comes with the project.
-  const Uuid id = world.id;
-  const std::string current = world.lut.value_or("");
-  auto pick = [&](const QString& text, const std::string& key) {
-    QAction* a = m->addAction(text);
-    a->setCheckable(true);
-    a->setChecked(current == key);
-    connect(a, &QAction::triggered, this, [this, id, key] { model_.setWorldLUT(id, key); });
-  };
-  pick(shown("Aucune"), "");
-  for (const auto& g : LUTLib::generics()) pick(QString::fromStdString(g.label), std::string(LUTLib::kAutoPrefix) + g.id);
-  if (!current.empty() && current.rfind(LUTLib::kAutoPrefix, 0) != 0)
-    pick(QString::fromStdString(std::filesystem::path(current).filename().string()), current);
-  m->addSeparator();
-  QAction* atRender = entry(m, "Appliquer la LUT au rendu", {}, this, [this, id] { model_.toggleWorldLUTRender(id); });
-  atRender->setCheckable(true);
-  atRender->setChecked(world.lutRender == true);
-  atRender->setEnabled(!current.empty());
 }
 
 void MainMenus::renderMenu(QMainWindow& window, std::function<void()> showQueue) {

@@ -14,7 +14,6 @@ class QMenu;
 namespace ombrik {
 
 class AppModel;
-struct Batch;
 class ViewerWidget;
 
 class MainMenus : public QObject {
@@ -30,7 +29,6 @@ private:
   void compareMenu(QMenu* view);
   void playSizeMenu(QMenu* view);
   void worldsMenu(QMainWindow& window);
-  void lutMenu(QMenu* m, const Batch& world);
   void renderMenu(QMainWindow& window, std::function<void()> showQueue);
   void languageMenu(QMainWindow& window);
   template <typename T>

@@ -23,6 +23,7 @@
 #include "shell/shown_text.h"
 #include "shell/transport_bar.h"
 #include "shell/viewer_widget.h"
+#include "shell/worlds_panel.h"
 
 namespace ombrik {
 
@@ -83,6 +84,10 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent) : QMainWindow(parent), 
   cancelRender_->hide();
   statusBar()->addPermanentWidget(world_);
   dialogs_ = std::make_shared<QtDialogs>(this);
+
+  worlds_ = new WorldsPanel(model_, this);
+  addDockWidget(Qt::LeftDockWidgetArea, worlds_);
+  worlds_->hide();  // the Mondes menu shows it
 
   // A node dragged from the graph onto the picture is shown there.
   nodeEditor_->setShowTarget(viewer_, [this](bool over) { viewer_->setDropHint(over); });
@@ -179,6 +184,7 @@ void MainWindow::refresh() {
   menus_->refresh();
   refreshProgress();
   if (queue_) queue_->refresh();
+  worlds_->refresh();
 }
 
 }  // namespace ombrik

@@ -25,6 +25,7 @@ class ViewerWidget;
 class CurveEditorWidget;
 class Dialogs;
 class RenderQueuePanel;
+class WorldsPanel;
 
 class MainWindow : public QMainWindow {
 public:
@@ -42,6 +43,7 @@ public:
   RenderQueuePanel* showRenderQueue();
   RenderQueuePanel* renderQueue() const { return queue_; }  // none until first opened
   QProgressBar* renderProgress() const { return progress_; }
+  WorldsPanel* worldsPanel() const { return worlds_; }  // docked on the left, hidden until asked for
   // Where the window asks its questions (the desktop's alerts unless set).
   void setDialogs(std::shared_ptr<Dialogs> dialogs) { dialogs_ = std::move(dialogs); }
 
@@ -69,6 +71,7 @@ private:
   QProgressBar* progress_ = nullptr;
   QPushButton* cancelRender_ = nullptr;
   RenderQueuePanel* queue_ = nullptr;
+  WorldsPanel* worlds_ = nullptr;
   std::shared_ptr<Dialogs> dialogs_;
 };
 

@@ -28,6 +28,15 @@ TEST(StringCatalogue, TextsMadeFromNumberedTemplatesFindTheirEnglish) {
   EXPECT_EQ(translate("Mask 02 perdu", AppLanguage::english), "Mask 02 perdu");  // no such template
   EXPECT_EQ(translate("Rendu terminé : Plan_v02.mov", AppLanguage::english), "Render finished: Plan_v02.mov");
   EXPECT_EQ(translate("Rendu terminé : ", AppLanguage::english), "Render finished: ");
+  // Names beside counts, and two names apart.
+  const std::pair<const char*, const char*> mixed[] = {
+      {"Rassembler « Plan 2 » : 3/12…", "Packing \"Plan 2\": 3/12…"},
+      {"Rassembler « A » : copie de 1 élément…", "Packing \"A\": copying 1 item…"},
+      {"LUT du monde « Drone 04 » : drone.cube", "World LUT \"Drone 04\": drone.cube"},
+      {"Rassembler « B » interrompu : No space left on device", "Packing \"B\" stopped: No space left on device"},
+      {"LUT du monde « X » sans deux-points", "LUT du monde « X » sans deux-points"},  // the words between are missing
+  };
+  for (const auto& [french, english] : mixed) EXPECT_EQ(translate(french, AppLanguage::english), english) << french;
 }
 
 TEST(StringCatalogue, EveryTableTextHasEnglish) {

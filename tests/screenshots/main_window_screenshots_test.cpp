@@ -1,9 +1,11 @@
 // Screenshots of the whole window, taken on a real X server (Xvfb) and saved for people to look
 // at: the example world, an imported clip with its curve editor, the wipe comparison, the mask
-// tools with a drawn shape and a render under way with its queue, in each language.
+// tools with a drawn shape, a render under way with its queue and the list of worlds with its
+// menu, in each language.
 #include <gtest/gtest.h>
 
 #include <QDir>
+#include <QMenu>
 #include <QPainter>
 #include <QProgressBar>
 #include <QPushButton>
@@ -32,6 +34,7 @@
 #include "shell/roto_overlay.h"
 #include "shell/roto_tool_bar.h"
 #include "shell/viewer_widget.h"
+#include "shell/worlds_panel.h"
 
 using namespace ombrik;
 
@@ -323,3 +326,78 @@ void screenshotOfARender(AppLanguage language, const char* file) {
 TEST(MainWindow, ScreenshotOfARenderInFrench) { screenshotOfARender(AppLanguage::french, "render_fr.png"); }
 
 TEST(MainWindow, ScreenshotOfARenderInEnglish) { screenshotOfARender(AppLanguage::english, "render_en.png"); }
+
+namespace {
+// The list of worlds docked on the left: a folder of two shots, worlds with their LUT badges, the
+// example world open, and the right-click menu of one world under the list with its LUT choices.
+void screenshotOfTheWorldsPanel(AppLanguage language, const char* file) {
+  DarkTheme theme(language);
+  TempDir dir;
+  auto clock = std::make_shared<ManualScheduler>();
+  AppModel model(AppModel::Options{.scheduler = clock, .defaultsFile = (dir.path / "defaults.conf").string(),
+                                   .dataDir = dir.path / "data"});
+  ASSERT_TRUE(model.engine) << model._status;
+  std::vector<Uuid> worlds;
+  for (const char* name : {"Plan_010", "Plan_020", "Plan_030", "Interview_A", "Drone_04"})
+    worlds.push_back(model.makeWorld(*model.addMedia(SampleImage::make(64, 36), name), name));
+  model.groupWorlds({worlds[0], worlds[1]}, "Scène 12");
+  model._renameGroupRequest.reset();
+  model.setWorldLUT(worlds[0], "auto:slog3");
+  model.setWorldLUT(worlds[3], "auto:logc3");
+  model.setWorldLUT(worlds[4], (dir.path / "drone.cube").string());
+
+  MainWindow window(model);
+  window.resize(1280, 800);
+  WorldsPanel* panel = window.worldsPanel();
+  panel->show();
+  window.resizeDocks({panel}, {250}, Qt::Horizontal);
+  window.show();
+  ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+  clock->advance(1.0);
+  window.refresh();
+  QTreeWidget* tree = panel->tree();
+  tree->setCurrentItem(panel->itemOf(worlds[3]));
+  window.refresh();
+  QCoreApplication::processEvents();
+
+  QImage shot = window.grab().toImage();
+  const std::unique_ptr<QMenu> menu(panel->selectionMenu(&window));
+  menu->ensurePolished();
+  menu->resize(menu->sizeHint());
+  const QImage over = menu->grab().toImage();
+  // Under the last line, so that no line is hidden.
+  const QRect last = tree->visualItemRect(tree->topLevelItem(tree->topLevelItemCount() - 1));
+  const QPoint at = tree->viewport()->mapTo(&window, QPoint(40, last.bottom() + 24));
+  // The LUT submenu beside its entry, as it opens.
+  QMenu* lut = menu->findChild<QMenu*>("worldLut");
+  ASSERT_NE(lut, nullptr);
+  lut->ensurePolished();
+  lut->resize(lut->sizeHint());
+  const QImage choices = lut->grab().toImage();
+  const QPoint beside = at + QPoint(over.width() - 4, menu->actionGeometry(lut->menuAction()).top() - 4);
+  QPainter paint(&shot);
+  paint.setPen(QColor(0x55, 0x55, 0x5c));
+  for (const auto& [image, where] : {std::pair{over, at}, std::pair{choices, beside}}) {
+    paint.drawImage(where, image);
+    paint.drawRect(QRect(where, image.size()).adjusted(-1, -1, 0, 0));
+  }
+  paint.end();
+  EXPECT_TRUE(saveScreenshot(shot, file));
+
+  const bool english = language == AppLanguage::english;
+  EXPECT_EQ(panel->windowTitle(), english ? "Worlds" : "Mondes");
+  ASSERT_EQ(tree->topLevelItemCount(), 5) << "the folder, then the example world and three worlds";
+  EXPECT_EQ(tree->topLevelItem(0)->childCount(), 2);
+  EXPECT_EQ(tree->topLevelItem(0)->child(0)->text(1), "S-Log3");
+  EXPECT_EQ(tree->topLevelItem(3)->text(1), "LogC3");
+  EXPECT_TRUE(tree->topLevelItem(1)->font(0).bold()) << "the example world is open";
+  EXPECT_EQ(menu->findChild<QAction*>("enterWorld")->text(), english ? "Enter the shot" : "Entrer dans le rush");
+  EXPECT_EQ(lut->findChild<QAction*>("chooseLutFile")->text(), english ? ".cube file…" : "Fichier .cube…");
+  EXPECT_EQ(menu->findChild<QAction*>("packWorld")->text(),
+            english ? "Pack the world (tree + shots)…" : "Rassembler le monde (arbre + rushs)…");
+}
+}  // namespace
+
+TEST(MainWindow, ScreenshotOfTheWorldsPanelInFrench) { screenshotOfTheWorldsPanel(AppLanguage::french, "worlds_fr.png"); }
+
+TEST(MainWindow, ScreenshotOfTheWorldsPanelInEnglish) { screenshotOfTheWorldsPanel(AppLanguage::english, "worlds_en.png"); }
