@@ -492,6 +492,7 @@ public:
   bool packing() const { return !packCopies_.empty(); }
   // A pack folder back as a new world, not opened; nothing, with a status, when it can't be read.
   std::optional<Uuid> unpackWorld(const std::filesystem::path& url);
+  std::optional<Uuid> unpackWorldPanel();  // asks for the pack's folder
   // Wall time as the model's scheduler sees it: tests that hold their clock hold dates too.
   std::chrono::system_clock::time_point wallNow() const;
 

@@ -81,6 +81,14 @@ void AppModel::packWorld(const Uuid& id, const fs::path& to, std::function<void(
   packCopies_[number] = std::make_unique<PackCopy>(std::move(*plan), progress, finish);
 }
 
+std::optional<Uuid> AppModel::unpackWorldPanel() {
+  OpenPanel panel;
+  panel.title = "Importer un monde rassemblé…";
+  panel.message = "Le dossier fait par « Rassembler le monde », avec son monde.ombrik";
+  const auto folder = dialogs_->folder(panel);
+  return folder ? unpackWorld(*folder) : std::nullopt;
+}
+
 std::optional<Uuid> AppModel::unpackWorld(const fs::path& url) {
   std::string why;
   const auto text = readPackText(url / worldpack::kFileName);

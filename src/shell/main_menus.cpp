@@ -128,6 +128,7 @@ void MainMenus::worldsMenu(QMainWindow& window) {
     }
     m->addSeparator();
     entry(m, "Nouveau monde", {}, this, [this] { model_.newBatch(); });
+    entry(m, "Importer un monde rassemblé…", {}, this, [this] { model_.unpackWorldPanel(); });
     // The panel's own show/hide entry, ticked while it is on screen.
     if (auto* panel = window.findChild<QDockWidget*>("worldsPanel")) m->addAction(panel->toggleViewAction());
     if (!open) return;

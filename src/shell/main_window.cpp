@@ -2,6 +2,10 @@
 
 #include <QAction>
 #include <QCloseEvent>
+#include <QDragEnterEvent>
+#include <QDropEvent>
+#include <QMimeData>
+#include <QUrl>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
@@ -88,6 +92,7 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent) : QMainWindow(parent), 
   worlds_ = new WorldsPanel(model_, this);
   addDockWidget(Qt::LeftDockWidgetArea, worlds_);
   worlds_->hide();  // the Mondes menu shows it
+  setAcceptDrops(true);
 
   // A node dragged from the graph onto the picture is shown there.
   nodeEditor_->setShowTarget(viewer_, [this](bool over) { viewer_->setDropHint(over); });
@@ -184,7 +189,28 @@ void MainWindow::refresh() {
   menus_->refresh();
   refreshProgress();
   if (queue_) queue_->refresh();
+  // What brings the world map forward shows the list, which holds its place until the map exists.
+  if (model_._worldView && !worldView_) worlds_->show();
+  worldView_ = model_._worldView;
   worlds_->refresh();
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
+  if (event->mimeData()->hasUrls()) event->acceptProposedAction();
+}
+
+void MainWindow::dropEvent(QDropEvent* event) {
+  if (dropUrls(event->mimeData()->urls())) event->acceptProposedAction();
+}
+
+bool MainWindow::dropUrls(const QList<QUrl>& urls) {
+  std::vector<std::filesystem::path> files;
+  for (const QUrl& url : urls)
+    if (url.isLocalFile()) files.push_back(url.toLocalFile().toStdString());
+  if (files.empty()) return false;
+  model_.importFromFinder(files);
+  refresh();
+  return true;
 }
 
 }  // namespace ombrik

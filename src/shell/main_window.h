@@ -2,7 +2,9 @@
 // The main window: viewer and transport over the node editor, the inspector beside them, the
 // status line below, with a render's progress while one runs. It only places the widgets and
 // keeps them in step with the model.
+#include <QList>
 #include <QMainWindow>
+#include <QUrl>
 #include <memory>
 #include <string>
 
@@ -46,11 +48,17 @@ public:
   WorldsPanel* worldsPanel() const { return worlds_; }  // docked on the left, hidden until asked for
   // Where the window asks its questions (the desktop's alerts unless set).
   void setDialogs(std::shared_ptr<Dialogs> dialogs) { dialogs_ = std::move(dialogs); }
+  // What a drop on the window brings: files and folders as worlds, world packs whole. False when
+  // none of them is a local file.
+  bool dropUrls(const QList<QUrl>& urls);
 
 protected:
   // A render running is not left without asking; quitting stops it. The project is saved first,
   // and a save that fails asks whether to quit without it.
   void closeEvent(QCloseEvent* event) override;
+  // Files and folders dropped on the window come in as worlds; a world pack comes back whole.
+  void dragEnterEvent(QDragEnterEvent* event) override;
+  void dropEvent(QDropEvent* event) override;
 
 private:
   void refreshProgress();
@@ -72,6 +80,7 @@ private:
   QPushButton* cancelRender_ = nullptr;
   RenderQueuePanel* queue_ = nullptr;
   WorldsPanel* worlds_ = nullptr;
+  bool worldView_ = false;  // the map's moment last seen: the list stands in for the map
   std::shared_ptr<Dialogs> dialogs_;
 };
 

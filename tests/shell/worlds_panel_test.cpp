@@ -5,6 +5,7 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QMenuBar>
+#include <QUrl>
 #include <QTest>
 #include <QTreeWidget>
 #include <fstream>
@@ -14,6 +15,7 @@
 #include "color/lut_lib.h"
 #include "document/app_model.h"
 #include "document/world_list.h"
+#include "document/world_pack.h"
 #include "platform/dialogs.h"
 #include "platform/scheduler.h"
 #include "shell/main_window.h"
@@ -243,4 +245,15 @@ TEST(WorldsPanel, TheWorldsMenuShowsThePanelAndPacksTheOpenWorld) {
   ASSERT_EQ(d.dialogs->savePanels.size(), 1u);
   EXPECT_EQ(d.dialogs->savePanels[0].proposedName, "Plan_040 (Ombrik)");
   EXPECT_FALSE(d.m->packing());
+
+  // A pack dropped on the window comes back as a world, and the list comes forward to show it.
+  window.worldsPanel()->hide();
+  d.m->_worldView = false;
+  window.refresh();
+  const std::filesystem::path pack = d.dir.path / "Plan_030 (Ombrik)";
+  std::filesystem::create_directories(pack);
+  std::ofstream(pack / "monde.ombrik") << worldpack::encode({{}, d.world(2)});
+  EXPECT_TRUE(window.dropUrls({QUrl::fromLocalFile(QString::fromStdString(pack.string()))}));
+  EXPECT_EQ(d.m->_batches.back().name, "Plan_030 (rassemblé)") << d.m->_status;
+  EXPECT_TRUE(window.worldsPanel()->isVisible());
 }
