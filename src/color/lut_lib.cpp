@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "color/lut_tables.h"
+#include "color/ocio_display.h"
 
 namespace ombrik {
 
@@ -112,6 +113,10 @@ std::shared_ptr<const LutTable> LUTLib::cached(const std::string& key, std::stri
   std::shared_ptr<const LutTable> table;
   if (key.starts_with(kAutoPrefix)) {
     table = std::make_shared<const LutTable>(generic(key.substr(kAutoPrefix.size()), kGenericSize));
+  } else if (OcioDisplay::isKey(key)) {
+    auto baked = OcioDisplay::bakeKey(key, error);
+    if (!baked) return nullptr;
+    table = std::make_shared<const LutTable>(std::move(*baked));
   } else {
     auto parsed = parseCube(key, error);
     if (!parsed) return nullptr;

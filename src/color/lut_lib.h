@@ -1,8 +1,9 @@
 #pragma once
 // Colour tables for viewing camera log footage: ".cube" files, a generic table for each known
 // log curve, the guess of a clip's curve, and a CPU path for thumbnails. A key is "auto:" and a
-// curve id, or the path of a ".cube" file. Only viewing (and renders on demand) goes through a
-// table: the graph stays in the colours of the source.
+// curve id, an OpenColorIO display/view (ocio_display.h), or the path of a ".cube" file. Only
+// viewing (and renders on demand) goes through a table: the graph stays in the colours of the
+// source.
 //
 // lut_lib.cpp: the cache, generic tables, labels, the CPU path; lut_cube.cpp: reading files;
 // lut_detect.cpp: the guess from a clip's names and pictures.

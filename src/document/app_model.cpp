@@ -59,6 +59,7 @@ AppModel::AppModel(const Options& options)
   }
   resetHistory();
   history.dirty = false;
+  setOcioConfig(OcioDisplay::envConfig());
   requestRender();
 }
 

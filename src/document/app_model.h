@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "color/ocio_display.h"
 #include "document/history_state.h"
 #include "document/media_trouble.h"
 #include "document/node_layout.h"
@@ -293,6 +294,13 @@ public:
   void setCompareMode(bool on);
   void setCompareStyle(int style);    // 0 toggle, 1 wipe, 2 difference; remembered
   void setWipe(double u);             // the wipe's position, 0 ... 1 across the picture
+  // A display/view of an OpenColorIO config, applied by the viewer after the world's LUT (never
+  // to renders). The config is $OCIO's, read at start; `ocio` is null without one or when it
+  // can't be read (the status says why). The choice is remembered in the user's settings.
+  std::shared_ptr<const OcioDisplay> ocio;
+  std::optional<OcioView> _ocioView;
+  void setOcioConfig(const std::optional<std::filesystem::path>& config);  // app_model_ocio.cpp
+  void setOcioView(const std::optional<OcioView>& view);                   // none: as it is
 
   // ---- what the viewer evaluates and draws (app_model_view_scope.cpp)
   // What must be evaluated to show a node: it and everything upstream, the wires between them,
@@ -313,7 +321,8 @@ public:
   bool playShowsMatte(const Uuid& id) const;  // the node's matte is laid over its picture
   bool isCompare() const { return _viewMode == ViewMode::compare; }
   // The display pass's inputs: a main texture, an optional "before" texture, the mode (0 as it is,
-  // 1 matte overlay, 2 wipe, 3 difference) and the world's LUT key, when it applies.
+  // 1 matte overlay, 2 wipe, 3 difference) and the viewing LUT's key (the world's, then the OCIO
+  // display's), when one applies.
   struct ViewerState {
     std::shared_ptr<gpu::Texture> main, before;
     int mode = 0;

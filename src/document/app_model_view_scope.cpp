@@ -115,8 +115,11 @@ AppModel::ViewerState AppModel::rawViewerState() const {
 
 AppModel::ViewerState AppModel::viewerState() const {
   ViewerState state = rawViewerState();
+  if (state.mode == 1 || _viewChannel == 3) return state;  // mattes and alphas are shown as they are
   const Batch* world = currentBatch();
-  if (world && world->lut && !world->lut->empty() && state.mode != 1 && _viewChannel != 3) state.lut = *world->lut;
+  if (world && world->lut && !world->lut->empty()) state.lut = *world->lut;
+  // One table for both: the viewer still makes a single pass per picture and evaluation.
+  if (ocio && _ocioView) state.lut = OcioDisplay::key(ocio->path(), *_ocioView, state.lut.value_or(""));
   return state;
 }
 

@@ -7,6 +7,7 @@
 
 #include "document/app_model.h"
 #include "platform/app_language.h"
+#include "shell/ocio_menu.h"
 #include "shell/render_section.h"
 #include "shell/shown_text.h"
 #include "shell/viewer_widget.h"
@@ -84,6 +85,7 @@ void MainMenus::viewMenu(QMainWindow& window, ViewerWidget& viewer) {
   playSizeMenu(m);
   m->addSeparator();
   compareMenu(m);
+  addOcioMenu(m, model_);
 }
 
 void MainMenus::playSizeMenu(QMenu* view) {
