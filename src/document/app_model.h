@@ -43,6 +43,7 @@ class Scheduler;
 class UserDefaults;
 class Dialogs;
 class AppLanguage;
+struct ViewerBlank;
 
 // One selected key of the curve editor: a parameter key and an index in its key list.
 struct KeySel {
@@ -193,9 +194,15 @@ public:
   void copyNodes();
   void pasteNodes(Point offset);
   void select(std::optional<Uuid> id, bool additive = false);
+  void selectAll();  // every node of the open world; the selected node stays in the inspector
   bool isSelected(const Uuid& id) const;
   void setParams(const Uuid& id, const std::map<std::string, double>& params);
   void setBypass(const Uuid& id, bool bypass);  // one undo step, like any change of the graph
+  // A name of the user's own; blank, or the kind's title, gives the node back its kind's title.
+  void renameNode(const Uuid& id, const std::string& name);
+  // Copies of the nodes, with the wires between them, `offset` away; they become the selection.
+  // The clipboard is left as it was.
+  void duplicateNodes(const std::set<Uuid>& ids, Point offset);
   // The viewer's lock and the inspector's lock, set from the editor; the same node again releases.
   void toggleViewLock(const Uuid& id);
   void toggleInspectorLock(const Uuid& id);
@@ -287,7 +294,11 @@ public:
   ViewRect viewerRect(double viewWidth, double viewHeight) const;
   double viewerPixelRatio(double viewWidth, double viewHeight, double backingScale) const;
   std::string timecode() const;
-  std::string viewedTitle() const;
+  std::string viewedTitle() const;  // the title of the node on screen
+  // Why the viewer has no picture now, to say it where the picture would be.
+  ViewerBlank viewerBlank() const;
+  // The frames at which the inspected node (else the selected one) has a key, for the time bar.
+  std::set<int> keyedFrames() const;
   // Esc: out of full view, else back from a channel to the result; false when there was neither.
   bool escapeView();
   void toggleBefore();                // \ : compare with the rush, result and rush in turn
@@ -518,6 +529,7 @@ public:
   bool openLastProject();
   // Chooses the language and offers to restart in it: the project is saved first.
   void switchLanguage(AppLanguage lang);
+  AppLanguage chosenLanguage() const;  // the one chosen, which the next start speaks
   void relaunchNow();
 
 private:

@@ -327,6 +327,13 @@ void AppModel::select(std::optional<Uuid> id, bool additive) {
   _selection.clear();
 }
 
+void AppModel::selectAll() {
+  _selection.clear();
+  for (const Node& n : _nodes) _selection.insert(n.id);
+  if (!_selected || !_selection.count(*_selected))
+    _selected = _nodes.empty() ? std::nullopt : std::optional(_nodes.front().id);
+}
+
 bool AppModel::isSelected(const Uuid& id) const { return _selection.count(id) || _selected == id; }
 
 void AppModel::setParams(const Uuid& id, const std::map<std::string, double>& params) {

@@ -93,6 +93,8 @@ void AppModel::switchLanguage(AppLanguage lang) {
   }
 }
 
+AppLanguage AppModel::chosenLanguage() const { return AppLanguage::current(*defaults_, installed_); }
+
 void AppModel::relaunchNow() {
   defaults_->sync();
   if (relaunch_) relaunch_();

@@ -14,7 +14,7 @@ void AppModel::toggleViewLock(const Uuid& id) {
   } else {
     _viewedNode = id;
     _viewLocked = true;
-    _status = "Vue verrouillée : " + n->kind->title.value() +
+    _status = "Vue verrouillée : " + n->title() +
               " · sélectionnez et réglez n'importe quel node, le viewer (et F4) montre ce résultat.";
   }
   requestRender();
@@ -30,7 +30,7 @@ void AppModel::toggleInspectorLock(const Uuid& id) {
   } else {
     inspectorLock = id;
     inspectedID = id;  // the curve editor and the key operations follow the panel
-    _status = "Réglages verrouillés sur " + n->kind->title.value() + " · double-clic pour libérer ou changer.";
+    _status = "Réglages verrouillés sur " + n->title() + " · double-clic pour libérer ou changer.";
   }
 }
 

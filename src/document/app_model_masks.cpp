@@ -382,7 +382,7 @@ void AppModel::iKey() {
   } else if (n) {
     _viewedNode = n->id;
     _viewLocked = true;
-    _status = "Viewer concentré sur " + n->kind->title.value() + " · double I pour revenir";
+    _status = "Viewer concentré sur " + n->title() + " · double I pour revenir";
     requestRender();
   }
 }

@@ -188,7 +188,9 @@ std::vector<Uuid> AppModel::importPanel() {
   if (!dialogs_) return {};
   OpenPanel panel;
   panel.title = "Importer des médias…";
-  panel.message = "Images (JPEG, PNG, TIFF, EXR) ou vidéos (ProRes, H.264…) : pour une vidéo, l'image du milieu est importée";
+  // A video comes in whole, every frame on the time bar: the message must not promise less.
+  panel.message = "Images (JPEG, PNG, TIFF, EXR) ou vidéos (ProRes, H.264…) : chaque fichier devient un monde, une vidéo "
+                  "avec toutes ses images";
   panel.types.assign(mediaExtensions().begin(), mediaExtensions().end());
   const std::vector<fs::path> chosen = dialogs_->openMany(panel);
   if (chosen.empty()) return {};

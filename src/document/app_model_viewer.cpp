@@ -1,10 +1,12 @@
 // What the viewer shows and how: the node on screen, the channel keys, zoom and pan, the
-// timecode. The drawing itself belongs to the desktop shell.
+// timecode, what stands in for a missing picture and the keys the time bar marks.
+// The drawing itself belongs to the desktop shell.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 
 #include "document/app_model.h"
+#include "document/viewer_blank.h"
 #include "platform/scheduler.h"
 #include "platform/user_defaults.h"
 
@@ -163,17 +165,31 @@ std::string AppModel::timecode() const {
 }
 
 std::string AppModel::viewedTitle() const {
-  auto titleOf = [&](const std::optional<Uuid>& id) -> std::optional<std::string> {
-    const Node* n = id ? nodeByID(*id) : nullptr;
-    if (!n) return std::nullopt;
-    return n->kind->title.value();
-  };
-  std::optional<std::string> title;
-  if (_viewerFull) title = titleOf(displayedNodeID());
-  else title = titleOf(_viewedNode) ? titleOf(_viewedNode) : titleOf(inspectedID);
-  std::string out = title ? *title : "Render";
+  // The node on screen, whichever rule put it there: naming another would mislead.
+  const std::optional<Uuid> id = displayedNodeID();
+  const Node* n = id ? nodeByID(*id) : nullptr;
+  std::string out = n ? n->title() : "Render";
   if (viewWithoutMatte) out += " · plein cadre, sans alpha";
   return out;
+}
+
+ViewerBlank AppModel::viewerBlank() const {
+  ViewerFacts facts;
+  facts.shown = displayedNodeID();
+  facts.projectHasMedia = !_media.empty() || !missingMedia.empty();
+  facts.hasEngine = engine != nullptr;
+  facts.renderPending = renderQueued;
+  return whyViewerBlank(_nodes, _edges, mediaTroubles, facts);
+}
+
+std::set<int> AppModel::keyedFrames() const {
+  std::set<int> frames;
+  const std::optional<Uuid> id = inspectedID && nodeByID(*inspectedID) ? inspectedID : _selected;
+  const Node* n = id ? nodeByID(*id) : nullptr;
+  if (!n) return frames;
+  for (const auto& [key, keys] : n->anim)
+    for (const Keyframe& k : keys) frames.insert(int(k.f));
+  return frames;
 }
 
 }  // namespace ombrik

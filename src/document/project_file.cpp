@@ -352,6 +352,7 @@ json nodeJ(const Node& n) {
   j["magicFrame"] = n.magicFrame;
   j["prompt"] = n.prompt;
   if (!n.path.empty()) j["path"] = n.path;
+  if (!n.name.empty()) j["name"] = n.name;
   auto points = [](const std::vector<Point>& ps) {
     json a = json::array();
     for (const auto& p : ps) a.push_back(pointJ(p));
@@ -456,6 +457,7 @@ std::optional<Node> nodeFrom(const json& j, int depth) {
   if (auto* v = optField(j, "mediaID")) n.mediaID = uuid(*v);
   if (auto* v = optField(j, "shapeBase")) n.shapeBase = maskKey(*v);
   if (auto* v = optField(j, "path")) n.path = text(*v);
+  if (auto* v = optField(j, "name")) n.name = text(*v);
   if (auto* v = optField(j, "mesh")) n.mesh = list<Point>(*v, point);
   if (auto* v = optField(j, "meshBase")) n.meshBase = list<Point>(*v, point);
   if (auto* v = optField(j, "meshTrack"))

@@ -23,6 +23,11 @@ float Node::p(std::string_view key) const { return static_cast<float>(value(key)
 
 bool Node::on(std::string_view key) const { return value(key) > 0.5; }
 
+std::string Node::title() const {
+  if (!name.empty()) return name;
+  return kind ? kind->title.value() : std::string();
+}
+
 int Node::inputCount() const {
   if (!kind) return 0;
   const int ports = static_cast<int>(kind->inputs.size());
@@ -45,7 +50,8 @@ bool Node::operator==(const Node& o) const {
          paintLayers == o.paintLayers && paintIndex == o.paintIndex && beautyLayers == o.beautyLayers &&
          zonePolys == o.zonePolys && trackBase == o.trackBase && trackNow == o.trackNow &&
          trackRef == o.trackRef && planarH == o.planarH && masks == o.masks && maskIndex == o.maskIndex &&
-         maskLayers == o.maskLayers && maskSolo == o.maskSolo && anim == o.anim;
+         maskLayers == o.maskLayers && maskSolo == o.maskSolo && anim == o.anim &&
+         name == o.name;
 }
 
 }  // namespace ombrik

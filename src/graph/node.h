@@ -70,6 +70,7 @@ struct Node {
   std::vector<GMask> maskLayers;  // resolved copies only
   bool maskSolo = false;
   std::map<std::string, std::vector<Keyframe>> anim;
+  std::string name;  // given by the user; empty: the node goes by its kind's title
 
   Node() = default;
   // A fresh node of a kind: every declared parameter at its default.
@@ -80,6 +81,8 @@ struct Node {
   float p(std::string_view key) const;
   // A switch: the same value, strictly above 0.5.
   bool on(std::string_view key) const;
+  // What the node is called on screen: its own name, else its kind's title.
+  std::string title() const;
 
   // ---- the masks of a mask node (node_masks.cpp). The live fields hold the active mask; its
   // stored copy in `masks` is stale while it is active, so readers of every mask use allMasks.

@@ -59,8 +59,11 @@ AppPaths AppPaths::resolve(const Inputs& in) {
     p.data = dataVar ? fs::path(*dataVar) : p.devRoot;
     p.support = supportVar ? fs::path(*supportVar) : p.devRoot;
     p.scripts = p.resources / "Tracker";
-    p.models = p.scripts / "models";
-    p.logs = p.scripts;
+    // A support folder given to a development tree (tests, a sandbox) takes what grows at run
+    // time, as an installed program's does: the tree gets nothing written into it. The worker
+    // finds the models wherever this says, through OMBRIK_MODELS.
+    p.models = supportVar ? p.support / "Models" : p.scripts / "models";
+    p.logs = supportVar ? p.support / "Logs" : p.scripts;
   }
   p.python = p.support / "Python";
   return p;

@@ -4,8 +4,11 @@
 // Installed (the resources beside the binary hold Tracker/om_track.py):
 //   resources = <prefix>/share/ombrik, support = $OMBRIK_SUPPORT or $XDG_DATA_HOME/Ombrik,
 //   data = $OMBRIK_DATA, else devRoot if devRoot/Projets exists, else ~/Videos/Ombrik.
-// Development tree: resources, data and support are the repository root
-//   ($OMBRIK_DATA and $OMBRIK_SUPPORT still move data and support, so tests can isolate them).
+// Development tree: resources, data and support are the repository root, models are in
+//   Tracker/models and logs in Tracker. $OMBRIK_DATA moves data; $OMBRIK_SUPPORT moves support
+//   with models (support/Models) and logs (support/Logs), as installed, so that a test or a
+//   sandbox writes nothing into the tree. Whatever installs models (scripts/setup) follows the
+//   same rule; the worker is told where they are by OMBRIK_MODELS.
 #include <filesystem>
 #include <functional>
 #include <map>

@@ -25,6 +25,8 @@ InspectorWidget::InspectorWidget(AppModel& model, QWidget* parent) : QWidget(par
   title_ = new QLabel(this);
   title_->setObjectName("inspectorTitle");
   title_->setStyleSheet("QLabel { font-size: 15px; font-weight: bold; }");
+  title_->setWordWrap(true);  // the empty panel's sentence is longer than the panel is wide
+  title_->setMinimumWidth(0);
   lock_ = new QToolButton(this);
   lock_->setObjectName("inspectorLock");
   lock_->setText(shown("Verrouillé"));
@@ -127,7 +129,7 @@ void InspectorWidget::rebuild() {
     info_->clear();
     return;
   }
-  title_->setText(qs(n->kind->title.value()));
+  title_->setText(qs(n->title()));
   info_->setText(linuxKeys(qs(n->kind->info.value())));
   const Uuid id = n->id;
   const std::vector<ParamSpec> specs = n->kind->params;  // rows keep their own copy
@@ -136,6 +138,9 @@ void InspectorWidget::rebuild() {
     rowsLayout_->insertWidget(rowsLayout_->indexOf(render_), r);
     rowList_.push_back(r);
   }
+  int field = 0;
+  for (ParamRow* r : rowList_) field = std::max(field, r->fieldWidthWanted());
+  for (ParamRow* r : rowList_) r->alignField(field);
 }
 
 void InspectorWidget::refresh() {
@@ -179,6 +184,8 @@ void InspectorWidget::refreshMaskTabs(const Node* n) {
     maskTabs_->addTab(shown("Mask %1").arg(i + 1, 2, 10, QChar('0')));
   }
   maskTabs_->setCurrentIndex(active);
+  // Tabs added while the panel is hidden don't tell the layout, which would keep them zero high.
+  maskTabs_->updateGeometry();
 }
 
 }  // namespace ombrik

@@ -9,13 +9,15 @@
 namespace ombrik {
 
 namespace {
+constexpr int kButtonWidth = 16;  // four of them beside a slider in a narrow panel
+
 QToolButton* glyphButton(QWidget* parent, const char* glyph, const char* name) {
   auto* b = new QToolButton(parent);
   b->setText(QString::fromUtf8(glyph));
   b->setObjectName(name);
   b->setAutoRaise(true);
   b->setFocusPolicy(Qt::NoFocus);
-  b->setFixedSize(18, 18);
+  b->setFixedSize(kButtonWidth, 18);
   return b;
 }
 }  // namespace
@@ -32,6 +34,10 @@ KeyControl::KeyControl(AppModel& model, const Uuid& node, std::string key, QWidg
   previous_->setToolTip(shown("Clé précédente"));
   next_->setToolTip(shown("Clé suivante"));
   for (QToolButton* b : {watch_, previous_, toggle_, next_}) row->addWidget(b);
+  row->addStretch(1);
+  // The room of all four, even while only the stopwatch shows: animating a setting doesn't move
+  // its slider, and the controls of all rows line up.
+  setFixedWidth(4 * kButtonWidth);
   connect(watch_, &QToolButton::clicked, this, [this] {
     model_.toggleAnim(node_, key_);
     refresh();

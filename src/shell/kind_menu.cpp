@@ -9,10 +9,10 @@ namespace ombrik {
 void fillKindMenu(QMenu& menu, const std::function<void(const KindRef&)>& chosen) {
   for (const KindCategory& category : NodeKind::categories()) {
     if (category.kinds.empty()) continue;
-    QMenu* sub = menu.addMenu(qs(category.name.value()));
+    QMenu* sub = menu.addMenu(menuText(category.name.value()));
     sub->setObjectName(qs("category:" + category.name.raw));
     for (const KindRef& kind : category.kinds) {
-      QAction* a = sub->addAction(qs(kind->title.value()));
+      QAction* a = sub->addAction(menuText(kind->title.value()));
       a->setObjectName(qs("kind:" + kind->id));
       a->setToolTip(linuxKeys(qs(kind->info.value())));
       QObject::connect(a, &QAction::triggered, &menu, [chosen, kind] { chosen(kind); });

@@ -7,6 +7,7 @@
 
 #include "document/app_model.h"
 #include "platform/app_language.h"
+#include "shell/help_menu.h"
 #include "shell/ocio_menu.h"
 #include "shell/render_section.h"
 #include "shell/shown_text.h"
@@ -18,7 +19,7 @@ namespace ombrik {
 namespace {
 template <typename F>
 QAction* entry(QMenu* menu, const char* text, const QKeySequence& keys, QObject* owner, F&& action) {
-  QAction* a = menu->addAction(shown(text));
+  QAction* a = menu->addAction(menuText(shown(text)));
   a->setShortcut(keys);
   QObject::connect(a, &QAction::triggered, owner, std::forward<F>(action));
   return a;
@@ -32,7 +33,7 @@ std::vector<std::pair<T, QAction*>> MainMenus::choices(QMenu* menu, std::initial
   auto* group = new QActionGroup(this);
   std::vector<std::pair<T, QAction*>> out;
   for (const auto& [value, text] : items) {
-    QAction* a = menu->addAction(shown(text));
+    QAction* a = menu->addAction(menuText(shown(text)));
     a->setCheckable(true);
     group->addAction(a);
     connect(a, &QAction::triggered, this, [pick, v = value] { pick(v); });
@@ -41,14 +42,15 @@ std::vector<std::pair<T, QAction*>> MainMenus::choices(QMenu* menu, std::initial
   return out;
 }
 
-MainMenus::MainMenus(QMainWindow& window, AppModel& model, ViewerWidget& viewer, std::function<void()> showQueue)
+MainMenus::MainMenus(QMainWindow& window, AppModel& model, ViewerWidget& viewer, Panels panels)
     : QObject(&window), model_(model) {
   fileMenu(window);
   editMenu(window);
-  viewMenu(window, viewer);
+  viewMenu(window, viewer, std::move(panels.toggleCurves));
   worldsMenu(window);
-  renderMenu(window, std::move(showQueue));
+  renderMenu(window, std::move(panels.showQueue));
   languageMenu(window);
+  helpMenu(window);
   refresh();
 }
 
@@ -69,13 +71,26 @@ void MainMenus::editMenu(QMainWindow& window) {
   QMenu* m = window.menuBar()->addMenu(shown("Édition"));
   entry(m, "Annuler la modification", QKeySequence(Qt::CTRL | Qt::Key_Z), this, [this] { model_.undo(); });
   entry(m, "Rétablir", QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z), this, [this] { model_.redo(); });
+  m->addSeparator();
+  // Text fields keep these keys for their text: they claim them before the window's shortcuts.
+  entry(m, "Copier", QKeySequence::Copy, this, [this] { model_.copyNodes(); })->setObjectName("copyNodes");
+  entry(m, "Coller", QKeySequence::Paste, this, [this] {
+    model_.pasteNodes(Point{40, 40});  // beside the originals, as the graph's own Ctrl+V
+  })->setObjectName("pasteNodes");
+  // Delete is only named here: in the viewer it deletes a mask's points, in the graph its nodes.
+  QAction* del = m->addAction(shown("Supprimer") + "\t" + QKeySequence(Qt::Key_Delete).toString(QKeySequence::NativeText));
+  del->setObjectName("deleteSelection");
+  connect(del, &QAction::triggered, this, [this] { model_.deleteSelection(); });
+  entry(m, "Tout sélectionner", QKeySequence::SelectAll, this, [this] { model_.selectAll(); })->setObjectName("selectAll");
 }
 
-void MainMenus::viewMenu(QMainWindow& window, ViewerWidget& viewer) {
+void MainMenus::viewMenu(QMainWindow& window, ViewerWidget& viewer, std::function<void()> toggleCurves) {
   QMenu* m = window.menuBar()->addMenu(shown("Affichage"));
   // The viewer owns Ctrl+0 and Ctrl+1; the texts already name the keys.
   connect(m->addAction(shown("Ajuster à la fenêtre (⌘0)")), &QAction::triggered, &viewer, [&viewer] { viewer.fit(); });
   connect(m->addAction(shown("100 % — pixels réels (⌘1)")), &QAction::triggered, &viewer, [&viewer] { viewer.actualPixels(); });
+  entry(m, "Éditeur de courbes", QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_G), this, std::move(toggleCurves))
+      ->setObjectName("curveEditor");
   m->addSeparator();
   QMenu* quality = m->addMenu(shown("Qualité d'affichage"));
   quality->setToolTip(shown("Qualité d'affichage : réduit la résolution de calcul pour une lecture plus fluide."));
@@ -122,7 +137,7 @@ void MainMenus::worldsMenu(QMainWindow& window) {
     const Batch* open = model_.currentBatch();
     for (const Batch& b : model_._batches) {
       if (b.placeholder) continue;
-      QAction* a = m->addAction(QString::fromStdString(b.name));
+      QAction* a = m->addAction(menuText(b.name));
       a->setCheckable(true);
       a->setChecked(open && open->id == b.id);
       const Uuid id = b.id;
@@ -166,12 +181,20 @@ void MainMenus::renderMenu(QMainWindow& window, std::function<void()> showQueue)
 
 void MainMenus::languageMenu(QMainWindow& window) {
   QMenu* m = window.menuBar()->addMenu(shown("Langue"));
-  // Each language is named in itself, so that anyone can find their own.
-  connect(m->addAction(QStringLiteral("Français")), &QAction::triggered, this,
-          [this] { model_.switchLanguage(AppLanguage::french); });
-  connect(m->addAction(QStringLiteral("English")), &QAction::triggered, this,
-          [this] { model_.switchLanguage(AppLanguage::english); });
+  // Each language is named in itself, so that anyone can find their own. The tick is on the
+  // language chosen, which a restart brings if it isn't spoken yet.
+  auto* group = new QActionGroup(this);
+  for (const auto& [lang, name] : {std::pair{AppLanguage::french, "Français"}, std::pair{AppLanguage::english, "English"}}) {
+    QAction* a = m->addAction(QString::fromUtf8(name));
+    a->setCheckable(true);
+    a->setObjectName(QString::fromStdString("language:" + AppLanguage(lang).code()));
+    group->addAction(a);
+    connect(a, &QAction::triggered, this, [this, l = lang] { model_.switchLanguage(l); });
+    languages_.emplace_back(int(lang), a);
+  }
 }
+
+void MainMenus::helpMenu(QMainWindow& window) { addHelpMenu(window); }
 
 void MainMenus::refresh() {
   if (model_._previewScale != shownScale_) {
@@ -186,6 +209,8 @@ void MainMenus::refresh() {
   queueWorld_->setEnabled(model_._currentBatchID.has_value());
   stopRenders_->setEnabled(model_.rendering || renderqueue::count(model_.delivery.renderQueue, RenderJob::State::waiting) > 0);
   showLast_->setEnabled(model_.delivery.lastRender.has_value());
+  const int chosen = int(AppLanguage::Value(model_.chosenLanguage()));
+  for (const auto& [lang, action] : languages_) action->setChecked(lang == chosen);
 }
 
 }  // namespace ombrik

@@ -1,5 +1,5 @@
 #pragma once
-// The menu bar: file, edit, view, worlds, render and language. Every entry calls one model
+// The menu bar: file, edit, view, worlds, render, language and help. Every entry calls one model
 // operation, or opens a panel of the window.
 #include <QObject>
 #include <functional>
@@ -18,19 +18,24 @@ class ViewerWidget;
 
 class MainMenus : public QObject {
 public:
-  // `showQueue` opens the render queue's panel.
-  MainMenus(QMainWindow& window, AppModel& model, ViewerWidget& viewer, std::function<void()> showQueue);
+  // What the window opens from its menus: the render queue's panel, the curve editor.
+  struct Panels {
+    std::function<void()> showQueue;
+    std::function<void()> toggleCurves;
+  };
+  MainMenus(QMainWindow& window, AppModel& model, ViewerWidget& viewer, Panels panels);
   void refresh();  // ticks the settings in force, greys what can't be done now
 
 private:
   void fileMenu(QMainWindow& window);
   void editMenu(QMainWindow& window);
-  void viewMenu(QMainWindow& window, ViewerWidget& viewer);
+  void viewMenu(QMainWindow& window, ViewerWidget& viewer, std::function<void()> toggleCurves);
   void compareMenu(QMenu* view);
   void playSizeMenu(QMenu* view);
   void worldsMenu(QMainWindow& window);
   void renderMenu(QMainWindow& window, std::function<void()> showQueue);
   void languageMenu(QMainWindow& window);
+  void helpMenu(QMainWindow& window);
   template <typename T>
   std::vector<std::pair<T, QAction*>> choices(QMenu* menu, std::initializer_list<std::pair<T, const char*>> items,
                                               std::function<void(T)> pick);
@@ -45,6 +50,7 @@ private:
   QAction* queueWorld_ = nullptr;
   QAction* stopRenders_ = nullptr;
   QAction* showLast_ = nullptr;
+  std::vector<std::pair<int, QAction*>> languages_;  // by AppLanguage value
 };
 
 }  // namespace ombrik

@@ -1,6 +1,5 @@
 #include "shell/main_window.h"
 
-#include <QAction>
 #include <QCloseEvent>
 #include <QDragEnterEvent>
 #include <QDropEvent>
@@ -36,7 +35,6 @@ constexpr int kRefreshMs = 33;  // about 30 times a second: renders land at most
 }
 
 MainWindow::MainWindow(AppModel& model, QWidget* parent) : QMainWindow(parent), model_(model) {
-  setWindowTitle("Ombrik");
 
   auto* picture = new QWidget(this);
   auto* pictureColumn = new QVBoxLayout(picture);
@@ -96,15 +94,10 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent) : QMainWindow(parent), 
 
   // A node dragged from the graph onto the picture is shown there.
   nodeEditor_->setShowTarget(viewer_, [this](bool over) { viewer_->setDropHint(over); });
-  menus_ = new MainMenus(*this, model_, *viewer_, [this] { showRenderQueue(); });
+  menus_ = new MainMenus(*this, model_, *viewer_, {[this] { showRenderQueue(); }, [this] { toggleCurveEditor(); }});
   resize(1280, 800);
   columns->setSizes({910, 370});
   left->setSizes({470, 330});
-
-  auto* curvesAction = new QAction(shown("Éditeur de courbes : images clés (⇧⌘G)"), this);
-  curvesAction->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_G));
-  connect(curvesAction, &QAction::triggered, this, [this] { toggleCurveEditor(); });
-  addAction(curvesAction);
 
   ticker_ = new QTimer(this);
   connect(ticker_, &QTimer::timeout, this, [this] { refresh(); });
@@ -173,7 +166,17 @@ QString MainWindow::worldName() const {
   return world ? QString::fromStdString(world->name) : QString();
 }
 
+void MainWindow::refreshTitle() {
+  // As Linux applications do: the document's name first, "*" after it while changes are unsaved.
+  const QString project = model_._projectURL ? QString::fromStdString(model_._projectURL->stem().string())
+                                             : shown("Sans titre");
+  const QString title = project + QStringLiteral("[*] — Ombrik");
+  if (windowTitle() != title) setWindowTitle(title);
+  if (isWindowModified() != model_.history.dirty) setWindowModified(model_.history.dirty);
+}
+
 void MainWindow::refresh() {
+  refreshTitle();
   const QString name = worldName();
   if (world_->text() != name) world_->setText(name);
   if (model_._status != shownStatus_) {

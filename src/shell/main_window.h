@@ -62,6 +62,7 @@ protected:
 
 private:
   void refreshProgress();
+  void refreshTitle();  // the project's name, with the mark of unsaved changes
 
   AppModel& model_;
   QLabel* world_ = nullptr;

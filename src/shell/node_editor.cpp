@@ -1,6 +1,8 @@
 #include "shell/node_editor.h"
 
 #include <QContextMenuEvent>
+#include <QFontMetricsF>
+#include <QInputDialog>
 #include <QMenu>
 #include <QPainter>
 #include <QWheelEvent>
@@ -9,6 +11,7 @@
 #include <utility>
 
 #include "document/app_model.h"
+#include "document/node_place.h"
 #include "shell/kind_menu.h"
 #include "shell/quick_add_panel.h"
 #include "shell/schematic_painter.h"
@@ -23,9 +26,21 @@ constexpr double kPortReachMax = 17;    // graph units: zoomed out, a port never
 constexpr int kFramedSize = 80;         // an editor smaller than this is not laid out yet
 constexpr double kWheelLine = 10;       // pixels a wheel line pans, as the schematic counts it
 constexpr qint64 kSpaceTapMs = 400;   // a longer press of Space is no tap
+constexpr double kRevealMargin = 24;  // pixels kept between a node brought into view and the edge
 const Point kPasteOffset{40, 40};
 
 Point pt(QPointF p) { return {p.x(), p.y()}; }
+
+// What a node covers at zoom 1: its disc, the mark lit above it, and its name below in the
+// painter's type (bold when selected, so the wider of the two).
+NodeRoom roomOf(const Node& n, QFont font) {
+  const double r = schematic::radius(n);
+  if (n.kind->id == "dot") return {r, r, r, r};
+  font.setPixelSize(12);
+  font.setBold(true);
+  const double half = std::max(r, QFontMetricsF(font).horizontalAdvance(qs(n.title())) / 2 + 2);
+  return {half, r + 10, half, r + 3 + 12 * 1.6};
+}
 }  // namespace
 
 NodeEditor::NodeEditor(AppModel& model, QWidget* parent) : QWidget(parent), model_(model) {
@@ -54,15 +69,62 @@ QPointF NodeEditor::toView(Point g) const {
 
 Point NodeEditor::toGraph(QPointF v) const { return view().toGraph(pt(v)); }
 
-void NodeEditor::frameAll() {
+void NodeEditor::frameAll() { frame({}); }
+
+void NodeEditor::frameSelection() {
+  std::set<Uuid> ids = model_._selection;
+  if (model_._selected) ids.insert(*model_._selected);
+  std::erase_if(ids, [&](const Uuid& id) { return !model_.nodeByID(id) || !model_.layout.position(id); });
+  frame(ids);
+}
+
+void NodeEditor::frame(const std::set<Uuid>& ids) {
   std::vector<Point> centres;
   std::vector<double> reach;
   for (const auto& [id, p] : model_.layout.positions())
-    if (const Node* n = model_.nodeByID(id)) {
+    if (const Node* n = model_.nodeByID(id); n && (ids.empty() || ids.count(id))) {
       centres.push_back(p);
       reach.push_back(schematic::radius(*n) + 24);  // the circle and the name under it
     }
   if (auto v = schematic::frameAll(centres, width(), height(), reach)) setView(*v);
+}
+
+QRectF NodeEditor::nodeRect(const Uuid& id) const {
+  const Node* n = model_.nodeByID(id);
+  const auto c = model_.layout.position(id);
+  if (!n || !c) return {};
+  const NodeRoom room = roomOf(*n, font());
+  return QRectF(toView({c->x - room.left, c->y - room.top}), toView({c->x + room.right, c->y + room.bottom}));
+}
+
+void NodeEditor::settle(const std::set<Uuid>& added) {
+  std::optional<Point> lo, hi;
+  std::vector<NodeFootprint> others;
+  for (const Node& n : model_._nodes) {
+    const auto c = model_.layout.position(n.id);
+    if (!c) continue;
+    const NodeRoom room = roomOf(n, font());
+    if (!added.count(n.id)) {
+      others.push_back({*c, room});
+      continue;
+    }
+    const Point a{c->x - room.left, c->y - room.top}, b{c->x + room.right, c->y + room.bottom};
+    lo = lo ? Point{std::min(lo->x, a.x), std::min(lo->y, a.y)} : a;
+    hi = hi ? Point{std::max(hi->x, b.x), std::max(hi->y, b.y)} : b;
+  }
+  if (!lo) return;
+  // Several nodes (a paste) move as one block, so their own layout is kept.
+  const Point anchor{(lo->x + hi->x) / 2, (lo->y + hi->y) / 2};
+  const Point to = clearPlace(anchor, {anchor.x - lo->x, anchor.y - lo->y, hi->x - anchor.x, hi->y - anchor.y}, others);
+  const Point d{to.x - anchor.x, to.y - anchor.y};
+  if (d.x != 0 || d.y != 0)
+    for (const Uuid& id : added)
+      if (const auto c = model_.layout.position(id)) model_.layout.set(id, {c->x + d.x, c->y + d.y});
+  // A world not framed yet is framed whole, the new nodes with it, once the editor is shown.
+  if (views_.count(model_._currentBatchID.value_or(Uuid())) && width() >= kFramedSize && height() >= kFramedSize)
+    setView(schematic::revealed(view(), {lo->x + d.x, lo->y + d.y}, {hi->x + d.x, hi->y + d.y}, width(), height(),
+                                kRevealMargin));
+  refresh();
 }
 
 NodeEditor::Drawn NodeEditor::drawn() const {
@@ -71,6 +133,7 @@ NodeEditor::Drawn NodeEditor::drawn() const {
     d.nodes.emplace_back(n.id, n.kind->id);
     d.inputs.push_back(n.inputCount());
     d.bypass.push_back(n.bypass);
+    d.names.push_back(n.name);
   }
   d.edges = model_._edges;
   d.positions = model_.layout.positions();
@@ -373,7 +436,7 @@ void NodeEditor::finishWire(Point g) {
     return;
   }
   if (under && under->id != wireFrom_) {
-    model_._status = under->kind->title.value() + " : toutes les entrées sont déjà branchées";
+    model_._status = under->title() + " : toutes les entrées sont déjà branchées";
     return;
   }
   if (!under) {
@@ -385,21 +448,29 @@ void NodeEditor::finishWire(Point g) {
 }
 
 void NodeEditor::openKindMenu(QPoint viewPos, bool quick) {
-  QMenu menu(this);
-  menu.setObjectName("kindMenu");
-  const Point at = toGraph(viewPos);
-  fillKindMenu(menu, [this, at, quick](const KindRef& kind) {
-    if (quick) model_.quickAdd(kind);
-    else model_.addNode(kind, at);
-  });
-  menu.exec(mapToGlobal(viewPos));
+  kindMenu(viewPos, quick)->exec(mapToGlobal(viewPos));
   // The link to the end of a dropped wire serves one choice, or none.
   model_.quickAddLink.reset();
   refresh();
 }
 
+std::unique_ptr<QMenu> NodeEditor::kindMenu(QPoint viewPos, bool quick) {
+  auto menu = std::make_unique<QMenu>(this);
+  menu->setObjectName("kindMenu");
+  const Point at = toGraph(viewPos);
+  fillKindMenu(*menu, [this, at, quick](const KindRef& kind) {
+    if (quick) model_.quickAdd(kind);
+    else model_.addNode(kind, at);
+    if (model_._selected) settle({*model_._selected});  // a node added is the one selected
+  });
+  return menu;
+}
+
 void NodeEditor::openQuickAdd(QPoint viewPos) {
-  if (!quickAdd_) quickAdd_ = new QuickAddPanel(model_, this);
+  if (!quickAdd_) {
+    quickAdd_ = new QuickAddPanel(model_, this);
+    quickAdd_->onAdded = [this](const Uuid& id) { settle({id}); };
+  }
   // Kept inside the editor's screen area, whatever the pointer's place.
   const QPoint at = rect().contains(viewPos) ? viewPos : rect().center();
   quickAdd_->open(mapToGlobal(at));
@@ -408,20 +479,75 @@ void NodeEditor::openQuickAdd(QPoint viewPos) {
 void NodeEditor::contextMenuEvent(QContextMenuEvent* event) {
   model_.quickAddLink.reset();
   if (const Node* n = schematic::nodeAt(model_._nodes, model_.layout.positions(), toGraph(event->pos())))
-    return openNodeMenu(*n, event->pos());
+    return openNodeMenu(n->id, event->pos());
   openKindMenu(event->pos(), false);
 }
 
-void NodeEditor::openNodeMenu(const Node& node, QPoint viewPos) {
-  QMenu menu(this);
-  menu.setObjectName("nodeMenu");
-  QAction* bypass = menu.addAction(shown("Bypass"));
+void NodeEditor::openNodeMenu(const Uuid& id, QPoint viewPos) {
+  renameAsked_ = false;
+  if (auto menu = nodeMenu(id)) menu->exec(mapToGlobal(viewPos));
+  if (std::exchange(renameAsked_, false)) renameNode(id);  // asked once the menu is closed
+  refresh();
+}
+
+std::unique_ptr<QMenu> NodeEditor::nodeMenu(const Uuid& id) {
+  const Node* node = model_.nodeByID(id);
+  if (!node) return nullptr;
+  // Duplicate and delete take the whole selection when the node is part of it, as the trash band does.
+  std::set<Uuid> group{id};
+  if (model_.isSelected(id)) {
+    group.insert(model_._selection.begin(), model_._selection.end());
+    if (model_._selected) group.insert(*model_._selected);
+  }
+  const bool onlyOutput = std::all_of(group.begin(), group.end(), [&](const Uuid& g) {
+    const Node* n = model_.nodeByID(g);
+    return !n || n->kind->id == "output";
+  });
+  auto menu = std::make_unique<QMenu>(this);
+  menu->setObjectName("nodeMenu");
+  QAction* rename = menu->addAction(shown("Renommer…"));
+  rename->setObjectName("rename");
+  connect(rename, &QAction::triggered, this, [this] { renameAsked_ = true; });
+  QAction* duplicate = menu->addAction(shown("Dupliquer"));
+  duplicate->setObjectName("duplicate");
+  duplicate->setEnabled(!onlyOutput);  // a world has one output
+  connect(duplicate, &QAction::triggered, this, [this, group] {
+    model_.duplicateNodes(group, kPasteOffset);
+    settle(model_._selection);
+  });
+  QAction* bypass = menu->addAction(shown("Bypass"));
   bypass->setObjectName("bypass");
   bypass->setCheckable(true);
-  bypass->setChecked(node.bypass);
-  const Uuid id = node.id;
+  bypass->setChecked(node->bypass);
+  bypass->setShortcut(QKeySequence(Qt::Key_D));
   connect(bypass, &QAction::triggered, this, [this, id](bool on) { model_.setBypass(id, on); });
-  menu.exec(mapToGlobal(viewPos));
+  menu->addSeparator();
+  QAction* remove = menu->addAction(shown("Supprimer"));
+  remove->setObjectName("delete");
+  remove->setShortcut(QKeySequence(Qt::Key_Delete));
+  remove->setEnabled(!onlyOutput);  // the output is never deleted
+  connect(remove, &QAction::triggered, this, [this, id, group] {
+    if (group.size() > 1) model_.deleteSelection();
+    else model_.deleteNode(id);
+  });
+  return menu;
+}
+
+void NodeEditor::renameNode(const Uuid& id) {
+  const Node* n = model_.nodeByID(id);
+  if (!n) return;
+  auto dialog = [this](const QString& present) -> std::optional<QString> {
+    QInputDialog ask(this);
+    ask.setObjectName("renameNode");
+    ask.setWindowTitle(shown("Renommer le node"));
+    ask.setLabelText(shown("Nom du node (vide : le nom de son type)"));
+    ask.setTextValue(present);
+    if (ask.exec() != QDialog::Accepted) return std::nullopt;
+    return ask.textValue();
+  };
+  const auto name = askName ? askName(qs(n->title())) : dialog(qs(n->title()));
+  if (!name) return;
+  model_.renameNode(id, name->toStdString());
   refresh();
 }
 
@@ -461,7 +587,13 @@ void NodeEditor::keyPressEvent(QKeyEvent* event) {
       break;
     case Qt::Key_V:
       if (!ctrl) return QWidget::keyPressEvent(event);
+      if (model_.copiedNodes.empty()) break;
       model_.pasteNodes(kPasteOffset);
+      settle(model_._selection);  // the copies are the new selection
+      break;
+    case Qt::Key_F:
+      if (event->modifiers() != Qt::NoModifier) return QWidget::keyPressEvent(event);
+      frameSelection();
       break;
     case Qt::Key_D:
       if (event->modifiers() != Qt::NoModifier) return QWidget::keyPressEvent(event);

@@ -2,11 +2,13 @@
 // The graph of the open world, drawn and edited by hand: select, move, wire, cut, add, delete,
 // copy and paste. A node dragged alone snaps onto the node it touches or into a wire; dropped on
 // the bands along the bottom it is deleted or locked on the viewer. Each world keeps its own pan
-// and zoom.
+// and zoom. New nodes never land on another one, and the view follows them.
 #include <QElapsedTimer>
+#include <QRectF>
 #include <QWidget>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <vector>
@@ -25,12 +27,18 @@ public:
   explicit NodeEditor(AppModel& model, QWidget* parent = nullptr);
   void refresh();  // repaints only when what is drawn changed
   void frameAll();
+  // The selected nodes, or all of them when none is (F).
+  void frameSelection();
   schematic::View view() const;
   QPointF toView(Point g) const;
   Point toGraph(QPointF v) const;
   // The kinds menu: at a point of the graph, or (`quick`) after the selected node or at the end
   // of the wire left in empty space.
   void openKindMenu(QPoint viewPos, bool quick);
+  // The kinds menu and a node's own menu, made without being run (the editor runs them on a
+  // right click).
+  std::unique_ptr<QMenu> kindMenu(QPoint viewPos, bool quick);
+  std::unique_ptr<QMenu> nodeMenu(const Uuid& id);
   // The Tab search panel at a point of the view (after the selected node, or at the end of the
   // wire left in empty space).
   void openQuickAdd(QPoint viewPos);
@@ -38,6 +46,13 @@ public:
   // A widget on which a dragged node is dropped to be shown (the viewer), and what tells it
   // whether a node is held over it now.
   void setShowTarget(QWidget* target, std::function<void(bool)> hovered);
+  // Where a node and the name under it are drawn, in view points.
+  QRectF nodeRect(const Uuid& id) const;
+  // Asks for the node's new name (an empty one gives back its kind's title).
+  void renameNode(const Uuid& id);
+  // How the name is asked, given the present one; none: cancelled. A dialog unless set (tests
+  // answer without a modal loop).
+  std::function<std::optional<QString>(const QString& present)> askName;
 
 protected:
   void paintEvent(QPaintEvent* event) override;
@@ -59,6 +74,7 @@ private:
     std::vector<std::pair<Uuid, std::string>> nodes;
     std::vector<int> inputs;
     std::vector<bool> bypass;
+    std::vector<std::string> names;
     std::vector<Edge> edges;
     std::map<Uuid, Point> positions;
     std::set<Uuid> selection;
@@ -74,7 +90,10 @@ private:
   void dropNodes(Qt::KeyboardModifiers mods);
   void endDrag();
   void toggleBypassOfSelection();
-  void openNodeMenu(const Node& node, QPoint viewPos);
+  void openNodeMenu(const Uuid& id, QPoint viewPos);
+  void frame(const std::set<Uuid>& ids);  // empty: every node
+  // Nodes just added, moved together the least that clears every other node, then brought into view.
+  void settle(const std::set<Uuid>& added);
   double portReach() const;  // in graph units
   void setView(const schematic::View& v);
 
@@ -105,6 +124,7 @@ private:
   std::optional<schematic::PortHit> wireHover_;
   QPointF cutEnd_;
   schematic::View viewAtPress_;
+  bool renameAsked_ = false;  // by the node menu, done once it has closed
   bool spaceDown_ = false;
   bool spaceNavigated_ = false;
   QElapsedTimer spaceHeld_;

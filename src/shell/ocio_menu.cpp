@@ -27,10 +27,10 @@ QMenu* addOcioMenu(QMenu* view, AppModel& model) {
     }
     m->addSeparator();
     for (const OcioDisplay::Display& d : model.ocio->displays()) {
-      QMenu* views = m->addMenu(qs(d.name));
+      QMenu* views = m->addMenu(menuText(d.name));
       for (const std::string& v : d.views) {
         const OcioView choice{d.name, v};
-        QAction* a = views->addAction(qs(v));
+        QAction* a = views->addAction(menuText(v));
         a->setObjectName(qs("ocio:" + d.name + "/" + v));
         a->setCheckable(true);
         a->setChecked(model._ocioView == choice);

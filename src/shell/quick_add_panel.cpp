@@ -68,6 +68,7 @@ void QuickAddPanel::choose() {
   choosing_ = false;
   model_.quickAdd(kind);
   model_.quickAddLink.reset();  // used up
+  if (onAdded && model_._selected) onAdded(*model_._selected);  // the node added is the one selected
 }
 
 bool QuickAddPanel::eventFilter(QObject* watched, QEvent* event) {

@@ -2,9 +2,11 @@
 // The Tab panel of the node editor: a search field over the kinds, ↑↓ to choose, ↩ to add after
 // the selected node or at the end of the wire left in empty space, Esc to close.
 #include <QFrame>
+#include <functional>
 #include <vector>
 
 #include "graph/node_kind.h"
+#include "graph/uuid.h"
 
 class QLabel;
 class QLineEdit;
@@ -21,6 +23,7 @@ public:
   QLineEdit* field() const { return field_; }
   QListWidget* list() const { return list_; }
   const std::vector<KindRef>& results() const { return results_; }
+  std::function<void(const Uuid&)> onAdded;  // told of each node the panel adds
 
 protected:
   bool eventFilter(QObject* watched, QEvent* event) override;

@@ -153,6 +153,23 @@ std::optional<View> frameAll(const std::vector<Point>& centres, double viewWidth
   return v;
 }
 
+View revealed(const View& v, Point lo, Point hi, double viewWidth, double viewHeight, double margin) {
+  const double roomW = viewWidth - 2 * margin, roomH = viewHeight - 2 * margin;
+  if (roomW <= 0 || roomH <= 0) return v;
+  View out = v;
+  const double fits = std::min(roomW / std::max(hi.x - lo.x, 1e-9), roomH / std::max(hi.y - lo.y, 1e-9));
+  if (fits < v.zoom) out = v.zoomedAbout({viewWidth / 2, viewHeight / 2}, std::max(fits, kMinZoom) / v.zoom);
+  const Point a = out.toView(lo), b = out.toView(hi);
+  auto shift = [margin](double from, double to, double size) {
+    if (from < margin) return margin - from;
+    if (to > size - margin) return std::max(size - margin - to, margin - from);
+    return 0.0;
+  };
+  out.pan.x += shift(a.x, b.x, viewWidth);
+  out.pan.y += shift(a.y, b.y, viewHeight);
+  return out;
+}
+
 Point outPos(const Node& node, Point centre, int fromPort) {
   if (fromPort < 2) return plus(centre, outPort(fromPort, 1, radius(node)));
   return plus(centre, maskPortOffset(node, fromPort, radius(node)));

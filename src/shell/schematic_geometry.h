@@ -64,6 +64,9 @@ struct View {
 // reaches further than one node size); otherwise one node size.
 std::optional<View> frameAll(const std::vector<Point>& centres, double viewWidth, double viewHeight,
                              const std::vector<double>& reach = {});
+// The view moved the least so that the graph box lo–hi lies `margin` view points inside the
+// view; zoomed out about the view's centre first when the box can't fit at the present zoom.
+View revealed(const View& v, Point lo, Point hi, double viewWidth, double viewHeight, double margin);
 
 // ---- the graph as drawn
 using Positions = std::map<Uuid, Point>;

@@ -116,14 +116,14 @@ void paintNodes(QPainter& p, const SchematicScene& scene) {
         p.setFont(f);
         p.setPen(tint.lighter(115));
         const QRectF box(c.x - r, c.y - r, 2 * r, 2 * r);
-        p.drawText(box, Qt::AlignCenter, qs(schematic::letter(n.kind->title.value())));
+        p.drawText(box, Qt::AlignCenter, qs(schematic::letter(n.title())));
       }
       f.setBold(selected);
       f.setPixelSize(std::max(7, int(12 * std::min(z, 1.4))));
       p.setFont(f);
       p.setPen(selected ? QColor(255, 230, 180) : QColor(205, 205, 212));
       const QRectF label(c.x - 120, c.y + r + 3 * z, 240, f.pixelSize() * 1.6);
-      p.drawText(label, Qt::AlignHCenter | Qt::AlignTop, qs(n.kind->title.value()));
+      p.drawText(label, Qt::AlignHCenter | Qt::AlignTop, qs(n.title()));
     }
     if (scene.displayed == n.id) {  // the node on the viewer carries a small lit mark, orange while locked
       p.setPen(Qt::NoPen);

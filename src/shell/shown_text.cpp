@@ -37,6 +37,8 @@ QString linuxKeys(QString text) {
   return out;
 }
 
+QString menuText(QString text) { return text.replace('&', QStringLiteral("&&")); }
+
 QString shown(std::string_view key) { return linuxKeys(QString::fromStdString(tr(key))); }
 
 }  // namespace ombrik

@@ -5,9 +5,11 @@
 
 #include "document/app_model.h"
 #include "platform/app_paths.h"
+#include "platform/string_catalogue.h"
 #include "shell/dark_theme.h"
 #include "shell/main_window.h"
 #include "shell/qt_dialogs.h"
+#include "shell/qt_translations.h"
 
 namespace ombrik {
 
@@ -16,6 +18,8 @@ int TarvaneOmbrikApp::run(int argc, char** argv) {
   QApplication::setOrganizationName("Tarvane");
   QApplication::setApplicationName("Ombrik");
   applyDarkTheme(app);
+  // The language was chosen before the application existed (OmbrikMain); Qt's dialogs follow it.
+  useQtTranslations(interfaceLanguage());
   AppPaths::shared().prepare();
 
   auto dialogs = std::make_shared<QtDialogs>();

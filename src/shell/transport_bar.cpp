@@ -4,10 +4,10 @@
 #include <QLabel>
 #include <QShortcut>
 #include <QSignalBlocker>
-#include <QSlider>
 #include <QToolButton>
 
 #include "document/app_model.h"
+#include "shell/frame_slider.h"
 #include "shell/shown_text.h"
 #include "shell/transport_icons.h"
 
@@ -31,7 +31,7 @@ TransportBar::TransportBar(AppModel& model, QWidget* parent) : QWidget(parent), 
   timecode_->setStyleSheet("QLabel { font-family: monospace; padding: 0 8px; }");
   row->addWidget(timecode_);
 
-  slider_ = new QSlider(Qt::Horizontal, this);
+  slider_ = new FrameSlider(this);
   slider_->setObjectName("frameSlider");
   slider_->setFocusPolicy(Qt::NoFocus);  // the arrow keys step frames for the whole window
   row->addWidget(slider_, 1);
@@ -75,6 +75,7 @@ void TransportBar::refresh() {
     slider_->setRange(0, top);
     slider_->setValue(model_._currentFrame);
   }
+  slider_->setKeys(model_.keyedFrames());
   if (shownPlaying_ != model_._isPlaying) {
     shownPlaying_ = model_._isPlaying;
     play_->setIcon(transportIcon(shownPlaying_ ? TransportGlyph::pause : TransportGlyph::play));

@@ -1,9 +1,9 @@
 #pragma once
-// The row under the picture: frame stepping, play, the timecode and a frame slider.
+// The row under the picture: frame stepping, play, the timecode and the time bar, where a click
+// goes to a frame and the inspected node's keys are marked.
 #include <QWidget>
 
 class QLabel;
-class QSlider;
 class QToolButton;
 
 namespace ombrik {
@@ -11,12 +11,14 @@ namespace ombrik {
 enum class TransportGlyph;
 
 class AppModel;
+class FrameSlider;
 
 class TransportBar : public QWidget {
 public:
   explicit TransportBar(AppModel& model, QWidget* parent = nullptr);
   void refresh();  // follows the model's time; touches the widgets only on a change
   void step(int delta);
+  FrameSlider* timeBar() const { return slider_; }
 
 private:
   QToolButton* button(TransportGlyph icon, const char* tip, const char* name);
@@ -24,7 +26,7 @@ private:
   AppModel& model_;
   QToolButton* play_ = nullptr;
   QLabel* timecode_ = nullptr;
-  QSlider* slider_ = nullptr;
+  FrameSlider* slider_ = nullptr;
   bool shownPlaying_ = false;
 };
 

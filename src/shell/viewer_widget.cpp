@@ -4,12 +4,14 @@
 #include <QLabel>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QPushButton>
 #include <QShortcut>
 #include <QWheelEvent>
 #include <algorithm>
 #include <cmath>
 
 #include "document/app_model.h"
+#include "document/viewer_blank.h"
 #include "engine/engine.h"
 #include "shell/picture_image.h"
 #include "shell/shown_text.h"
@@ -30,6 +32,14 @@ ViewerWidget::ViewerWidget(AppModel& model, QWidget* parent) : QWidget(parent), 
   readout_->setObjectName("viewerReadout");
   readout_->setStyleSheet("QLabel { color: #c8c8cc; background: rgba(0,0,0,140); padding: 2px 6px; font: 11px monospace; }");
   readout_->hide();
+  import_ = new QPushButton(shown("Importer des rushs…"), this);
+  import_->setObjectName("viewerImport");
+  import_->setCursor(Qt::PointingHandCursor);
+  // The one thing to do on an empty project: in the accent colour, not a grey button among others.
+  import_->setStyleSheet("QPushButton { background: rgb(60,110,190); color: white; border: none; border-radius: 4px;"
+                         " padding: 7px 18px; font-weight: bold; } QPushButton:hover { background: rgb(76,128,210); }");
+  import_->hide();
+  connect(import_, &QPushButton::clicked, this, [this] { model_.importPanel(); });
   addShortcuts();
 }
 
@@ -119,6 +129,7 @@ void ViewerWidget::refresh() {
   }
   std::string title = model_.viewedTitle();
   if (model_.viewZoom != drawnZoom_ || !(model_.viewPan == drawnPan_) || title != drawnTitle_) update();
+  refreshBlank();
   // A mask edited elsewhere (the inspector, undo, the tool bar) is drawn anew over the picture.
   if (!picture_.isNull() && roto_.changed()) update();
   const Qt::CursorShape cursor = roto_.takesMouse() ? Qt::CrossCursor : Qt::ArrowCursor;
@@ -133,9 +144,7 @@ void ViewerWidget::paintEvent(QPaintEvent*) {
   drawnPan_ = model_.viewPan;
   drawnTitle_ = model_.viewedTitle();
   if (picture_.isNull()) {
-    p.setPen(dropHint_ ? QColor(255, 214, 140) : QColor(150, 150, 158));
-    p.drawText(rect(), Qt::AlignCenter,
-               shown(dropHint_ ? "Lâchez pour afficher ce node" : "Sélectionnez un node dans le graphe."));
+    drawBlank(p);
     return;
   }
   const QRectF r = pictureRect();
@@ -146,7 +155,7 @@ void ViewerWidget::paintEvent(QPaintEvent*) {
   p.drawImage(r, picture_);
   roto_.paint(p, r);
 
-  const QString title = qs(drawnTitle_);
+  const QString title = caption();
   QFont f = font();
   f.setPointSizeF(f.pointSizeF() * 0.95);
   f.setBold(true);
@@ -165,9 +174,75 @@ void ViewerWidget::paintEvent(QPaintEvent*) {
   }
 }
 
+QString ViewerWidget::caption() const {
+  const std::optional<Uuid> id = model_.displayedNodeID();
+  const Node* n = id ? model_.nodeByID(*id) : nullptr;
+  QString text = shown(n ? n->title() : std::string("Render"));
+  if (model_.viewWithoutMatte) text += shown(" · plein cadre, sans alpha");
+  return text;
+}
+
+void ViewerWidget::refreshBlank() {
+  QString text;
+  bool offersImport = false;
+  if (picture_.isNull()) {
+    const ViewerBlank blank = model_.viewerBlank();
+    text = shown(blank.headline()).replace("%s", shown(blank.subject));
+    const QString advice = blank.detail.empty() ? shown(blank.advice()) : shown(blank.detail);
+    if (!advice.isEmpty()) text += "\n" + advice;
+    offersImport = blank.offersImport() && !dropHint_;
+  }
+  if (import_->isVisible() != offersImport) {
+    import_->setVisible(offersImport);
+    placeImport();
+  }
+  if (text != blankText_) {
+    blankText_ = text;
+    placeImport();
+    update();
+  }
+}
+
+void ViewerWidget::placeImport() {
+  import_->adjustSize();
+  // Under the two lines of text, which stand at the middle of the view.
+  const int below = height() / 2 + fontMetrics().height() * 2 + 10;
+  import_->move((width() - import_->width()) / 2, std::min(below, height() - import_->height() - 8));
+}
+
+void ViewerWidget::resizeEvent(QResizeEvent* event) {
+  QWidget::resizeEvent(event);
+  placeImport();
+}
+
+void ViewerWidget::drawBlank(QPainter& p) {
+  if (dropHint_) {
+    p.setPen(QColor(255, 214, 140));
+    p.drawText(rect(), Qt::AlignCenter, shown("Lâchez pour afficher ce node"));
+    return;
+  }
+  const int lines = blankText_.indexOf('\n');
+  const QString headline = lines < 0 ? blankText_ : blankText_.left(lines);
+  const QString advice = lines < 0 ? QString() : blankText_.mid(lines + 1);
+  // The headline just above the middle, the advice under it, both wrapped to the view's width.
+  const QRect band = rect().adjusted(24, 0, -24, 0);
+  QFont big = font();
+  big.setPointSizeF(big.pointSizeF() * 1.15);
+  big.setBold(true);
+  p.setFont(big);
+  p.setPen(QColor(200, 200, 208));
+  const QRect top(band.left(), 0, band.width(), height() / 2 - 2);
+  p.drawText(top, Qt::AlignHCenter | Qt::AlignBottom | Qt::TextWordWrap, headline);
+  p.setFont(font());
+  p.setPen(QColor(140, 140, 150));
+  const QRect under(band.left(), height() / 2 + 4, band.width(), height() / 2 - 4);
+  p.drawText(under, Qt::AlignHCenter | Qt::AlignTop | Qt::TextWordWrap, advice);
+}
+
 void ViewerWidget::setDropHint(bool on) {
   if (on == dropHint_) return;
   dropHint_ = on;
+  refreshBlank();  // the import button steps aside for the drop
   update();
 }
 

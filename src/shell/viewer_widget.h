@@ -2,7 +2,8 @@
 // The viewer: the displayed node's picture through the engine's display pass (channel, matte
 // overlay, comparison with the rush), read back at the size it is drawn and painted in the
 // model's viewer rectangle, with zoom, pan, the channel keys and a colour readout. On a mask node
-// the mask tools take the left button and draw their outlines over the picture.
+// the mask tools take the left button and draw their outlines over the picture. Without a
+// picture it says why, and on a project without media offers the import.
 #include <QImage>
 #include <QWidget>
 #include <cstdint>
@@ -17,6 +18,7 @@
 #include "shell/roto_overlay.h"
 
 class QLabel;
+class QPushButton;
 namespace ombrik::gpu {
 class Texture;
 }
@@ -38,6 +40,11 @@ public:
   // A node held over the viewer: the invitation to let it go there.
   void setDropHint(bool on);
   bool dropHint() const { return dropHint_; }
+  // The name over the picture: the node on screen, in the interface's language.
+  QString caption() const;
+  // What stands in for the picture, headline and advice on two lines; empty while one is shown.
+  QString blankText() const { return picture_.isNull() ? blankText_ : QString(); }
+  QPushButton* importButton() const { return import_; }
 
 protected:
   void paintEvent(QPaintEvent* event) override;
@@ -50,6 +57,7 @@ protected:
   void keyReleaseEvent(QKeyEvent* event) override;
   void focusOutEvent(QFocusEvent* event) override;
   void leaveEvent(QEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
 
 private:
   void addShortcuts();
@@ -58,6 +66,9 @@ private:
   void updateReadout();
   void moveWipe(QPointF at);
   void drawCompareBadge(QPainter& p);
+  void drawBlank(QPainter& p);
+  void refreshBlank();
+  void placeImport();
 
   AppModel& model_;
   QImage picture_;
@@ -65,6 +76,8 @@ private:
   std::shared_ptr<gpu::Texture> shownTex_;
   std::vector<std::uint8_t> bytes_;
   QLabel* readout_ = nullptr;
+  QPushButton* import_ = nullptr;
+  QString blankText_;  // headline, newline, advice
   // What the picture was read from, so that an unchanged view costs nothing.
   struct Source {
     int frameID = -1;

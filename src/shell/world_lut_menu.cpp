@@ -15,7 +15,7 @@ void fillWorldLutMenu(QMenu* m, AppModel& model, const Batch& world) {
   const Uuid id = world.id;
   const std::string current = world.lut.value_or("");
   auto pick = [&](const QString& text, const std::string& key) {
-    QAction* a = m->addAction(text);
+    QAction* a = m->addAction(menuText(text));
     a->setCheckable(true);
     a->setChecked(current == key);
     QObject::connect(a, &QAction::triggered, m, [&model, id, key] { model.setWorldLUT(id, key); });

@@ -257,7 +257,7 @@ QMenu* WorldsPanel::selectionMenu(QWidget* parent) {
 void WorldsPanel::worldMenu(QMenu* m, const std::vector<Uuid>& worlds, const std::vector<Uuid>& folders) {
   // Each entry does its work, then the list shows the result at once.
   auto add = [this, m](const QString& text, const char* name, std::function<void()> work) {
-    QAction* a = m->addAction(text);
+    QAction* a = m->addAction(menuText(text));
     a->setObjectName(name);
     connect(a, &QAction::triggered, this, [this, work] {
       work();

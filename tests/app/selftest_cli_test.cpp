@@ -58,8 +58,9 @@ TEST(SelfTestCli, DevelopmentTreeSpeaksFrenchAndFailsWithoutWorkerScripts) {
   EXPECT_TRUE(has(r.out, " · app distribuée : false\n")) << r.out;
   EXPECT_TRUE(has(r.out, "\n  données    : " + (sandbox.path / "data").string() + "\n")) << r.out;
   EXPECT_TRUE(has(r.out, "\n  support    : " + (sandbox.path / "support").string() + "\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\n  modèles    : ")) << r.out;
-  EXPECT_TRUE(has(r.out, "\n  journaux   : ")) << r.out;
+  // The support folder given takes the models and the logs: nothing is written in the tree.
+  EXPECT_TRUE(has(r.out, "\n  modèles    : " + (sandbox.path / "support" / "Models").string() + "\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\n  journaux   : " + (sandbox.path / "support" / "Logs").string() + "\n")) << r.out;
   EXPECT_TRUE(has(r.out, "\n  langue     : fr · « Masque de forme » → « Masque de forme »\n")) << r.out;
   EXPECT_TRUE(has(r.out, "\n  GPU        : llvmpipe")) << r.out;  // tests run on the CPU driver
   EXPECT_TRUE(has(r.out, "\nOK    GPU et noyaux de calcul\n")) << r.out;

@@ -52,6 +52,7 @@ Batch richWorld() {
   color.params["exposure"] = 0.7;
   color.params["_private"] = 3;
   color.bypass = true;
+  color.name = "Étalonnage peau";  // renamed by the user
   color.keySamples = {{0.1, 0.2, 0.3, 1, 40, 60}};
   TrackerPt t;
   t.id = Uuid::generate();

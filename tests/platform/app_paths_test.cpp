@@ -44,14 +44,33 @@ TEST(AppPaths, DevelopmentTreeLivesInTheRepository) {
   EXPECT_EQ(p.projectsDir(), repo / "Projets");
 }
 
+// In a development tree the variables move data, and support with what grows in it at run time
+// (models, logs), so that a test or a sandbox writes nothing into the tree; the worker's scripts
+// stay in the tree.
 TEST(AppPaths, VariablesMoveDataAndSupport) {
   TempDir t;
-  const AppPaths dev = AppPaths::resolve(inputs(t.path, {{"OMBRIK_DATA", "/d"}, {"OMBRIK_SUPPORT", "/s"}}));
-  EXPECT_EQ(dev.data, fs::path("/d"));
-  EXPECT_EQ(dev.support, fs::path("/s"));
-  EXPECT_EQ(dev.python, fs::path("/s/Python"));
-  const AppPaths empty = AppPaths::resolve(inputs(t.path, {{"OMBRIK_DATA", ""}}));
-  EXPECT_EQ(empty.data, t.path / "repo");  // an empty variable counts as unset
+  const fs::path repo = t.path / "repo";
+  struct Case {
+    std::map<std::string, std::string> env;
+    fs::path data, support, models, logs;
+  };
+  const Case cases[] = {
+      {{{"OMBRIK_DATA", "/d"}}, "/d", repo, repo / "Tracker" / "models", repo / "Tracker"},
+      {{{"OMBRIK_SUPPORT", "/s"}}, repo, "/s", "/s/Models", "/s/Logs"},
+      {{{"OMBRIK_DATA", "/d"}, {"OMBRIK_SUPPORT", "/s"}}, "/d", "/s", "/s/Models", "/s/Logs"},
+      {{{"OMBRIK_DATA", ""}, {"OMBRIK_SUPPORT", ""}}, repo, repo, repo / "Tracker" / "models", repo / "Tracker"},  // empty: unset
+  };
+  for (const Case& c : cases) {
+    const AppPaths p = AppPaths::resolve(inputs(t.path, c.env));
+    SCOPED_TRACE(c.support.string() + " " + c.data.string());
+    EXPECT_FALSE(p.isBundled);
+    EXPECT_EQ(p.data, c.data);
+    EXPECT_EQ(p.support, c.support);
+    EXPECT_EQ(p.models, c.models);
+    EXPECT_EQ(p.logs, c.logs);
+    EXPECT_EQ(p.python, c.support / "Python");
+    EXPECT_EQ(p.scripts, repo / "Tracker");
+  }
 }
 
 TEST(AppPaths, InstalledProgramUsesTheUserFolders) {
@@ -97,6 +116,7 @@ TEST(AppPaths, PrepareCreatesTheFoldersAndIgnoresErrors) {
   EXPECT_TRUE(fs::is_directory(t.path / "c/support"));
   EXPECT_TRUE(fs::is_directory(p.models));
   EXPECT_TRUE(fs::is_directory(p.logs));
+  EXPECT_FALSE(fs::exists(t.path / "repo")) << "nothing is made in the tree the program was built from";
 
   touch(t.path / "blocker");  // a file where a folder should go
   const AppPaths bad = AppPaths::resolve(inputs(t.path, {{"OMBRIK_DATA", (t.path / "blocker/data").string()}}));

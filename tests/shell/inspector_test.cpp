@@ -1,18 +1,27 @@
 // The inspector: the control each kind of parameter gets, edits stored through the model (and
-// so undone), keys set from the stopwatch, and rows rebuilt only when the node changes.
+// so undone), the slider's law and its drags, keys set from the stopwatch, rows rebuilt only when
+// the node changes, and every kind's settings fitting the panel of the default window.
 #include <gtest/gtest.h>
 
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDoubleSpinBox>
 #include <QLabel>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QSlider>
+#include <QStyle>
+#include <QStyleOptionSlider>
+#include <cmath>
 #include <QTest>
 #include <QToolButton>
 
 #include "document/app_model.h"
 #include "platform/scheduler.h"
+#include "platform/string_catalogue.h"
 #include "shell/inspector_widget.h"
+#include "shell/main_window.h"
 #include "shell/param_row.h"
 #include "shell/slider_scale.h"
 #include "shell_app.h"
@@ -48,7 +57,6 @@ TEST(SliderScale, StepsOnTicksAndBack) {
   EXPECT_EQ(exposure.tick(-5), 0) << "out of range is held at the ends";
   EXPECT_EQ(exposure.tick(5), 80);
   EXPECT_EQ(exposure.value(1000), 2);
-  EXPECT_EQ(SliderScale::of(0, 4096, 0.01).ticks, SliderScale::kMaxTicks) << "a fine step on a wide range";
   EXPECT_EQ(SliderScale::of(3, 3, 1).tick(3), 0) << "an empty range doesn't divide by zero";
 
   EXPECT_EQ(decimalsFor(1), 0);
@@ -56,6 +64,49 @@ TEST(SliderScale, StepsOnTicksAndBack) {
   EXPECT_EQ(decimalsFor(0.05), 2);
   EXPECT_EQ(decimalsFor(0.005), 3);
   EXPECT_EQ(decimalsFor(1e-6), 4);
+}
+
+// Which ranges get the finer law for their small values, and where the slider's travel lands.
+TEST(SliderScale, WideRangesGiveTheirSmallValuesMostOfTheTravel) {
+  struct Case {
+    const char* what;
+    double min, max, step;
+    const char* unit;
+    bool wide;
+    int ticks;
+    int probeTick;
+    double probeValue;
+  };
+  const Case cases[] = {
+      {"blur size", 0, 2000, 1, " px", true, 1000, 500, 250},
+      {"blur size, a fifth of the way", 0, 2000, 1, " px", true, 1000, 200, 16},
+      {"retime source frame", 0, 5000, 0.1, "", true, 1000, 100, 5},
+      {"fine step on a wide range", 0, 4096, 0.01, "", true, 1000, 1000, 4096},
+      {"exposure", -2, 2, 0.05, " stops", false, 80, 40, 0},
+      {"hue: an angle", 0, 360, 1, "°", false, 360, 180, 180},
+      {"swirl: below zero", -1080, 1080, 1, "°", false, 1000, 500, 0},
+      {"position in percent", 0, 100, 0.1, " %", false, 1000, 500, 50},
+      {"coarse steps", 100, 3000, 100, "", false, 29, 10, 1100},
+  };
+  for (const Case& c : cases) {
+    const SliderScale scale = SliderScale::of(c.min, c.max, c.step, c.unit);
+    EXPECT_EQ(SliderScale::isWide(c.min, c.max, c.step, c.unit), c.wide) << c.what;
+    EXPECT_EQ(scale.ticks, c.ticks) << c.what;
+    EXPECT_NEAR(scale.value(c.probeTick), c.probeValue, 1e-9) << c.what;
+    EXPECT_EQ(scale.value(0), c.min) << c.what;
+    EXPECT_EQ(scale.value(scale.ticks), c.max) << c.what;
+    EXPECT_EQ(scale.tick(c.max), scale.ticks) << c.what;
+    double last = c.min;
+    for (int t = 0; t <= scale.ticks; ++t) {
+      const double v = scale.value(t);
+      ASSERT_GE(v, last) << c.what << " never goes back, tick " << t;
+      last = v;
+      if (c.step > 0) {
+        ASSERT_NEAR(std::remainder(v - c.min, c.step), 0, 1e-6) << c.what << " lands on steps";
+      }
+      ASSERT_NEAR(scale.value(scale.tick(v)), v, 1e-9) << c.what << ": a value shown is the slider's own";
+    }
+  }
 }
 
 TEST(ParamRow, EachKindOfParameterGetsItsControl) {
@@ -118,6 +169,91 @@ TEST(ParamRow, EditsAreStoredThroughTheModelAndUndone) {
   EXPECT_EQ(slider->value(), slider->maximum());
   EXPECT_EQ(mode.findChild<QComboBox*>()->currentIndex(), 0);
   EXPECT_FALSE(invert.findChild<QCheckBox*>()->isChecked());
+}
+
+namespace {
+QPoint handleCentre(QSlider* slider) {
+  QStyleOptionSlider option;
+  option.initFrom(slider);
+  option.orientation = slider->orientation();
+  option.minimum = slider->minimum();
+  option.maximum = slider->maximum();
+  option.sliderPosition = slider->sliderPosition();
+  option.sliderValue = slider->value();
+  option.subControls = QStyle::SC_All;
+  return slider->style()->subControlRect(QStyle::CC_Slider, &option, QStyle::SC_SliderHandle, slider).center();
+}
+
+// The pointer on a slider as a hand moves it, modifiers included (QTest's moves carry none).
+void pointer(QSlider* slider, QEvent::Type type, QPoint at, Qt::KeyboardModifiers keys = {}) {
+  const Qt::MouseButtons held = type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::LeftButton;
+  const Qt::MouseButton button = type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton;
+  QMouseEvent event(type, QPointF(at), QPointF(slider->mapToGlobal(at)), button, held, keys);
+  QApplication::sendEvent(slider, &event);
+}
+
+// A blur's size row, shown at the width the panel gives it.
+struct BlurRow {
+  Bench bench;
+  const KindRef& kind = *NodeKind::find("blur");
+  Uuid id = bench.add(kind);
+  ParamRow row{bench.model, id, specOf(kind, "size")};
+  QSlider* slider = row.findChild<QSlider*>();
+  BlurRow() {
+    row.resize(340, 30);
+    row.show();
+    QCoreApplication::processEvents();
+  }
+  double size() const { return bench.model.nodeByID(id)->params.at("size"); }
+};
+}  // namespace
+
+// However long a drag pauses (longer than the history waits before taking a step), it is one
+// undo step, and the undo takes back the whole drag.
+TEST(ParamRow, ASliderDragWithPausesIsOneUndoStep) {
+  BlurRow b;
+  ASSERT_NE(b.slider, nullptr);
+  const double before = b.size();
+  const std::size_t steps = b.bench.model.history.undo.size();
+  const QPoint start = handleCentre(b.slider);
+  pointer(b.slider, QEvent::MouseButtonPress, start);
+  ASSERT_TRUE(b.slider->isSliderDown()) << "pressed on the handle";
+  for (int dx : {10, 25, 40}) {
+    pointer(b.slider, QEvent::MouseMove, start + QPoint(dx, 0));
+    b.bench.clock->advance(0.5);
+  }
+  pointer(b.slider, QEvent::MouseButtonRelease, start + QPoint(40, 0));
+  b.bench.clock->advance(1);
+  EXPECT_GT(b.size(), before);
+  const double linear = 2000.0 * b.slider->value() / b.slider->maximum();
+  EXPECT_LT(b.size(), linear / 2) << "the same travel on an even slider would reach " << linear;
+  EXPECT_EQ(b.bench.model.history.undo.size(), steps + 1);
+  b.bench.model.undo();
+  EXPECT_EQ(b.size(), before);
+}
+
+// With Shift held, the same travel of the pointer moves the handle a tenth as far; letting Shift
+// go carries on from where the handle is, without a jump.
+TEST(ParamRow, ShiftDragsTheSliderFinely) {
+  BlurRow b;
+  const QPoint start = handleCentre(b.slider);
+  const int from = b.slider->sliderPosition();
+  pointer(b.slider, QEvent::MouseButtonPress, start);
+  pointer(b.slider, QEvent::MouseMove, start + QPoint(60, 0));
+  const int plain = b.slider->sliderPosition() - from;
+  pointer(b.slider, QEvent::MouseButtonRelease, start + QPoint(60, 0));
+
+  BlurRow f;
+  ASSERT_EQ(f.slider->sliderPosition(), from);
+  pointer(f.slider, QEvent::MouseButtonPress, start);
+  pointer(f.slider, QEvent::MouseMove, start + QPoint(60, 0), Qt::ShiftModifier);
+  const int fine = f.slider->sliderPosition() - from;
+  EXPECT_NEAR(fine, plain * ParamRow::kFineDrag, 2) << "plain " << plain << ", fine " << fine;
+  EXPECT_GT(fine, 0);
+  pointer(f.slider, QEvent::MouseMove, start + QPoint(61, 0));
+  EXPECT_NEAR(f.slider->sliderPosition() - from, fine, 12) << "Shift let go: no jump under the pointer";
+  pointer(f.slider, QEvent::MouseButtonRelease, start + QPoint(61, 0));
+  EXPECT_DOUBLE_EQ(f.size(), SliderScale::of(0, 2000, 1, " px").value(f.slider->value()));
 }
 
 TEST(ParamRow, StopwatchAnimatesAndKeysFollowTheTime) {
@@ -232,4 +368,59 @@ TEST(InspectorWidget, ALockHoldsTheNodeAndTheHeaderBypassesIt) {
   b.model.deleteNode(color);
   inspector.refresh();
   EXPECT_EQ(inspector.shownNode(), flip) << "a lock on a node that is gone holds nothing";
+}
+
+namespace {
+// What of the inspector a person can't read at once: a horizontal scrollbar, or a text cut by
+// its widget (a wrapped label shorter than its lines, a one-line text narrower than itself).
+std::vector<std::string> unreadable(InspectorWidget& inspector) {
+  std::vector<std::string> found;
+  for (auto* scroll : inspector.findChildren<QScrollArea*>())
+    if (scroll->horizontalScrollBar()->isVisible()) found.push_back("horizontal scrollbar");
+  for (auto* label : inspector.findChildren<QLabel*>()) {
+    if (!label->isVisible() || label->text().isEmpty()) continue;
+    const bool cut = label->wordWrap() ? label->height() < label->heightForWidth(label->width())
+                                       : label->width() < label->sizeHint().width();
+    if (cut) found.push_back("cut label: " + label->text().toStdString());
+  }
+  for (auto* button : inspector.findChildren<QAbstractButton*>()) {
+    if (!button->isVisible() || button->text().isEmpty() || qobject_cast<QToolButton*>(button)) continue;
+    if (button->width() < button->sizeHint().width()) found.push_back("cut button: " + button->text().toStdString());
+  }
+  return found;
+}
+}  // namespace
+
+// Every kind's settings fit the panel of the window at its default size, in both languages:
+// nothing to scroll sideways to, no text cut, even with every row animated and so showing its
+// key buttons.
+TEST(InspectorWidget, EveryKindFitsThePanelAtTheDefaultWindowSize) {
+  test::shellApp();
+  const AppLanguage before = interfaceLanguage();
+  for (const AppLanguage language : {AppLanguage::french, AppLanguage::english}) {
+    setInterfaceLanguage(language);
+    auto clock = std::make_shared<ManualScheduler>();
+    AppModel model(AppModel::Options{.blankStart = true, .withEngine = false, .scheduler = clock});
+    MainWindow window(model);
+    window.show();
+    ASSERT_EQ(window.size(), QSize(1280, 800));
+    std::vector<KindRef> kinds = NodeKind::all();
+    kinds.insert(kinds.begin(), KindRef());  // first the empty panel, with no node selected
+    for (const KindRef& kind : kinds) {
+      const std::string name = (language == AppLanguage::french ? "fr " : "en ") + (kind ? kind->id : "(none)");
+      std::optional<Uuid> id;
+      if (kind) {
+        id = model.addNode(kind, {0, 0});
+        model.select(*id);
+        if (kind->id == "mask") model.newMask(*id);  // its tabs too
+        for (const ParamSpec& spec : kind->params) model.toggleAnim(*id, spec.key);
+      }
+      window.refresh();
+      for (int i = 0; i < 3; ++i) QCoreApplication::processEvents();  // the rows' layout, then the scroll area's
+      EXPECT_EQ(window.inspector()->shownNode(), id) << name;
+      for (const std::string& what : unreadable(*window.inspector())) ADD_FAILURE() << name << ": " << what;
+      if (id) model.deleteNode(*id);
+    }
+  }
+  setInterfaceLanguage(before);
 }

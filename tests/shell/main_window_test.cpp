@@ -1,10 +1,17 @@
-// The main window holds the world's name and saves the project when it closes; its screenshots are
+// The main window holds the project's name with its unsaved mark and the world's name, saves the
+// project when it closes, and carries the edit, view, language and help menus; its screenshots are
 // taken under Xvfb (tests/screenshots).
 #include <gtest/gtest.h>
 
+#include <QDialog>
+#include <QDialogButtonBox>
 #include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
+#include <QPushButton>
+#include <QShortcut>
+#include <QTest>
+#include <QTreeWidget>
 #include <fstream>
 #include <sstream>
 #include <sys/stat.h>
@@ -12,29 +19,44 @@
 
 #include "../document/temp_model.h"
 #include "document/app_model.h"
+#include "document/help_topics.h"
+#include "platform/app_paths.h"
 #include "platform/dialogs.h"
 #include "platform/scheduler.h"
+#include "platform/version.h"
+#include "shell/curve_editor_widget.h"
 #include "shell/main_window.h"
+#include "shell/qt_translations.h"
+#include "shell/shown_text.h"
 #include "shell_app.h"
 
 using namespace ombrik;
 namespace fs = std::filesystem;
 
-TEST(MainWindow, TitledOmbrikShowingTheWorld) {
+// The title names the project, untitled until saved, with "*" while changes aren't saved; the
+// status line names the world.
+TEST(MainWindow, TitledByTheProjectWithItsUnsavedMark) {
   test::shellApp();
-  AppModel model(AppModel::Options{.blankStart = true, .withEngine = false, .scheduler = std::make_shared<ManualScheduler>()});
+  TempDir dir;
+  AppModel model(test::tempModelOptions(dir, std::make_shared<ManualScheduler>(), false));
   MainWindow window(model);
   window.show();
-  EXPECT_EQ(window.windowTitle(), "Ombrik");
+  EXPECT_EQ(window.windowTitle(), "Sans titre[*] — Ombrik");
+  EXPECT_FALSE(window.isWindowModified());
   auto* label = window.findChild<QLabel*>("worldName");
   ASSERT_NE(label, nullptr);
   EXPECT_EQ(label->text(), "Batch_01");
 
+  model.addNode(NodeKind::color(), {300, 100});
+  window.refresh();
+  EXPECT_TRUE(window.isWindowModified()) << "a change not saved";
+  ASSERT_TRUE(model.write(dir.path / "Plan 12.tarvom"));
   model._batches[0].name = "Plan_07";
   window.refresh();
+  EXPECT_EQ(window.windowTitle(), "Plan 12[*] — Ombrik");
+  EXPECT_FALSE(window.isWindowModified()) << "saved";
   EXPECT_EQ(label->text(), "Plan_07");
 }
-
 
 // Closing the window saves the project; a save that fails asks, and quits only when told to quit
 // without saving. A project in a folder that can't be written: a tmpfs made read-only under root,
@@ -123,4 +145,127 @@ TEST(MainWindow, TheWorldsMenuMakesWorldsAndChoosesTheirLut) {
     if (a->text() == "LUT du monde") lut = a->menu();
   ASSERT_TRUE(trigger(lut, "Appliquer la LUT au rendu"));
   EXPECT_EQ(model.currentBatch()->lutRender, std::optional<bool>(true));
+}
+
+namespace {
+QMenu* menuNamed(MainWindow& window, const QString& title) {
+  for (QAction* a : window.menuBar()->actions())
+    if (a->text() == title) return a->menu();
+  return nullptr;
+}
+QAction* actionNamed(QMenu* menu, const char* name) { return menu ? menu->findChild<QAction*>(name) : nullptr; }
+}  // namespace
+
+// Édition works on the graph's nodes: select all, copy, paste beside, delete; Affichage opens the
+// curve editor, by its entry and by its keys.
+TEST(MainWindow, TheEditAndViewMenusWorkOnTheGraph) {
+  test::shellApp();
+  TempDir dir;
+  AppModel model(test::tempModelOptions(dir, std::make_shared<ManualScheduler>(), false));
+  model.addNode(NodeKind::color(), {300, 100});
+  MainWindow window(model);
+  window.show();
+  ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+  QMenu* edit = menuNamed(window, "Édition");
+  ASSERT_NE(edit, nullptr);
+  const std::size_t nodes = model._nodes.size();
+  actionNamed(edit, "selectAll")->trigger();
+  EXPECT_EQ(model._selection.size(), nodes);
+  actionNamed(edit, "copyNodes")->trigger();
+  actionNamed(edit, "pasteNodes")->trigger();
+  EXPECT_EQ(model._nodes.size(), 2 * nodes) << "the copies of every node";
+  actionNamed(edit, "deleteSelection")->trigger();
+  EXPECT_EQ(model._nodes.size(), nodes + 1) << "the pasted copies went but the output's: an output never goes";
+  EXPECT_EQ(actionNamed(edit, "copyNodes")->shortcut(), QKeySequence(QKeySequence::Copy));
+  EXPECT_TRUE(actionNamed(edit, "deleteSelection")->shortcut().isEmpty())
+      << "Delete belongs to where the focus is: a mask's points in the viewer, nodes in the graph";
+
+  QMenu* view = menuNamed(window, "Affichage");
+  QAction* curves = actionNamed(view, "curveEditor");
+  ASSERT_NE(curves, nullptr);
+  curves->trigger();
+  EXPECT_TRUE(window.curveEditor()->isVisible());
+  QTest::keyClick(&window, Qt::Key_G, Qt::ControlModifier | Qt::ShiftModifier);
+  EXPECT_FALSE(window.curveEditor()->isVisible()) << "Ctrl+Shift+G, one action only";
+}
+
+// Langue ticks the language chosen, also before the restart that brings it.
+TEST(MainWindow, TheLanguageMenuTicksTheChosenLanguage) {
+  test::shellApp();
+  TempDir dir;
+  AppModel model(test::tempModelOptions(dir, std::make_shared<ManualScheduler>(), false));
+  MainWindow window(model);
+  QMenu* language = menuNamed(window, "Langue");
+  QAction *french = actionNamed(language, "language:fr"), *english = actionNamed(language, "language:en");
+  ASSERT_TRUE(french && english);
+  EXPECT_TRUE(french->isChecked()) << "a development tree speaks French";
+  EXPECT_FALSE(english->isChecked());
+  english->trigger();
+  window.refresh();
+  EXPECT_EQ(model.chosenLanguage(), AppLanguage::english);
+  EXPECT_TRUE(english->isChecked());
+  EXPECT_FALSE(french->isChecked());
+}
+
+// Aide shows the version, the keys and the folders; every key it lists as working anywhere in the
+// window is one the window answers.
+TEST(MainWindow, TheHelpMenuShowsTheVersionTheKeysAndTheFolders) {
+  test::shellApp();
+  TempDir dir;
+  AppModel model(test::tempModelOptions(dir, std::make_shared<ManualScheduler>(), false));
+  MainWindow window(model);
+  window.show();
+  QMenu* help = menuNamed(window, "Aide");
+  ASSERT_NE(help, nullptr);
+  auto* version = help->findChild<QLabel*>("versionLabel");
+  ASSERT_NE(version, nullptr);
+  EXPECT_EQ(version->text(), QString("Ombrik, version ") + ombrikVersion());
+
+  QList<QKeySequence> bound;
+  for (QAction* a : window.findChildren<QAction*>()) bound += a->shortcuts();
+  for (QShortcut* s : window.findChildren<QShortcut*>()) bound += s->key();
+  for (const HelpKeyGroup& group : helpKeyGroups()) {
+    if (!group.windowWide) continue;
+    for (const HelpKey& key : group.keys) {
+      const QKeySequence seq = QKeySequence::fromString(linuxKeys(QString::fromUtf8(key.keys)), QKeySequence::PortableText);
+      EXPECT_FALSE(seq.isEmpty()) << key.keys;
+      EXPECT_TRUE(bound.contains(seq)) << key.keys << " (" << key.what << ") is listed but not bound";
+    }
+  }
+
+  actionNamed(help, "shortcuts")->trigger();
+  auto* keys = window.findChild<QDialog*>("shortcutsPanel");
+  ASSERT_TRUE(keys && keys->isVisible());
+  QTreeWidget* tree = keys->findChild<QTreeWidget*>("shortcuts");
+  ASSERT_EQ(tree->topLevelItemCount(), int(helpKeyGroups().size()));
+  EXPECT_EQ(tree->topLevelItem(0)->child(0)->text(0), "Ctrl+N");
+  EXPECT_EQ(tree->topLevelItem(0)->child(0)->text(1), "Nouveau projet");
+  keys->close();
+
+  actionNamed(help, "folders")->trigger();
+  auto* folders = window.findChild<QDialog*>("foldersPanel");
+  ASSERT_TRUE(folders && folders->isVisible());
+  QStringList texts;
+  for (QLabel* l : folders->findChildren<QLabel*>()) texts << l->text();
+  const AppPaths& paths = AppPaths::shared();
+  EXPECT_TRUE(texts.contains(QString::fromStdString(paths.logs.string()))) << texts.join(" | ").toStdString();
+  EXPECT_TRUE(texts.contains(QString::fromStdString(paths.models.string())));
+  EXPECT_TRUE(texts.contains("Journaux"));
+  folders->close();
+}
+
+// Qt's own buttons and dialogs speak the interface's language.
+TEST(MainWindow, QtsOwnTextsFollowTheLanguage) {
+  test::shellApp();
+  struct Back {
+    ~Back() { useQtTranslations(AppLanguage::english); }
+  } back;
+  auto cancel = [] {
+    QDialogButtonBox box(QDialogButtonBox::Cancel);
+    return box.button(QDialogButtonBox::Cancel)->text().remove('&');
+  };
+  ASSERT_TRUE(useQtTranslations(AppLanguage::french)) << "Qt's translations are installed";
+  EXPECT_EQ(cancel(), "Annuler");
+  ASSERT_TRUE(useQtTranslations(AppLanguage::english));
+  EXPECT_EQ(cancel(), "Cancel");
 }

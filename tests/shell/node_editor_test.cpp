@@ -1,5 +1,6 @@
 // The node editor by hand: selecting, moving, deleting, copying, cutting and drawing wires,
-// adding nodes from the kinds menu, and navigating.
+// adding nodes from the kinds menu (each new one in sight and on no other), a node's own menu,
+// and navigating.
 #include <gtest/gtest.h>
 
 #include <QLineEdit>
@@ -9,6 +10,8 @@
 #include "document/app_model.h"
 #include "document/history_state.h"
 #include "platform/scheduler.h"
+#include "platform/string_catalogue.h"
+#include "shell/kind_menu.h"
 #include "shell/node_editor.h"
 #include "shell/quick_add_panel.h"
 #include "shell/schematic_geometry.h"
@@ -51,6 +54,23 @@ struct Desk {
     for (int k = 1; k <= 4; ++k) QTest::mouseMove(editor.get(), from + (to - from) * k / 4);
     QTest::mouseRelease(editor.get(), Qt::LeftButton, mods, to);
   }
+  // Each of `ids` is drawn whole inside the editor and over no other node or name.
+  void expectClearAndInSight(const std::set<Uuid>& ids, const char* what = "") const {
+    const QRectF inside = QRectF(editor->rect());
+    for (const Uuid& id : ids) {
+      const QRectF r = editor->nodeRect(id);
+      EXPECT_TRUE(inside.contains(r)) << what << ": out of sight";
+      for (const Node& other : model->_nodes) {
+        if (other.id == id) continue;
+        EXPECT_FALSE(r.intersects(editor->nodeRect(other.id))) << what << ": over " << other.kind->id;
+      }
+    }
+  }
+  void panBy(QPoint by) {
+    QTest::mousePress(editor.get(), Qt::MiddleButton, {}, QPoint(100, 100));
+    QTest::mouseMove(editor.get(), QPoint(100, 100) + by);
+    QTest::mouseRelease(editor.get(), Qt::MiddleButton, {}, QPoint(100, 100) + by);
+  }
   bool wired(const Uuid& from, const Uuid& to, int port) const {
     return std::any_of(model->_edges.begin(), model->_edges.end(),
                        [&](const Edge& e) { return e.from == from && e.to == to && e.port == port; });
@@ -90,12 +110,13 @@ TEST(NodeEditor, KeysDeleteCopyAndPaste) {
   QTest::keyClick(d.editor.get(), Qt::Key_C, Qt::ControlModifier);
   QTest::keyClick(d.editor.get(), Qt::Key_V, Qt::ControlModifier);
   ASSERT_EQ(d.model->_nodes.size(), 5u);
-  const Uuid copy = *d.model->_selected;
-  EXPECT_NE(copy, d.color);
-  EXPECT_NE(copy, d.blur);
   EXPECT_EQ(d.model->_selection.size(), 2u) << "the copies are the new selection";
-  const Point p = *d.model->layout.position(copy);
-  EXPECT_TRUE((p == Point{240, 180}) || (p == Point{440, 180})) << p.x << ", " << p.y;
+  std::map<std::string, Point> copies;
+  for (const Uuid& id : d.model->_selection) copies[d.model->nodeByID(id)->kind->id] = *d.model->layout.position(id);
+  ASSERT_EQ(copies.size(), 2u);
+  EXPECT_EQ(copies["blur"].x - copies["color"].x, 200) << "the copies keep their layout";
+  EXPECT_EQ(copies["blur"].y, copies["color"].y);
+  d.expectClearAndInSight(d.model->_selection);
 
   QTest::keyClick(d.editor.get(), Qt::Key_Delete);
   EXPECT_EQ(d.model->_nodes.size(), 3u);
@@ -389,4 +410,151 @@ TEST(NodeEditor, PullingATouchingNodeAwayCutsTheirWire) {
   d.editor->refresh();
   d.drag(d.centre(d.blur), d.at({700, 400}));
   EXPECT_TRUE(d.wired(d.color, d.blur, 0));
+}
+
+TEST(NodeEditor, NewNodesLandInSightAndOnNoOtherNode) {
+  struct Case {
+    const char* what;
+    std::function<void(Desk&)> before;  // the view and selection when the node is added
+    std::function<void(Desk&)> add;
+  };
+  auto tab = [](const char* search) {
+    return [search](Desk& d) {
+      QTest::keyClick(d.editor.get(), Qt::Key_Tab);
+      QTest::keyClicks(d.editor->quickAddPanel()->field(), search);
+      QTest::keyClick(d.editor->quickAddPanel()->field(), Qt::Key_Return);
+    };
+  };
+  auto rightClickAt = [](Point g, const char* kind) {
+    return [g, kind](Desk& d) {
+      bool offered = false;
+      test::pickInNextMenu(QString("kind:") + kind, &offered);
+      QContextMenuEvent click(QContextMenuEvent::Mouse, d.at(g), d.editor->mapToGlobal(d.at(g)));
+      QApplication::sendEvent(d.editor.get(), &click);
+      EXPECT_TRUE(offered);
+    };
+  };
+  auto selectBlur = [](Desk& d) { d.model->select(d.blur); };
+  const std::vector<Case> cases = {
+      {"the menu opened on a node's name", [](Desk&) {}, rightClickAt({200, 185}, "glow")},
+      {"after a node the view shows only the top of", [](Desk& d) {
+         d.model->select(d.blur);
+         d.editor->refresh();
+         // The blur sits at the bottom edge: what goes below it is out of the view.
+         d.panBy({0, d.editor->height() - 40 - d.centre(d.blur).y()});
+       }, tab("grain")},
+      {"twice after the same node: the second beside the first", [](Desk& d) {
+         d.model->select(d.blur);
+         d.model->addEffect(*NodeKind::find("glow"));
+         d.editor->refresh();
+         d.model->select(d.blur);
+       }, tab("sharpen")},
+      {"behind the selection with nothing selected", [](Desk& d) { d.model->select(std::nullopt); }, tab("blur")},
+      {"at the end of a wire dropped on a node's name", selectBlur, [](Desk& d) {
+         d.drag(d.outPort(d.color), d.at({400, 230}));  // under the blur, too far for its inputs
+         ASSERT_TRUE(d.editor->quickAddPanel() && d.editor->quickAddPanel()->isVisible());
+         QTest::keyClicks(d.editor->quickAddPanel()->field(), "glow");
+         QTest::keyClick(d.editor->quickAddPanel()->field(), Qt::Key_Return);
+       }},
+  };
+  for (const Case& c : cases) {
+    Desk d;
+    c.before(d);
+    const std::size_t count = d.model->_nodes.size();
+    c.add(d);
+    ASSERT_EQ(d.model->_nodes.size(), count + 1) << c.what;
+    d.expectClearAndInSight({d.model->_nodes.back().id}, c.what);
+  }
+}
+
+TEST(NodeEditor, FFramesTheSelectionOrEveryNode) {
+  Desk d;
+  d.panBy({-2000, 900});
+  QTest::keyClick(d.editor.get(), Qt::Key_F);
+  d.expectClearAndInSight({d.output, d.color, d.blur}, "nothing selected");
+
+  d.panBy({700, -700});
+  d.model->select(d.color);  // out of sight now
+  QTest::keyClick(d.editor.get(), Qt::Key_F);
+  EXPECT_EQ(d.editor->view().zoom, schematic::kFrameZoomLimit) << "one node is not blown up";
+  const QPointF middle = QRectF(d.editor->rect()).center();
+  EXPECT_NEAR(d.editor->toView(*d.model->layout.position(d.color)).x(), middle.x(), 1);
+  EXPECT_NEAR(d.editor->toView(*d.model->layout.position(d.color)).y(), middle.y(), 1);
+  QTest::keyClick(d.editor.get(), Qt::Key_F, Qt::ControlModifier);
+  EXPECT_EQ(d.editor->view().zoom, schematic::kFrameZoomLimit) << "only the bare key";
+}
+
+TEST(NodeEditor, ANodesMenuRenamesDuplicatesAndDeletes) {
+  Desk d;
+  auto menuOn = [&](const Uuid& id, const char* action) {
+    bool offered = false;
+    test::pickInNextMenu(action, &offered);
+    QContextMenuEvent click(QContextMenuEvent::Mouse, d.centre(id), d.editor->mapToGlobal(d.centre(id)));
+    QApplication::sendEvent(d.editor.get(), &click);
+    EXPECT_TRUE(offered) << action;
+  };
+  // The name asked for: typed, or the question closed.
+  auto answerRename = [&](std::optional<QString> typed) {
+    d.editor->askName = [typed](const QString& present) {
+      EXPECT_FALSE(present.isEmpty()) << "the present name is offered";
+      return typed;
+    };
+  };
+  const std::string blurTitle = d.model->nodeByID(d.blur)->kind->title.value();
+  struct Rename {
+    std::optional<QString> typed;
+    std::string shown;
+  };
+  for (const Rename& r : std::vector<Rename>{{"Flou du fond", "Flou du fond"}, {std::nullopt, "Flou du fond"}, {"", blurTitle}}) {
+    answerRename(r.typed);
+    menuOn(d.blur, "rename");
+    EXPECT_EQ(d.model->nodeByID(d.blur)->title(), r.shown) << r.typed.value_or("(closed)").toStdString();
+  }
+
+  // Duplicated: a copy in sight, on no other node; deleted: gone.
+  menuOn(d.blur, "duplicate");
+  ASSERT_EQ(d.model->_nodes.size(), 4u);
+  const Uuid copy = d.model->_nodes.back().id;
+  EXPECT_EQ(d.model->_nodes.back().kind->id, "blur");
+  d.expectClearAndInSight({copy}, "the copy");
+  menuOn(copy, "delete");
+  EXPECT_EQ(d.model->nodeByID(copy), nullptr);
+  EXPECT_NE(d.model->nodeByID(d.blur), nullptr) << "only the node under the pointer";
+
+  // On a node of the selection, both act on the whole selection.
+  d.model->select(d.color, true);
+  d.model->select(d.blur, true);
+  menuOn(d.blur, "duplicate");
+  EXPECT_EQ(d.model->_nodes.size(), 5u);
+  d.expectClearAndInSight(d.model->_selection, "the copies");
+  menuOn(d.model->_nodes.back().id, "delete");
+  EXPECT_EQ(d.model->_nodes.size(), 3u);
+}
+
+TEST(NodeEditor, MenuTextsShowTheirAmpersands) {
+  // Qt shows a menu text without its shortcut marks; what it shows must be the catalogue's text.
+  const AppLanguage saved = interfaceLanguage();
+  for (AppLanguage lang : {AppLanguage::french, AppLanguage::english}) {
+    setInterfaceLanguage(lang);
+    test::shellApp();
+    QMenu menu;
+    fillKindMenu(menu, [](const KindRef&) {});
+    int withAmpersand = 0;
+    for (const KindCategory& category : NodeKind::categories()) {
+      if (category.kinds.empty()) continue;
+      auto* sub = menu.findChild<QMenu*>(QString::fromStdString("category:" + category.name.raw));
+      ASSERT_NE(sub, nullptr) << category.name.raw;
+      EXPECT_EQ(sub->menuAction()->iconText().toStdString(), category.name.value());
+      withAmpersand += category.name.value().find('&') != std::string::npos;
+      for (const KindRef& kind : category.kinds) {
+        auto* a = sub->findChild<QAction*>(QString::fromStdString("kind:" + kind->id));
+        ASSERT_NE(a, nullptr) << kind->id;
+        if (kind->title.value().find("...") == std::string::npos) {
+          EXPECT_EQ(a->iconText().toStdString(), kind->title.value());
+        }
+      }
+    }
+    EXPECT_GE(withAmpersand, 4) << "Peau & beauté, Flou & netteté, Keying & matte, Film & numérique";
+  }
+  setInterfaceLanguage(saved);
 }

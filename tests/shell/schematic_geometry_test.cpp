@@ -338,3 +338,28 @@ TEST(SchematicGeometry, DropBandsSitInTheBottomCorners) {
   EXPECT_LE(trash.x + trash.width, bandRect(DropBand::context, 300, 200).x) << "the two never overlap";
   EXPECT_EQ(trash.y + trash.height, 200);
 }
+
+TEST(SchematicGeometry, RevealingABoxMovesTheViewTheLeast) {
+  // An 800 × 600 view at zoom 1 with the graph origin in its corner, 20 points of margin.
+  const View v{{0, 0}, 1};
+  struct Case {
+    const char* what;
+    Point lo, hi;
+    View expected;
+  };
+  const std::vector<Case> cases = {
+      {"already inside: unchanged", {100, 100}, {200, 200}, v},
+      {"below the bottom: the view goes down just enough", {100, 650}, {200, 700}, {{0, -120}, 1}},
+      {"left of the view: it goes left", {-90, 100}, {-10, 200}, {{110, 0}, 1}},
+      {"past the right and the bottom corner", {780, 590}, {840, 640}, {{-60, -60}, 1}},
+      {"too big to fit: zoomed out about the centre, then moved", {0, 0}, {1520, 100}, {{20, 150}, 0.5}},
+  };
+  for (const Case& c : cases) {
+    const View got = revealed(v, c.lo, c.hi, 800, 600, 20);
+    EXPECT_NEAR(got.zoom, c.expected.zoom, 1e-9) << c.what;
+    EXPECT_NEAR(got.pan.x, c.expected.pan.x, 1e-9) << c.what;
+    EXPECT_NEAR(got.pan.y, c.expected.pan.y, 1e-9) << c.what;
+    const Point a = got.toView(c.lo), b = got.toView(c.hi);
+    EXPECT_TRUE(a.x >= 20 - 1e-9 && a.y >= 20 - 1e-9 && b.x <= 780 + 1e-9 && b.y <= 580 + 1e-9) << c.what;
+  }
+}

@@ -1,8 +1,10 @@
-// The viewer and the transport bar: what is shown when nothing can be, zoom and pan of the
-// picture, the window-wide keys, the colour readout, and stepping through the frames.
+// The viewer and the transport bar: what is said when there is no picture and the name over it,
+// zoom and pan of the picture, the window-wide keys, the colour readout, stepping through the
+// frames, clicks on the time bar and its key marks.
 #include <gtest/gtest.h>
 
 #include <QLabel>
+#include <QPushButton>
 #include <QSlider>
 #include <QTest>
 #include <QToolButton>
@@ -11,7 +13,10 @@
 #include "../platform/temp_dir.h"
 #include "document/app_model.h"
 #include "engine/engine.h"
+#include "platform/dialogs.h"
 #include "platform/scheduler.h"
+#include "platform/string_catalogue.h"
+#include "shell/frame_slider.h"
 #include "shell/transport_bar.h"
 #include "shell/viewer_widget.h"
 #include "shell_app.h"
@@ -39,21 +44,84 @@ QPointF fractionAt(const ViewerWidget& v, QPointF p) {
 
 }  // namespace
 
-TEST(ViewerWidget, InvitesToSelectWhenNothingCanBeShown) {
+// A new project has nothing to show: the viewer says how to begin and offers the import.
+TEST(ViewerWidget, AnEmptyProjectShowsHowToImport) {
   test::shellApp();
   auto clock = std::make_shared<ManualScheduler>();
-  auto model = blankModel(clock);
-  ViewerWidget viewer(*model);
+  auto dialogs = std::make_shared<ScriptedDialogs>();
+  AppModel model(AppModel::Options{.blankStart = true, .withEngine = false, .scheduler = clock, .dialogs = dialogs});
+  ViewerWidget viewer(model);
   show(viewer, 400, 240);
   viewer.refresh();
   EXPECT_TRUE(viewer.picture().isNull());
+  EXPECT_EQ(viewer.blankText(), "Glissez une vidéo ici pour commencer\nChaque rush devient un monde, avec son propre graphe de nodes.");
   const QImage shot = viewer.grab().toImage();
   const QRgb background = shot.pixel(2, 2);
   EXPECT_EQ(qRed(background), 9) << "the viewer's dark background";
   EXPECT_EQ(qBlue(background), 10);
-  int lit = 0;  // the invitation's text, in the middle
-  for (int x = 0; x < shot.width(); ++x) lit += qGray(shot.pixel(x, shot.height() / 2)) > 60;
+  int lit = 0;  // the headline, just above the middle
+  for (int x = 0; x < shot.width(); ++x) lit += qGray(shot.pixel(x, shot.height() / 2 - 8)) > 60;
   EXPECT_GT(lit, 10);
+
+  QPushButton* import = viewer.importButton();
+  ASSERT_TRUE(import->isVisible());
+  EXPECT_EQ(import->text(), "Importer des rushs…");
+  EXPECT_GT(import->y(), viewer.height() / 2) << "under the text";
+  QTest::mouseClick(import, Qt::LeftButton);
+  ASSERT_EQ(dialogs->openPanels.size(), 1u) << "the media import's panel";
+  EXPECT_EQ(dialogs->openPanels[0].title, "Importer des médias…");
+  viewer.setDropHint(true);
+  EXPECT_FALSE(import->isVisible()) << "a node held over the viewer: the drop's invitation alone";
+}
+
+// With media in the project, the name over the picture is the node on screen, and without a
+// picture the viewer says what is wrong, in the interface's language.
+TEST(ViewerWidget, NamesWhatItShowsAndSaysWhyNothing) {
+  test::shellApp();
+  TempDir dir;
+  auto clock = std::make_shared<ManualScheduler>();
+  AppModel model(AppModel::Options{.scheduler = clock, .defaultsFile = (dir.path / "defaults.conf").string(),
+                                   .dataDir = dir.path / "data"});
+  ASSERT_TRUE(model.engine) << model._status;
+  model.setPreviewScale(0.25);
+  ViewerWidget viewer(model);
+  show(viewer, 480, 300);
+  auto nodeOf = [&](const char* kind) {
+    for (const auto& n : model._nodes)
+      if (n.kind->id == kind) return n.id;
+    return Uuid();
+  };
+  const Uuid blur = model.addNode(*NodeKind::find("blur"), {900, 400});
+  struct Case {
+    Uuid select;
+    AppLanguage language;
+    bool picture;
+    const char* caption;
+    const char* text;
+  };
+  const Case cases[] = {
+      {nodeOf("color"), AppLanguage::french, true, "Réglage couleur", ""},
+      {nodeOf("color"), AppLanguage::english, true, "Color Correct", ""},
+      {nodeOf("mask"), AppLanguage::french, true, "Masque de forme", ""},
+      {blur, AppLanguage::french, false, "Blur",
+       "« Blur » n'est pas branché\nReliez son entrée à une image (un rush ou un autre node) pour voir un résultat."},
+      {blur, AppLanguage::english, false, "Blur",
+       "\"Blur\" is not connected\nConnect its input to a picture (a shot or another node) to see a result."},
+  };
+  const AppLanguage before = interfaceLanguage();
+  for (const Case& c : cases) {
+    setInterfaceLanguage(c.language);
+    model.select(c.select);
+    model.requestRender();
+    clock->runAll();
+    viewer.refresh();
+    SCOPED_TRACE(c.caption);
+    EXPECT_EQ(!viewer.picture().isNull(), c.picture);
+    EXPECT_EQ(viewer.caption(), c.caption);
+    EXPECT_EQ(viewer.blankText(), c.text);
+    EXPECT_FALSE(viewer.importButton()->isVisible()) << "the project has media";
+  }
+  setInterfaceLanguage(before);
 }
 
 TEST(ViewerWidget, ZoomPanAndTheViewKeys) {
@@ -174,6 +242,7 @@ TEST(TransportBar, StepsThroughTheFramesAndShowsTheTime) {
   auto* timecode = bar.findChild<QLabel*>("timecode");
   auto* slider = bar.findChild<QSlider*>("frameSlider");
   ASSERT_TRUE(timecode && slider);
+  ASSERT_EQ(slider, bar.timeBar());
   EXPECT_EQ(bar.findChild<QToolButton*>("previousFrame")->toolTip(), "Image précédente (←)");
   EXPECT_EQ(bar.findChild<QToolButton*>("play")->toolTip(), "Lecture / pause (Espace)");
   EXPECT_EQ(bar.findChild<QToolButton*>("nextFrame")->toolTip(), "Image suivante (→)");
@@ -197,4 +266,45 @@ TEST(TransportBar, StepsThroughTheFramesAndShowsTheTime) {
   EXPECT_EQ(model->_currentFrame, 0);
   EXPECT_EQ(slider->value(), 0);
   EXPECT_EQ(timecode->text(), "00:00:00:00   0 / 50");
+}
+
+// A click on the time bar goes to the frame under the pointer, wherever it falls, and a drag
+// from there scrubs; the inspected node's keys are marked in amber.
+TEST(TransportBar, AClickGoesToItsFrameAndKeysAreMarked) {
+  test::shellApp();
+  auto clock = std::make_shared<ManualScheduler>();
+  auto model = blankModel(clock);
+  model->_frameCount = 100;
+  TransportBar bar(*model);
+  show(bar, 700, 40);
+  bar.refresh();
+  FrameSlider* slider = bar.timeBar();
+  const int y = slider->height() / 2;
+  for (int frame : {60, 5, 99, 0, 37}) {
+    QTest::mouseClick(slider, Qt::LeftButton, {}, QPoint(int(std::round(slider->xOf(frame))), y));
+    EXPECT_EQ(model->_currentFrame, frame) << "a click far from the handle";
+    bar.refresh();
+  }
+  QTest::mousePress(slider, Qt::LeftButton, {}, QPoint(int(slider->xOf(20)), y));
+  QTest::mouseMove(slider, QPoint(int(slider->xOf(70)), y));
+  QTest::mouseRelease(slider, Qt::LeftButton, {}, QPoint(int(slider->xOf(70)), y));
+  EXPECT_NEAR(model->_currentFrame, 70, 1) << "the press goes on as a drag";
+
+  const Uuid color = model->addNode(NodeKind::color(), {0, 0});
+  model->setKey(color, "exposure", 10, 0.2);
+  model->setKey(color, "exposure", 80, 0.6);
+  model->select(std::nullopt);
+  bar.refresh();
+  EXPECT_TRUE(slider->keys().empty()) << "the keys of a node not inspected";
+  model->select(color);
+  bar.refresh();
+  EXPECT_EQ(slider->keys(), (std::set<int>{10, 80}));
+  const QImage shot = slider->grab().toImage();
+  auto amber = [&](int frame) {
+    const QColor c = shot.pixelColor(int(std::round(slider->xOf(frame))), 1);
+    return c.red() > 200 && c.green() > 140 && c.blue() < 120;
+  };
+  EXPECT_TRUE(amber(10));
+  EXPECT_TRUE(amber(80));
+  EXPECT_FALSE(amber(45)) << "no mark between the keys";
 }

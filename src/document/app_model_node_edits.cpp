@@ -1,0 +1,43 @@
+// The edits a node's own menu offers beside bypass and delete: renaming and duplicating.
+#include <algorithm>
+#include <cctype>
+
+#include "document/app_model.h"
+
+namespace ombrik {
+
+namespace {
+std::string trimmed(const std::string& s) {
+  auto blank = [](unsigned char c) { return std::isspace(c) != 0; };
+  const auto first = std::find_if_not(s.begin(), s.end(), blank);
+  const auto last = std::find_if_not(s.rbegin(), s.rend(), blank).base();
+  return first < last ? std::string(first, last) : std::string();
+}
+}  // namespace
+
+void AppModel::renameNode(const Uuid& id, const std::string& name) {
+  Node* n = nodeByID(id);
+  if (!n) return;
+  std::string given = trimmed(name);
+  // Typing the kind's title back is undoing the rename; kept empty, it follows the language.
+  if (n->kind && given == n->kind->title.value()) given.clear();
+  if (given == n->name) return;
+  n->name = std::move(given);
+  storedNodes();
+}
+
+void AppModel::duplicateNodes(const std::set<Uuid>& ids, Point offset) {
+  std::vector<Node> nodes = std::move(copiedNodes);
+  std::vector<Edge> edges = std::move(copiedEdges);
+  copiedNodes.clear();
+  copiedEdges.clear();
+  for (const auto& n : _nodes)
+    if (ids.count(n.id) && n.kind && n.kind->id != "output") copiedNodes.push_back(n);
+  for (const auto& e : _edges)
+    if (ids.count(e.from) && ids.count(e.to)) copiedEdges.push_back(e);
+  pasteNodes(offset);
+  copiedNodes = std::move(nodes);
+  copiedEdges = std::move(edges);
+}
+
+}  // namespace ombrik
