@@ -16,6 +16,7 @@
 #include <QTreeWidget>
 #include <cstdlib>
 
+#include "../color/ocio_config.h"
 #include "../document/temp_model.h"
 #include "../platform/temp_dir.h"
 #include "../shell/shell_app.h"
@@ -183,6 +184,40 @@ void screenshotOfTheHelpMenu(AppLanguage language) {
 }
 }  // namespace
 
+// The view menu's OpenColorIO submenu for a config written here, its graded view chosen: the
+// view menu, the submenu and its display's views laid out side by side over the window.
+void screenshotOfTheOcioMenu(AppLanguage language) {
+  Look look(language);
+  TempDir dir;
+  auto clock = std::make_shared<ManualScheduler>();
+  AppModel model(test::tempModelOptions(dir, clock));
+  model.setOcioConfig(test::writeText(dir.path / "config.ocio", test::kOcioConfig));
+  model.setOcioView(OcioView{"Moniteur", "Film"});
+  Shown shown(model, *clock);
+  MainWindow& window = shown.window;
+  QMenu* ocio = window.menuBar()->findChild<QMenu*>("ocioMenu");
+  ASSERT_NE(ocio, nullptr);
+  QMenu* view = qobject_cast<QMenu*>(ocio->parent());
+  ASSERT_NE(view, nullptr);
+  emit ocio->aboutToShow();
+  QMenu* display = ocio->findChild<QMenu*>();
+  ASSERT_NE(display, nullptr);
+  QImage shot = window.grab().toImage();
+  QPainter paint(&shot);
+  paint.setPen(QColor(0x55, 0x55, 0x5c));
+  QPoint at = window.menuBar()->mapTo(&window, window.menuBar()->actionGeometry(view->menuAction()).bottomLeft());
+  for (QMenu* menu : {view, ocio, display}) {
+    menu->ensurePolished();
+    menu->resize(menu->sizeHint());
+    const QImage image = menu->grab().toImage();
+    paint.drawImage(at, image);
+    paint.drawRect(QRect(at, image.size()).adjusted(-1, -1, 0, 0));
+    at += QPoint(image.width() + 2, 24);
+  }
+  paint.end();
+  EXPECT_TRUE(save(shot, "ocio_menu" + suffix(language)));
+}
+
 TEST(FirstHour, EmptyProjectInFrench) { screenshotOfTheEmptyProject(AppLanguage::french); }
 TEST(FirstHour, EmptyProjectInEnglish) { screenshotOfTheEmptyProject(AppLanguage::english); }
 TEST(FirstHour, ImportedClipInFrench) { screenshotOfAnImportedClip(AppLanguage::french); }
@@ -191,3 +226,5 @@ TEST(FirstHour, NodeWithNothingInInFrench) { screenshotOfANodeWithNothingIn(AppL
 TEST(FirstHour, NodeWithNothingInInEnglish) { screenshotOfANodeWithNothingIn(AppLanguage::english); }
 TEST(FirstHour, HelpMenuInFrench) { screenshotOfTheHelpMenu(AppLanguage::french); }
 TEST(FirstHour, HelpMenuInEnglish) { screenshotOfTheHelpMenu(AppLanguage::english); }
+TEST(FirstHour, OcioMenuInFrench) { screenshotOfTheOcioMenu(AppLanguage::french); }
+TEST(FirstHour, OcioMenuInEnglish) { screenshotOfTheOcioMenu(AppLanguage::english); }
