@@ -14,6 +14,7 @@
 #include <QTest>
 #include <cstdlib>
 
+#include "screenshot_look.h"
 #include "../shell/shell_app.h"
 #include "document/app_model.h"
 #include "document/graph_editor.h"
@@ -27,30 +28,9 @@
 using namespace ombrik;
 
 namespace {
-// The dark theme and a language for one screenshot, put back as they were when it ends.
-struct Look {
-  QApplication& app = test::shellApp();
-  const QString oldStyle = app.style()->name();
-  const QPalette oldPalette = app.palette();
-  const AppLanguage oldLanguage = interfaceLanguage();
-  explicit Look(AppLanguage language) {
-    setInterfaceLanguage(language);
-    applyDarkTheme(app);
-  }
-  ~Look() {
-    setInterfaceLanguage(oldLanguage);
-    app.setStyle(QStyleFactory::create(oldStyle));
-    app.setPalette(oldPalette);
-  }
-};
-
-// Beside the build's test data, where a person can look at them after a run.
-bool save(const QImage& shot, const std::string& name) {
-  const char* support = std::getenv("OMBRIK_SUPPORT");
-  const QDir folder(support ? QDir(QString::fromLocal8Bit(support)).absoluteFilePath("../screenshots")
-                            : QDir::temp().absoluteFilePath("ombrik-screenshots"));
-  return QDir().mkpath(folder.path()) && shot.save(folder.absoluteFilePath(QString::fromStdString(name)));
-}
+using Look = test::ScreenshotLook;
+inline bool save(const QImage& shot, const std::string& name) { return test::saveScreenshot(shot, name); }
+inline std::string suffix(AppLanguage language) { return test::languageSuffix(language); }
 
 struct Desk {
   std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
@@ -65,8 +45,6 @@ void showAndSettle(MainWindow& window) {
     QCoreApplication::processEvents();
   }
 }
-
-const char* suffix(AppLanguage language) { return language == AppLanguage::english ? "_en.png" : "_fr.png"; }
 
 // The window with one node of `kindID` selected (none: the empty panel), every setting
 // animated so that the rows show their key buttons too.

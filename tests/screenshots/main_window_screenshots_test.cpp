@@ -17,6 +17,7 @@
 #include <QTreeWidget>
 #include <cstdlib>
 
+#include "screenshot_look.h"
 #include "../platform/temp_dir.h"
 #include "../document/temp_model.h"
 #include "../shell/shell_app.h"
@@ -39,31 +40,8 @@
 using namespace ombrik;
 
 namespace {
-// The dark theme, and a language, for one screenshot; put back as they were when it ends, even
-// when an assertion ends the test early.
-struct DarkTheme {
-  QApplication& app = test::shellApp();
-  const QString oldStyle = app.style()->name();
-  const QPalette oldPalette = app.palette();
-  const AppLanguage oldLanguage = interfaceLanguage();
-  explicit DarkTheme(AppLanguage language = interfaceLanguage()) {
-    setInterfaceLanguage(language);
-    applyDarkTheme(app);
-  }
-  ~DarkTheme() {
-    setInterfaceLanguage(oldLanguage);
-    app.setStyle(QStyleFactory::create(oldStyle));
-    app.setPalette(oldPalette);
-  }
-};
-
-// Screenshots go beside the build's test data, where a person can look at them after a run.
-bool saveScreenshot(const QImage& shot, const char* name) {
-  const char* support = std::getenv("OMBRIK_SUPPORT");
-  const QDir folder(support ? QDir(QString::fromLocal8Bit(support)).absoluteFilePath("../screenshots")
-                            : QDir::temp().absoluteFilePath("ombrik-screenshots"));
-  return QDir().mkpath(folder.path()) && shot.save(folder.absoluteFilePath(name));
-}
+using DarkTheme = test::ScreenshotLook;
+using test::saveScreenshot;
 
 // Spread of the grey levels: a blank or single-colour window has none.
 double greyVariance(const QImage& image) {

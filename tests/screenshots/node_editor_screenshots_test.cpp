@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "screenshot_look.h"
 #include "../platform/temp_dir.h"
 #include "../shell/shell_app.h"
 #include "document/app_model.h"
@@ -26,31 +27,8 @@
 using namespace ombrik;
 
 namespace {
-
-// The dark theme and a language for one screenshot, put back when it ends.
-struct DarkTheme {
-  QApplication& app = test::shellApp();
-  const QString oldStyle = app.style()->name();
-  const QPalette oldPalette = app.palette();
-  const AppLanguage oldLanguage = interfaceLanguage();
-  explicit DarkTheme(AppLanguage language) {
-    setInterfaceLanguage(language);
-    applyDarkTheme(app);
-  }
-  ~DarkTheme() {
-    setInterfaceLanguage(oldLanguage);
-    app.setStyle(QStyleFactory::create(oldStyle));
-    app.setPalette(oldPalette);
-  }
-};
-
-// Beside the build's test data, where a person can look at them after a run.
-bool saveScreenshot(const QImage& shot, const QString& name) {
-  const char* support = std::getenv("OMBRIK_SUPPORT");
-  const QDir folder(support ? QDir(QString::fromLocal8Bit(support)).absoluteFilePath("../screenshots")
-                            : QDir::temp().absoluteFilePath("ombrik-screenshots"));
-  return QDir().mkpath(folder.path()) && shot.save(folder.absoluteFilePath(name));
-}
+using DarkTheme = test::ScreenshotLook;
+using test::saveScreenshot;
 
 QImage grabbed(QMenu& menu) {
   menu.ensurePolished();

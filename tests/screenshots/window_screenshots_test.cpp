@@ -16,6 +16,7 @@
 #include <QTreeWidget>
 #include <cstdlib>
 
+#include "screenshot_look.h"
 #include "../color/ocio_config.h"
 #include "../document/temp_model.h"
 #include "../platform/temp_dir.h"
@@ -35,34 +36,9 @@
 using namespace ombrik;
 
 namespace {
-// The dark theme and a language, with Qt's own texts in it, for one screenshot; all put back
-// when it ends.
-struct Look {
-  QApplication& app = test::shellApp();
-  const QString oldStyle = app.style()->name();
-  const QPalette oldPalette = app.palette();
-  const AppLanguage oldLanguage = interfaceLanguage();
-  explicit Look(AppLanguage language) {
-    setInterfaceLanguage(language);
-    useQtTranslations(language);
-    applyDarkTheme(app);
-  }
-  ~Look() {
-    setInterfaceLanguage(oldLanguage);
-    useQtTranslations(AppLanguage::english);
-    app.setStyle(QStyleFactory::create(oldStyle));
-    app.setPalette(oldPalette);
-  }
-};
-
-bool save(const QImage& shot, const std::string& name) {
-  const char* support = std::getenv("OMBRIK_SUPPORT");
-  const QDir folder(support ? QDir(QString::fromLocal8Bit(support)).absoluteFilePath("../screenshots")
-                            : QDir::temp().absoluteFilePath("ombrik-screenshots"));
-  return QDir().mkpath(folder.path()) && shot.save(folder.absoluteFilePath(QString::fromStdString(name)));
-}
-
-std::string suffix(AppLanguage language) { return language == AppLanguage::english ? "_en.png" : "_fr.png"; }
+using Look = test::ScreenshotLook;
+inline bool save(const QImage& shot, const std::string& name) { return test::saveScreenshot(shot, name); }
+inline std::string suffix(AppLanguage language) { return test::languageSuffix(language); }
 
 // A window on `model`, shown at the default size, after the renders its clock holds.
 struct Shown {
