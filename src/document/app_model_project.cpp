@@ -1,12 +1,11 @@
 // Saving and opening the project file.
 #include <algorithm>
-#include <fstream>
-#include <sstream>
 
 #include "document/app_model.h"
 #include "engine/engine.h"
 #include "engine/source_picture.h"
 #include "platform/atomic_file.h"
+#include "platform/bounded_file.h"
 #include "platform/user_defaults.h"
 
 namespace ombrik {
@@ -59,23 +58,11 @@ bool AppModel::load(const fs::path& url) {
     _status = "Projet illisible : " + url.filename().string() + " (" + why + ")";
     return false;
   };
-  // Only a regular file of a sane size is read: a pipe or a device would block or never end.
   constexpr std::uintmax_t kMaxProject = 512ull << 20;
-  std::error_code ec;
-  const fs::file_status st = fs::status(url, ec);
-  if (ec || !fs::exists(st)) return refuse("fichier introuvable");
-  if (!fs::is_regular_file(st)) return refuse("ce n'est pas un fichier ordinaire");
-  if (const auto size = fs::file_size(url, ec); !ec && size > kMaxProject)
-    return refuse("fichier trop grand : " + std::to_string(size >> 20) + " Mo");
-  std::string text;
-  {
-    std::ifstream in(url, std::ios::binary);
-    std::ostringstream ss;
-    if (in) ss << in.rdbuf();
-    if (!in) return refuse("lecture impossible");
-    text = ss.str();
-  }
   std::string why;
+  const auto read = readBoundedFile(url, kMaxProject, &why);
+  if (!read) return refuse(why);
+  const std::string& text = *read;
   auto file = ProjectCodec::decode(text, &why);
   if (!file) return refuse(why.empty() ? "contenu invalide" : why);
   if (file->batches.empty()) return refuse("aucun monde");

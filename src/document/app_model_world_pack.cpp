@@ -1,13 +1,12 @@
 // World packs in and out of the project: the plan and the copy live in world_pack.h; here the
 // world is saved first, the copy reports to the status line, and a pack comes back as a new world.
 #include <algorithm>
-#include <fstream>
 #include <set>
-#include <sstream>
 
 #include "document/app_model.h"
 #include "document/world_list.h"
 #include "document/world_pack.h"
+#include "platform/bounded_file.h"
 #include "platform/dialogs.h"
 #include "platform/scheduler.h"
 #include "platform/string_catalogue.h"
@@ -16,22 +15,7 @@ namespace ombrik {
 
 namespace fs = std::filesystem;
 
-namespace {
-
 constexpr std::uintmax_t kMaxPackText = 256ull << 20;
-
-std::optional<std::string> readPackText(const fs::path& file) {
-  std::error_code ec;
-  if (!fs::is_regular_file(file, ec)) return std::nullopt;
-  if (const auto size = fs::file_size(file, ec); ec || size > kMaxPackText) return std::nullopt;
-  std::ifstream in(file, std::ios::binary);
-  std::ostringstream ss;
-  if (in) ss << in.rdbuf();
-  if (!in) return std::nullopt;
-  return ss.str();
-}
-
-}  // namespace
 
 void AppModel::packWorld(const Uuid& id) {
   saveCurrentBatch();
@@ -91,7 +75,7 @@ std::optional<Uuid> AppModel::unpackWorldPanel() {
 
 std::optional<Uuid> AppModel::unpackWorld(const fs::path& url) {
   std::string why;
-  const auto text = readPackText(url / worldpack::kFileName);
+  const auto text = readBoundedFile(url / worldpack::kFileName, kMaxPackText);
   const auto pack = text ? worldpack::decode(*text, &why) : std::nullopt;
   if (!pack) {
     _status = worldpack::unreadableStatus(url);
