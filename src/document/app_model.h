@@ -25,6 +25,7 @@
 #include "graph/picture.h"
 #include "graph/uuid.h"
 #include "graph/world_group.h"
+#include "groups/node_group.h"
 #include "editorial/render_queue.h"
 #include "tracking/roto_state.h"
 
@@ -217,6 +218,26 @@ public:
   void keyerClear(const Uuid& id);
   Node* nodeByID(const Uuid& id);
   const Node* nodeByID(const Uuid& id) const;
+
+  // ---- groups (app_model_groups.cpp; the algorithms in src/groups)
+  std::vector<OpenGroup> _openGroups;  // groups of the open world opened in place, framed in the editor
+  // Folds the nodes into one group node (with the id `keep` when given); nothing, with the reason
+  // in the status, when the selection can't be folded.
+  std::optional<Uuid> collapse(const std::set<Uuid>& ids, const std::string& name, std::optional<Uuid> keep,
+                               const std::vector<GroupControl>& controls, const std::string& info,
+                               const std::string& author);
+  std::optional<Uuid> mergeSelection(const std::string& name);    // the selection, media and output left out
+  std::optional<Uuid> compileWholeTree(const std::string& name);  // everything between media and output
+  // Opens a group in place (its nodes back in the graph, framed), or with `permanent` dissolves it.
+  void expandGroup(const Uuid& id, bool permanent);
+  void closeGroup(const Uuid& id);  // an open group folded again, with the nodes dropped in its frame
+  void groupKey();       // Ctrl+G: closes the open group of the selection, else folds the selection
+  void dissolveGroup();  // Ctrl+Alt+G
+  void renameGroup(const Uuid& id, const std::string& name);
+  void setGroupControls(const Uuid& id, const std::vector<GroupControl>& controls);
+  // A node among `nodes` or inside their groups at any depth.
+  static const Node* innerNode(const Uuid& id, const std::vector<Node>& nodes);
+
 
   // ---- the project file (app_model_project.cpp)
   std::optional<std::filesystem::path> _projectURL;  // none: an untitled project

@@ -393,6 +393,7 @@ void AppModel::buildDefaultGraph() {
                           {NodeKind::glow(), {730, 110}},  {NodeKind::grain(), {930, 110}},  {NodeKind::output(), {1130, 110}},
                           {NodeKind::mask(), {130, 290}}};
   _nodes.clear();
+  _openGroups.clear();
   _edges.clear();
   std::map<Uuid, Point> positions;
   std::vector<Uuid> ids;

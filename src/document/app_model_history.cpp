@@ -49,7 +49,7 @@ void AppModel::commitHistory() {
     return;
   }
   const SharedGraph now =
-      HistoryState::capture(_nodes, _edges, layout.positions(), history.stable ? &*history.stable : nullptr);
+      HistoryState::capture(_nodes, _edges, layout.positions(), _openGroups, history.stable ? &*history.stable : nullptr);
   if (!history.stable) {
     history.stable = now;
     return;
@@ -71,6 +71,7 @@ void AppModel::endGesture() {
 void AppModel::apply(const SharedGraph& state) {
   const GraphSnapshot s = state.snapshot();
   layout.replaceAll(s.positions);
+  _openGroups = state.openGroups;
   _edges = s.edges;
   storedEdges();
   _nodes = s.nodes;
@@ -88,7 +89,7 @@ void AppModel::apply(const SharedGraph& state) {
 void AppModel::step(std::vector<SharedGraph>& from, std::vector<SharedGraph>& to) {
   SharedGraph target = std::move(from.back());
   from.pop_back();
-  to.push_back(HistoryState::capture(_nodes, _edges, layout.positions(), &target));
+  to.push_back(HistoryState::capture(_nodes, _edges, layout.positions(), _openGroups, &target));
   apply(target);
 }
 
@@ -125,7 +126,7 @@ void AppModel::resetHistory() {
   history.pending.reset();
   history.undo.clear();
   history.redo.clear();
-  history.stable = HistoryState::capture(_nodes, _edges, layout.positions(), nullptr);
+  history.stable = HistoryState::capture(_nodes, _edges, layout.positions(), _openGroups, nullptr);
 }
 
 void AppModel::pushWorldUndo(const std::string& label) {

@@ -4,6 +4,7 @@
 
 #include "document/app_model.h"
 #include "document/key_anim.h"
+#include "groups/node_group.h"
 
 namespace ombrik {
 
@@ -58,7 +59,12 @@ Node AppModel::resolved(const Node& node) const {
     r.maskSolo = roto.maskIsolate && isSelected(node.id) && !rendering;
     return r;
   }
-  return animated(node);
+  Node r = animated(node);
+  if (r.group) {  // the inner nodes at this frame too: their own keys and masks
+    NodeGroup& g = r.group.mutate();
+    for (auto& inner : g.nodes) inner = resolved(inner);
+  }
+  return r;
 }
 
 double AppModel::currentValue(std::size_t nodeIndex, const std::string& key) const {

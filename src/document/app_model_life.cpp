@@ -114,6 +114,7 @@ void AppModel::newProject() {
   _nodes.clear();
   _edges.clear();
   layout.replaceAll({});
+  _openGroups.clear();
   _folders.clear();
   timelinesJSON_.reset();
   _worldGroups.clear();

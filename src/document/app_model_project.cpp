@@ -112,6 +112,7 @@ bool AppModel::load(const fs::path& url) {
   _nodes = show->nodes;
   _edges = show->edges;
   layout.replaceAll(show->positions);
+  _openGroups = show->openGroups;
   _selected.reset();
   _selection.clear();
   _viewedNode.reset();

@@ -30,7 +30,7 @@ void AppModel::saveCurrentBatch() {
   world->nodes = _nodes;
   world->edges = _edges;
   world->positions = layout.positions();
-  // Open node groups are kept in the Batch until the editor holds them live.
+  world->openGroups = _openGroups;
   if (auto out = outputNode())
     if (auto thumb = nodeThumbs.find(*out); thumb != nodeThumbs.end()) world->thumb = thumb->second;
 }
@@ -53,6 +53,7 @@ void AppModel::openBatch(const Uuid& id) {
     _selection.clear();
     _viewedNode.reset();
     layout.replaceAll(world.positions);
+    _openGroups = world.openGroups;
     _edges = world.edges;
     storedEdges();
     _nodes = world.nodes;

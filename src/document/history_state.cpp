@@ -18,12 +18,14 @@ bool SharedGraph::operator==(const SharedGraph& o) const {
   for (std::size_t i = 0; i < nodes.size(); ++i)
     if (nodes[i] != o.nodes[i] && !(*nodes[i] == *o.nodes[i])) return false;
   auto same = [](const auto& a, const auto& b) { return a == b || (a && b && *a == *b); };
-  return same(edges, o.edges) && same(positions, o.positions);
+  return same(edges, o.edges) && same(positions, o.positions) && openGroups == o.openGroups;
 }
 
 SharedGraph HistoryState::capture(const std::vector<Node>& nodes, const std::vector<Edge>& edges,
-                                  const std::map<Uuid, Point>& positions, const SharedGraph* like) {
+                                  const std::map<Uuid, Point>& positions,
+                                  const std::vector<OpenGroup>& openGroups, const SharedGraph* like) {
   SharedGraph g;
+  g.openGroups = openGroups;
   std::unordered_map<Uuid, const std::shared_ptr<const Node>*> before;
   if (like)
     for (const auto& n : like->nodes) before.emplace(n->id, &n);

@@ -20,6 +20,7 @@ struct SharedGraph {
   std::vector<std::shared_ptr<const Node>> nodes;
   std::shared_ptr<const std::vector<Edge>> edges;
   std::shared_ptr<const std::map<Uuid, Point>> positions;
+  std::vector<OpenGroup> openGroups;  // undoing a group's opening must take its frame away too
 
   GraphSnapshot snapshot() const;
   bool operator==(const SharedGraph& o) const;  // deep, with pointer shortcuts
@@ -38,7 +39,8 @@ struct HistoryState {
 
   // The live graph as a state, reusing the nodes, edges and positions of `like` that are equal.
   static SharedGraph capture(const std::vector<Node>& nodes, const std::vector<Edge>& edges,
-                             const std::map<Uuid, Point>& positions, const SharedGraph* like);
+                             const std::map<Uuid, Point>& positions, const std::vector<OpenGroup>& openGroups,
+                             const SharedGraph* like);
 };
 
 // Heavy operations on worlds keep whole-project states of their own, at most 10.

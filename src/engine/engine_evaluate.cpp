@@ -3,6 +3,7 @@
 
 #include "engine/engine.h"
 #include "engine/engine_eval_state.h"
+#include "groups/group_flatten.h"
 
 namespace ombrik {
 
@@ -15,7 +16,12 @@ bool isMatteKind(const Node* n) { return n && n->kind && n->kind->makesMatte(); 
 
 void Engine::evaluate(const std::vector<Node>& nodes, const std::vector<Edge>& edges, float time,
                       std::optional<Uuid> ignoreMatte) {
-  // Group nodes are flattened before the engine sees a graph; there are none to flatten yet.
+  // Groups become plain nodes first, so nothing below ever meets one.
+  if (holdsGroups(nodes)) {
+    const FlatGraph flat = flattenGroups(nodes, edges);
+    evaluate(flat.nodes, flat.edges, time, ignoreMatte);
+    return;
+  }
   evalTime = time;
   ++evalCount;
   outputs.clear();

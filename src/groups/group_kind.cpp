@@ -15,8 +15,7 @@ KindRef NodeKind::group(const std::string& name, const NodeGroup& g) {
   for (std::size_t i = 0; i < g.controls.size(); ++i) {
     const GroupControl& c = g.controls[i];
     ParamSpec spec;
-    spec.key = "c";  // appended, not concatenated: GCC 12 misreports "c" + string as overlapping
-    spec.key += std::to_string(i);
+    spec.key = controlKey(i);
     spec.label.raw = c.label;
     for (const auto& n : g.nodes) {
       if (n.id != c.node) continue;

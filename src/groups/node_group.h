@@ -45,6 +45,13 @@ struct NodeGroup {
   bool operator==(const NodeGroup&) const = default;
 };
 
+// The key of control i on the group node: "c0", "c1"…
+inline std::string controlKey(std::size_t i) {
+  std::string key = "c";  // appended, not concatenated: GCC 12 misreports "c" + string as overlapping
+  key += std::to_string(i);
+  return key;
+}
+
 // A group whose nodes are back in the graph, framed in the schematic.
 struct OpenGroup {
   Uuid id;
