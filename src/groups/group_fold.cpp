@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <map>
 
-#include "graph/localized.h"
 
 namespace ombrik {
 
@@ -58,7 +57,9 @@ std::vector<GroupInput> inputsOf(const GraphSnapshot& graph, const std::vector<N
   std::map<std::string, int> seen;
   for (std::size_t i : order) {
     const PortSpec* p = portOf(members, targets[i].front());
-    std::string name = p ? p->name : Localized{"Entrée"}.value();
+    // Stored as written, not translated: "Entrée" is also the Enter key in the catalogue, and
+    // the project file shouldn't depend on the language it was saved in.
+    std::string name = p ? p->name : std::string("Entrée");
     if (int n = ++seen[name]; n > 1) name += " " + std::to_string(n);
     inputs.push_back({name, p && p->isMatte, targets[i]});
     sorted.push_back(sources[i]);
