@@ -1,5 +1,6 @@
 #include "groups/group_flatten.h"
 
+#include <deque>
 #include <unordered_map>
 
 namespace ombrik {
@@ -26,50 +27,53 @@ std::vector<Node> innerWithControls(const Node& groupNode) {
   return inner;
 }
 
-void flattenInto(const std::vector<Node>& nodes, const std::vector<Edge>& edges, FlatGraph& out) {
-  std::unordered_map<Uuid, const Node*> groups;
+struct Flattening {
+  FlatGraph out;
+  std::unordered_map<Uuid, const Node*> groups;  // every group met so far, at any depth
+  std::deque<Node> held;                          // the group nodes those point at
+};
+
+// A wire into `to`; into a group, it goes on to the ports the group's input feeds, and further
+// down when one of those is a group again.
+void route(Flattening& f, const Uuid& id, const Uuid& from, int fromPort, const Uuid& to, int port) {
+  auto it = f.groups.find(to);
+  if (it == f.groups.end()) {
+    f.out.edges.push_back(Edge{id, from, to, port, fromPort});
+    return;
+  }
+  const Node& g = *it->second;
+  if (g.bypass) {  // a bypassed group passes its first input, like any bypassed node
+    if (port == 0) f.out.edges.push_back(Edge{id, from, to, 0, fromPort});
+    return;
+  }
+  if (port < 0 || port >= int(g.group->inputs.size())) return;
+  for (const GroupTarget& t : g.group->inputs[std::size_t(port)].targets)
+    route(f, Uuid::generate(), from, fromPort, t.node, t.port);
+}
+
+void flattenInto(const std::vector<Node>& nodes, const std::vector<Edge>& edges, Flattening& f) {
   for (const auto& n : nodes) {
     if (!n.group) {
-      out.nodes.push_back(n);
+      f.out.nodes.push_back(n);
       continue;
     }
-    groups[n.id] = &n;
-    out.nodes.emplace_back(NodeKind::dot(), n.id);
-    if (n.bypass) continue;
-    const std::vector<Node> inner = innerWithControls(n);
-    if (holdsGroups(inner)) {
-      flattenInto(inner, n.group->edges, out);
-    } else {
-      out.nodes.insert(out.nodes.end(), inner.begin(), inner.end());
-      out.edges.insert(out.edges.end(), n.group->edges.begin(), n.group->edges.end());
-    }
-    out.edges.push_back(Edge{Uuid::generate(), n.group->output, n.id, 0, 0});
+    const Node& g = f.held.emplace_back(n);
+    f.groups[g.id] = &g;
+    f.out.nodes.emplace_back(NodeKind::dot(), g.id);
+    if (g.bypass) continue;
+    flattenInto(innerWithControls(g), g.group->edges, f);
+    f.out.edges.push_back(Edge{Uuid::generate(), g.group->output, g.id, 0, 0});
   }
-  for (const auto& e : edges) {
-    auto it = groups.find(e.to);
-    if (it == groups.end()) {
-      out.edges.push_back(e);
-      continue;
-    }
-    const Node& g = *it->second;
-    if (g.bypass) {
-      if (e.port == 0) out.edges.push_back(Edge{e.id, e.from, e.to, 0, e.fromPort});
-      continue;
-    }
-    if (e.port < 0 || e.port >= int(g.group->inputs.size())) continue;
-    for (const GroupTarget& t : g.group->inputs[std::size_t(e.port)].targets)
-      out.edges.push_back(Edge{Uuid::generate(), e.from, t.node, t.port, e.fromPort});
-  }
+  for (const auto& e : edges) route(f, e.id, e.from, e.fromPort, e.to, e.port);
 }
 
 }  // namespace
 
 FlatGraph flattenGroups(const std::vector<Node>& nodes, const std::vector<Edge>& edges) {
   if (!holdsGroups(nodes)) return {nodes, edges};
-  FlatGraph out;
-  out.nodes.reserve(nodes.size());
-  flattenInto(nodes, edges, out);
-  return out;
+  Flattening f;
+  flattenInto(nodes, edges, f);
+  return std::move(f.out);
 }
 
 std::vector<Uuid> allGroupIDs(const NodeGroup& group) {

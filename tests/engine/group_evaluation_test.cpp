@@ -85,11 +85,13 @@ TEST_F(GroupEvaluation, FoldedNodesGiveThePicturesOfTheFlatGraph) {
   const Folded outer = foldGroup(twice, {{c.color, *inner.id, c.xform}, "Dehors", {}, {}, "", ""});
   ASSERT_TRUE(outer.id) << outer.refusal;
   ASSERT_EQ(twice.nodes.size(), 3u);  // media, output, the outer group
+  GraphSnapshot direct = once;  // the outer group's input feeds the inner group itself
+  ASSERT_TRUE(foldGroup(direct, {{*inner.id, c.xform}, "Direct", {}, {}, "", ""}).id);
 
   struct Case {
     const char* name;
     const GraphSnapshot* graph;
-  } cases[] = {{"one group", &once}, {"nested", &twice}};
+  } cases[] = {{"one group", &once}, {"nested", &twice}, {"input into a nested group", &direct}};
   for (const auto& k : cases) EXPECT_EQ(render(*k.graph, c.output, mediaID), flat) << k.name;
 
   // Through the stored form of a world.
