@@ -4,7 +4,7 @@
 
 namespace ombrik {
 
-std::string Localized::value() const { return tr(raw); }
+std::string Localized::value() const { return verbatim ? raw : tr(raw); }
 
 std::vector<std::string> LocalizedList::value() const {
   std::vector<std::string> out;

@@ -7,6 +7,7 @@ namespace ombrik {
 
 struct Localized {
   std::string raw;
+  bool verbatim = false;      // the user's own words (a group's name): never looked up
   std::string value() const;  // the translation in the running language, else raw
   bool operator==(const Localized&) const = default;
 };

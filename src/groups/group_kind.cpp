@@ -1,13 +1,14 @@
 // The kind of a group node, built from the group itself.
 #include "graph/node_kind.h"
 #include "groups/node_group.h"
+#include "platform/string_catalogue.h"
 
 namespace ombrik {
 
 KindRef NodeKind::group(const std::string& name, const NodeGroup& g) {
   auto k = std::make_shared<NodeKind>();
   k->id = "group";
-  k->title.raw = name;
+  k->title = {name, true};
   k->tag.raw = "Groupe";
   k->category.raw = "Mes nodes";
   k->tintHex = 0x8E9198;
@@ -32,7 +33,8 @@ KindRef NodeKind::group(const std::string& name, const NodeGroup& g) {
     if (!contents.empty()) contents += " → ";
     contents += n.kind ? n.kind->title.value() : std::string("?");
   }
-  k->info.raw = (g.info.empty() ? Localized{"Node fusionné"}.value() : g.info) + " · Contient : " + contents + ".";
+  // Put together in the running language, once: the joined text isn't a catalogue key.
+  k->info = {(g.info.empty() ? tr("Node fusionné") : g.info) + tr(" · Contient : ") + contents + ".", true};
   k->hint.raw = "Double-clic : ouvrir le groupe (ses nodes reviennent dans le graphe) · ⌘G : le refermer · ⌘⌥G : le défaire.";
   k->hasOutput = true;
   return KindRef(std::move(k));

@@ -13,7 +13,12 @@ KindRef userKind(const std::string& kernel, const std::vector<std::pair<std::str
   k->id = "user." + kernel;
   k->kernel = kernel;
   k->params.clear();
-  for (const auto& [key, def] : params) k->params.push_back(ParamSpec{key, {key}, -10, 10, def, 0.01, "", false, {}});
+  for (const auto& [key, def] : params) {
+    ParamSpec spec;
+    spec.key = spec.label.raw = key;
+    spec.min = -10, spec.max = 10, spec.def = def, spec.step = 0.01;
+    k->params.push_back(spec);
+  }
   return KindRef(k);
 }
 
