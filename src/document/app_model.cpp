@@ -36,7 +36,8 @@ void AppModel::startExampleWorld() {
 }
 
 AppModel::AppModel(const Options& options)
-    : scheduler_(options.scheduler ? options.scheduler : makeEventLoopScheduler()),
+    : userNodes(options.userNodesDir ? *options.userNodesDir : AppPaths::shared().support / "Nodes"),
+      scheduler_(options.scheduler ? options.scheduler : makeEventLoopScheduler()),
       defaults_(options.defaultsFile.empty() ? std::make_unique<UserDefaults>()
                                              : std::make_unique<UserDefaults>(options.defaultsFile)),
       dialogs_(options.dialogs),
@@ -48,6 +49,10 @@ AppModel::AppModel(const Options& options)
     engine = Engine::create(&error);
     if (!engine) _status = "GPU indisponible : " + error;
   }
+  // The library before any project, whose nodes may be the library's.
+  userNodes.loadAll(userKernelCompiler());
+  if (const std::string report = UserNodes::report(userNodes.problems()); !report.empty())
+    _status = _status.empty() ? report : _status + " · " + report;
   // The example world of a development tree needs graph editing and the sample picture;
   // until they exist every start is the blank world, marked placeholder when installed.
   _compareStyle = std::clamp(defaults_->integer("compareStyle"), 0, 2);

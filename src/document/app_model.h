@@ -26,6 +26,7 @@
 #include "graph/uuid.h"
 #include "graph/world_group.h"
 #include "groups/node_group.h"
+#include "groups/user_nodes.h"
 #include "editorial/render_queue.h"
 #include "tracking/roto_state.h"
 
@@ -71,6 +72,7 @@ public:
     std::shared_ptr<Dialogs> dialogs = nullptr;       // file panels and alerts
     std::optional<std::filesystem::path> dataDir = {};  // default: the program's data folder
     std::function<void()> relaunch = nullptr;          // starts a new instance and ends this one
+    std::optional<std::filesystem::path> userNodesDir = {};  // default: support/Nodes
   };
   static Options processOptions();
 
@@ -181,7 +183,6 @@ public:
   bool _quickAddVisible = false;
   static constexpr double kNodeRadius = 36;  // the drawn node's radius in the editor
 
-  static Node newNode(const KindRef& kind) { return Node(kind); }
   Uuid addNode(const KindRef& kind, Point at);
   void addEffect(const KindRef& kind);
   void quickAdd(const KindRef& kind);
@@ -238,6 +239,22 @@ public:
   // A node among `nodes` or inside their groups at any depth.
   static const Node* innerNode(const Uuid& id, const std::vector<Node>& nodes);
 
+  // ---- the user node library (app_model_user_nodes.cpp; the library in src/groups)
+  UserNodes userNodes;  // "Mes nodes", read from its folder when the model starts
+  // A node of `kind`; a saved group's kind gives a group node with inner ids of its own.
+  Node newNode(const KindRef& kind) const;
+  void saveGroupToLibrary(const Uuid& id);
+  std::optional<UserNodeDef> groupDef(const Uuid& id) const;  // the same, for export only: nothing registered
+  void revertUserNode(const std::string& id, int n);
+  void deleteUserNode(const std::string& id);  // placed nodes keep working until the program quits
+  void exportUserNode(const UserNodeDef& def);
+  void importOmbrikPanel();
+  // Into the library, then placed at `at` in the graph, else behind the selection.
+  void importOmbrik(const std::filesystem::path& url, std::optional<Point> at = std::nullopt);
+  // The definitions the project's nodes use, in any world and inside groups, sorted by name.
+  std::vector<UserNodeDef> usedUserDefs() const;
+  // The engine's compiler for code nodes; none without an engine (they register uncompiled).
+  UserNodes::Compile userKernelCompiler();
 
   // ---- the project file (app_model_project.cpp)
   std::optional<std::filesystem::path> _projectURL;  // none: an untitled project
@@ -574,7 +591,7 @@ private:
   std::filesystem::path dataDir_;
   std::function<void()> relaunch_;
   bool installed_ = false;
-  std::optional<std::string> timelinesJSON_, userNodesJSON_;  // carried until their features exist
+  std::optional<std::string> timelinesJSON_;  // carried until timelines exist
   std::optional<Scheduler::Token> pumpTimer_;
   std::optional<Scheduler::Token> fullRenderTimer_;  // the full render after a lean one
   double lastDragRender_ = -1e9;

@@ -7,7 +7,7 @@
 #include "engine/engine.h"
 #include "engine/source_picture.h"
 #include "graph/edge_index.h"
-#include "groups/node_group.h"
+#include "groups/fresh_ids.h"
 
 namespace ombrik {
 
@@ -279,23 +279,7 @@ void AppModel::pasteNodes(Point offset) {
   for (const auto& original : copiedNodes) {
     Node copy = original;
     copy.id = Uuid::generate();
-    if (copy.group) {  // inner ids are new too, so two copies share nothing
-      std::unordered_map<Uuid, Uuid> inner;
-      NodeGroup& g = copy.group.mutate();
-      for (auto& n : g.nodes) n.id = inner[n.id] = Uuid::generate();
-      auto map = [&](const Uuid& x) {
-        auto it = inner.find(x);
-        return it == inner.end() ? x : it->second;
-      };
-      for (auto& e : g.edges) e = Edge{Uuid::generate(), map(e.from), map(e.to), e.port, e.fromPort};
-      std::map<Uuid, Point> positions;
-      for (const auto& [k, p] : g.positions) positions[map(k)] = p;
-      g.positions = positions;
-      for (auto& in : g.inputs)
-        for (auto& t : in.targets) t.node = map(t.node);
-      for (auto& c : g.controls) c.node = map(c.node);
-      g.output = map(g.output);
-    }
+    if (copy.group) copy.group = fresh(*copy.group);  // inner ids are new too, so two copies share nothing
     ids[original.id] = copy.id;
     const Point at = layout.position(original.id).value_or(Point{0, 0});
     layout.set(copy.id, {at.x + offset.x, at.y + offset.y});

@@ -56,21 +56,29 @@ void AppModel::scanInbox() {
 }
 
 void AppModel::importFromFinder(const std::vector<fs::path>& urls) {
-  // A world pack is recognised by its world file and comes back whole, not as loose rushes.
+  // A world pack is recognised by its world file and comes back whole, not as loose rushes; a
+  // user node (".ombrik") goes to the library.
   std::vector<fs::path> loose;
   std::error_code ec;
-  bool unpacked = false;
+  bool handled = false;
   for (const auto& url : urls) {
-    if (fs::is_regular_file(url / worldpack::kFileName, ec)) {
+    // A user node file joins the library and is placed; a pack's own world file means its pack.
+    if (url.extension() == ".ombrik" && url.filename() != worldpack::kFileName) {
+      importOmbrik(url);
+      handled = true;
+      continue;
+    }
+    const fs::path pack = url.filename() == worldpack::kFileName ? url.parent_path() : url;
+    if (fs::is_regular_file(pack / worldpack::kFileName, ec)) {
       if (_isPlaying) stopPlayback();
       _worldView = true;
-      unpackWorld(url);
-      unpacked = true;
+      unpackWorld(pack);
+      handled = true;
     } else {
       loose.push_back(url);
     }
   }
-  if (unpacked && loose.empty()) return;
+  if (handled && loose.empty()) return;
   const auto media = expandMedia(loose);
   std::set<fs::path> inProject;  // each file of the project resolved once
   for (const auto& m : _media)
@@ -82,7 +90,7 @@ void AppModel::importFromFinder(const std::vector<fs::path>& urls) {
     else fresh.push_back(url);
   }
   if (fresh.empty()) {
-    if (unpacked) return;  // the pack's own status stands
+    if (handled) return;  // the pack's or the import's own status stands
     _status = media.empty() ? "Finder : aucun rush reconnu (vidéos .mov, .mp4, .mxf… ou images)."
                             : "Finder : rien de nouveau · " + std::to_string(known) + " déjà dans le projet";
     return;

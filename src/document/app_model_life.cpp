@@ -119,7 +119,6 @@ void AppModel::newProject() {
   timelinesJSON_.reset();
   _worldGroups.clear();
   _openGroup.reset();
-  userNodesJSON_.reset();
   _confidential = false;
   _projectURL.reset();
   _selected.reset();

@@ -26,7 +26,7 @@ ProjectFile AppModel::makeFile() {
   if (!_folders.empty()) f.folders = _folders;
   f.timelinesJSON = timelinesJSON_;
   f.groups = _worldGroups;
-  f.userNodesJSON = userNodesJSON_;
+  if (const auto used = usedUserDefs(); !used.empty()) f.userNodesJSON = encodeUserNodeDefs(used);
   f.confidential = _confidential;
   return f;
 }
@@ -63,9 +63,24 @@ bool AppModel::load(const fs::path& url) {
   const auto read = readBoundedFile(url, kMaxProject, &why);
   if (!read) return refuse(why);
   const std::string& text = *read;
-  auto file = ProjectCodec::decode(text, &why);
+  // The user nodes the file carries name kinds its worlds use: the library's own come first.
+  std::vector<UserNodeDef> carried;
+  auto kindsFor = [&](const std::optional<std::string>& userNodesJSON) -> KindLookup {
+    if (userNodesJSON) carried = decodeUserNodeDefs(*userNodesJSON);
+    auto own = std::make_shared<std::map<std::string, KindRef, std::less<>>>();
+    for (const auto& d : carried) (*own)[d.id] = d.kind();
+    return [this, own](std::string_view id) {
+      if (KindRef k = userNodes.kind(id)) return k;
+      auto it = own->find(id);
+      return it == own->end() ? KindRef() : it->second;
+    };
+  };
+  auto file = ProjectCodec::decode(text, &why, kindsFor);
   if (!file) return refuse(why.empty() ? "contenu invalide" : why);
   if (file->batches.empty()) return refuse("aucun monde");
+  // What the library lacks joins it, so that the project's nodes work here and in later projects.
+  for (const auto& def : carried)
+    if (!userNodes.known(def.id)) userNodes.register_(def, userKernelCompiler(), true);
 
   // Media that can't be opened stay in the file; each is told with its reason.
   std::vector<MediaRef> missing;
@@ -98,7 +113,6 @@ bool AppModel::load(const fs::path& url) {
   timelinesJSON_ = file->timelinesJSON;
   _worldGroups = file->groups;
   _openGroup.reset();
-  userNodesJSON_ = file->userNodesJSON;
   _confidential = file->confidential;
 
   // The world shown: the current one unless it is a placeholder, else the first real one.

@@ -131,6 +131,7 @@ bool AppModel::recoverEngine() {
   if (engine)
     for (const auto& [id, picture] : engine->sources()) fresh->addSource(picture, id);
   engine = std::move(fresh);
+  userNodes.compileAll(userKernelCompiler());  // the user's kernels were the old engine's
   _status = "Erreur GPU (" + reason + ") : le rendu continue sur le processeur.";
   return true;
 }

@@ -76,7 +76,7 @@ std::optional<Uuid> AppModel::unpackWorldPanel() {
 std::optional<Uuid> AppModel::unpackWorld(const fs::path& url) {
   std::string why;
   const auto text = readBoundedFile(url / worldpack::kFileName, kMaxPackText);
-  const auto pack = text ? worldpack::decode(*text, &why) : std::nullopt;
+  const auto pack = text ? worldpack::decode(*text, &why, userNodes.lookup()) : std::nullopt;
   if (!pack) {
     _status = worldpack::unreadableStatus(url);
     return std::nullopt;
@@ -97,7 +97,7 @@ std::optional<Uuid> AppModel::unpackWorld(const fs::path& url) {
     ids[ref.id.toString()] = id.toString();
   }
   for (const Uuid& old : worldpack::nodeIDs(pack->batch)) ids[old.toString()] = Uuid::generate().toString();
-  auto fresh = worldpack::decode(worldpack::replaceIds(*text, ids), &why);
+  auto fresh = worldpack::decode(worldpack::replaceIds(*text, ids), &why, userNodes.lookup());
   if (!fresh) {  // can't happen to a text that decoded, but a pack is outside input
     _status = worldpack::unreadableStatus(url);
     return std::nullopt;

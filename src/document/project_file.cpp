@@ -235,8 +235,8 @@ TrackerPt trackerFrom(const json& j) {
 }
 
 json nodeJ(const Node& n);
-// `depth`: how many groups hold the node.
-std::optional<Node> nodeFrom(const json& j, int depth);
+// `depth`: how many groups hold the node; `kinds`: the kinds beyond the catalogue.
+std::optional<Node> nodeFrom(const json& j, int depth, const KindLookup& kinds);
 
 // Edges are stored without their id (reading gives new ones); positions by UUID text.
 json edgesJ(const std::vector<Edge>& edges) {
@@ -268,8 +268,7 @@ std::map<Uuid, Point> positionsFrom(const json& o) {  // bad keys and short arra
 }
 
 // A group's stored form: its inner graph, ports, controls, and the values of its controls.
-json groupRefJ(const Node& n) {
-  const NodeGroup& g = *n.group;
+json groupRefJ(const NodeGroup& g, const std::string& name, const std::map<std::string, double>& params) {
   json nodes = json::array();
   for (const auto& inner : g.nodes) nodes.push_back(nodeJ(inner));
   json inputs = json::array();
@@ -280,24 +279,29 @@ json groupRefJ(const Node& n) {
   }
   json controls = json::array();
   for (const auto& c : g.controls) controls.push_back({{"node", c.node.toString()}, {"key", c.key}, {"label", c.label}});
-  json j = {{"name", n.kind->title.raw}, {"nodes", nodes}, {"edges", edgesJ(g.edges)}, {"positions", positionsJ(g.positions)},
+  json j = {{"name", name}, {"nodes", nodes}, {"edges", edgesJ(g.edges)}, {"positions", positionsJ(g.positions)},
             {"inputs", inputs},          {"output", g.output.toString()}, {"controls", controls}};
   if (!g.info.empty()) j["info"] = g.info;
   if (!g.author.empty()) j["author"] = g.author;
   json values = json::object();
-  for (const auto& [k, v] : n.params)
+  for (const auto& [k, v] : params)
     if (k.size() > 1 && k[0] == 'c' && std::all_of(k.begin() + 1, k.end(), ::isdigit)) values[k] = v;
   if (!values.empty()) j["values"] = values;
   return j;
 }
 
-std::optional<std::pair<std::string, NodeGroup>> groupFrom(const json& j, int depth) {
+// Without its output among the nodes read (an unknown kind drops a node) the group is unreadable.
+StoredGroup groupFrom(const json& j, int depth, const KindLookup& kinds) {
   NodeGroup g;
   const std::string name = text(field(j, "name"));
   for (const auto& n : array(field(j, "nodes")))
-    if (auto node = nodeFrom(n, depth + 1)) g.nodes.push_back(std::move(*node));
-  g.edges = edgesFrom(field(j, "edges"));
-  g.positions = positionsFrom(field(j, "positions"));
+    if (auto node = nodeFrom(n, depth + 1, kinds)) g.nodes.push_back(std::move(*node));
+  std::set<Uuid> alive;
+  for (const auto& n : g.nodes) alive.insert(n.id);
+  for (const auto& e : edgesFrom(field(j, "edges")))
+    if (alive.count(e.from) && alive.count(e.to)) g.edges.push_back(e);
+  for (const auto& [id, p] : positionsFrom(field(j, "positions")))
+    if (alive.count(id)) g.positions[id] = p;
   for (const auto& in : array(field(j, "inputs"))) {
     GroupInput input{text(field(in, "name")), boolean(field(in, "isMatte")), {}};
     for (const auto& t : array(field(in, "targets"))) input.targets.push_back({uuid(field(t, "node")), int32(field(t, "port"))});
@@ -308,7 +312,11 @@ std::optional<std::pair<std::string, NodeGroup>> groupFrom(const json& j, int de
     g.controls.push_back({uuid(field(c, "node")), text(field(c, "key")), text(field(c, "label"))});
   if (auto* v = optField(j, "info")) g.info = text(*v);
   if (auto* v = optField(j, "author")) g.author = text(*v);
-  return std::pair{name, g};
+  if (std::none_of(g.nodes.begin(), g.nodes.end(), [&](const Node& n) { return n.id == g.output; }))
+    throw Unreadable("sortie du groupe absente");
+  std::map<std::string, double> values;
+  if (auto* v = optField(j, "values")) values = paramsOf(*v);
+  return {name, std::move(g), std::move(values)};
 }
 
 json openGroupJ(const OpenGroup& g) {
@@ -398,7 +406,7 @@ json nodeJ(const Node& n) {
     j["masks"] = masks;
     j["maskIndex"] = n.maskIndex;
   }
-  if (n.group) j["group"] = groupRefJ(n);
+  if (n.group) j["group"] = groupRefJ(*n.group, n.kind->title.raw, n.params);
   if (!n.anim.empty()) {
     json anim = json::object();
     for (const auto& [key, ks] : n.anim) {
@@ -411,7 +419,7 @@ json nodeJ(const Node& n) {
   return j;
 }
 
-std::optional<Node> nodeFrom(const json& j, int depth) {
+std::optional<Node> nodeFrom(const json& j, int depth, const KindLookup& kinds) {
   const Uuid id = uuid(field(j, "id"));
   const std::string& kindID = text(field(j, "kind"));
   KindRef groupKind;
@@ -419,18 +427,20 @@ std::optional<Node> nodeFrom(const json& j, int depth) {
   if (kindID == "group")
     if (auto* g = optField(j, "group")) {
       if (depth >= kMaxGroupDepth) throw GroupsTooDeep();
-      std::optional<std::pair<std::string, NodeGroup>> parsed;
+      std::optional<StoredGroup> parsed;
       try {
-        parsed = groupFrom(*g, depth);
+        parsed = groupFrom(*g, depth, kinds);
       } catch (const Unreadable&) {  // a group that doesn't convert gives no group
       }
       if (parsed) {
-        group = parsed->second;
-        groupKind = NodeKind::group(parsed->first.empty() ? "Groupe" : parsed->first, *group);
+        group = parsed->group;
+        groupKind = NodeKind::group(parsed->name.empty() ? "Groupe" : parsed->name, *group);
       }
     }
   // An unknown kind (a group without its graph among them) drops the node, and its edges with it.
-  const KindRef* kind = groupKind ? &groupKind : NodeKind::find(kindID);
+  const KindRef* builtIn = NodeKind::find(kindID);
+  const KindRef found = groupKind ? groupKind : builtIn ? *builtIn : kinds ? kinds(kindID) : KindRef();
+  const KindRef* kind = found ? &found : nullptr;
   const auto params = paramsOf(field(j, "params"));
   const bool bypass = boolean(field(j, "bypass"));
   const auto track = frames<MaskKey>(field(j, "track"), maskKey);
@@ -539,13 +549,13 @@ json batchJ(const Batch& b) {
   return j;
 }
 
-Batch batchFrom(const json& j) {
+Batch batchFrom(const json& j, const KindLookup& kinds) {
   Batch b;
   b.id = uuid(field(j, "id"));
   b.name = text(field(j, "name"));
   if (auto* v = optField(j, "placeholder")) b.placeholder = boolean(*v);
   for (const auto& n : array(field(j, "nodes")))
-    if (auto node = nodeFrom(n, 0)) b.nodes.push_back(std::move(*node));
+    if (auto node = nodeFrom(n, 0, kinds)) b.nodes.push_back(std::move(*node));
 
   for (auto& n : b.nodes)  // motion fields saved before their vector version existed
     if (n.kind->id == "motionvec" && !n.params.count("mvv")) {
@@ -637,7 +647,7 @@ std::optional<std::string> ProjectCodec::encode(const ProjectFile& f, std::strin
   return j.dump(2) + "\n";
 }
 
-std::optional<ProjectFile> ProjectCodec::decode(const std::string& text_, std::string* error) {
+std::optional<ProjectFile> ProjectCodec::decode(const std::string& text_, std::string* error, const KindsFor& kindsFor) {
   auto j = parseBoundedJson(text_, error);
   if (!j) return std::nullopt;
   try {
@@ -645,7 +655,10 @@ std::optional<ProjectFile> ProjectCodec::decode(const std::string& text_, std::s
     f.version = int32(field(*j, "version"));
     for (const auto& m : array(field(*j, "media")))
       f.media.push_back({uuid(field(m, "id")), text(field(m, "name")), text(field(m, "path"))});
-    for (const auto& b : array(field(*j, "batches"))) f.batches.push_back(batchFrom(b));
+    // The file's own user nodes are known before any world refers to them.
+    if (auto* v = optField(*j, "userNodes")) f.userNodesJSON = array(*v).dump();
+    const KindLookup kinds = kindsFor ? kindsFor(f.userNodesJSON) : KindLookup();
+    for (const auto& b : array(field(*j, "batches"))) f.batches.push_back(batchFrom(b, kinds));
     if (auto* v = optField(*j, "current")) f.current = uuid(*v);
     for (const auto& r : array(field(*j, "recent"))) f.recent.push_back(text(r));
     if (auto* v = optField(*j, "folders")) {
@@ -658,7 +671,6 @@ std::optional<ProjectFile> ProjectCodec::decode(const std::string& text_, std::s
         f.groups.push_back({uuid(field(g, "id")), text(field(g, "name")), std::nullopt});
         if (auto* pos = optField(g, "pos")) f.groups.back().pos = numbers(*pos);
       }
-    if (auto* v = optField(*j, "userNodes")) f.userNodesJSON = array(*v).dump();
     if (auto* v = optField(*j, "confidential")) f.confidential = boolean(*v);
     return f;
   } catch (const std::exception& e) {
@@ -669,11 +681,27 @@ std::optional<ProjectFile> ProjectCodec::decode(const std::string& text_, std::s
 
 std::string ProjectCodec::encodeBatch(const Batch& batch) { return batchJ(batch).dump(2); }
 
-std::optional<Batch> ProjectCodec::decodeBatch(const std::string& s, std::string* error) {
+std::optional<Batch> ProjectCodec::decodeBatch(const std::string& s, std::string* error, const KindLookup& kinds) {
   auto j = parseBoundedJson(s, error);
   if (!j) return std::nullopt;
   try {
-    return batchFrom(*j);
+    return batchFrom(*j, kinds);
+  } catch (const std::exception& e) {
+    if (error) *error = e.what();
+    return std::nullopt;
+  }
+}
+
+std::string ProjectCodec::encodeGroup(const NodeGroup& group, const std::string& name,
+                                      const std::map<std::string, double>& params) {
+  return groupRefJ(group, name, params).dump();
+}
+
+std::optional<StoredGroup> ProjectCodec::decodeGroup(const std::string& s, std::string* error, const KindLookup& kinds) {
+  auto j = parseBoundedJson(s, error);
+  if (!j) return std::nullopt;
+  try {
+    return groupFrom(*j, 0, kinds);
   } catch (const std::exception& e) {
     if (error) *error = e.what();
     return std::nullopt;

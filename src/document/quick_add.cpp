@@ -9,16 +9,18 @@ namespace ombrik {
 namespace {
 QString folded(const std::string& s) { return QString::fromStdString(s).toLower(); }
 
-// What can be added: every kind the categories offer, in their order.
-std::vector<KindRef> offered() {
+// What can be added: every kind the categories offer, in their order, then the user's own.
+std::vector<KindRef> offered(const std::vector<KindRef>& own) {
   std::vector<KindRef> kinds;
   for (const KindCategory& c : NodeKind::categories()) kinds.insert(kinds.end(), c.kinds.begin(), c.kinds.end());
+  kinds.insert(kinds.end(), own.begin(), own.end());
   return kinds;
 }
 }  // namespace
 
-std::vector<KindRef> quickAddResults(std::string_view query, const std::vector<std::string>& recents) {
-  const std::vector<KindRef> all = offered();
+std::vector<KindRef> quickAddResults(std::string_view query, const std::vector<std::string>& recents,
+                                     const std::vector<KindRef>& own) {
+  const std::vector<KindRef> all = offered(own);
   const QStringList terms =
       QString::fromUtf8(query.data(), qsizetype(query.size())).trimmed().toLower().split(' ', Qt::SkipEmptyParts);
   std::vector<KindRef> out;

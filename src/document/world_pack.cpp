@@ -68,7 +68,7 @@ std::string encode(const Pack& pack) {
   return j.dump(2) + "\n";
 }
 
-std::optional<Pack> decode(const std::string& text, std::string* error) {
+std::optional<Pack> decode(const std::string& text, std::string* error, const KindLookup& kinds) {
   auto j = parseBoundedJson(text, error);
   if (!j) return std::nullopt;
   auto fail = [&](const std::string& why) -> std::optional<Pack> {
@@ -85,7 +85,7 @@ std::optional<Pack> decode(const std::string& text, std::string* error) {
       if (!id) return fail("identifiant de média invalide");
       pack.media.push_back({*id, m.at("name").get<std::string>(), m.at("path").get<std::string>()});
     }
-    auto batch = ProjectCodec::decodeBatch(j->at("batch").dump(), error);
+    auto batch = ProjectCodec::decodeBatch(j->at("batch").dump(), error, kinds);
     if (!batch) return std::nullopt;
     pack.batch = std::move(*batch);
     return pack;

@@ -31,7 +31,8 @@ struct Pack {
 
 // Pretty-printed JSON with sorted keys; every key is written.
 std::string encode(const Pack& pack);
-std::optional<Pack> decode(const std::string& text, std::string* error = nullptr);
+// `kinds`: the user's own kinds, which the world's nodes may use.
+std::optional<Pack> decode(const std::string& text, std::string* error = nullptr, const KindLookup& kinds = {});
 std::string readme(const std::string& worldName);
 
 // A rush the world may use: its id, name and file (none for a generated picture).

@@ -45,7 +45,7 @@ void QuickAddPanel::open(QPoint globalPos) {
 }
 
 void QuickAddPanel::search() {
-  results_ = quickAddResults(field_->text().toStdString(), model_._recentKinds);
+  results_ = quickAddResults(field_->text().toStdString(), model_._recentKinds, model_.userNodes.kinds());
   list_->clear();
   for (const KindRef& k : results_) {
     auto* item = new QListWidgetItem(qs(k->title.value()) + "   ·  " + qs(k->category.value()), list_);

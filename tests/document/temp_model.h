@@ -13,7 +13,8 @@ namespace ombrik::test {
 
 inline AppModel::Options tempModelOptions(const TempDir& dir, std::shared_ptr<Scheduler> clock, bool withEngine = true) {
   return AppModel::Options{.blankStart = true, .withEngine = withEngine, .scheduler = std::move(clock),
-                           .defaultsFile = (dir.path / "defaults.conf").string(), .dataDir = dir.path / "data"};
+                           .defaultsFile = (dir.path / "defaults.conf").string(), .dataDir = dir.path / "data",
+                           .userNodesDir = dir.path / "Nodes"};
 }
 
 // A model apart whose file panels and alerts answer from a script.
