@@ -11,6 +11,7 @@
 #include <algorithm>
 
 #include "document/app_model.h"
+#include "shell/group_settings.h"
 #include "shell/param_row.h"
 #include "shell/render_section.h"
 #include "shell/shown_text.h"
@@ -50,6 +51,8 @@ InspectorWidget::InspectorWidget(AppModel& model, QWidget* parent) : QWidget(par
   info_->setStyleSheet("QLabel { color: #9a9aa2; }");
   column->addLayout(header);
   column->addWidget(info_);
+  group_ = new GroupSettings(model_, this);
+  column->addWidget(group_);
 
   // The masks of a mask node: one tab each, a new one, and deleting the active one.
   maskBar_ = new QWidget(this);
@@ -124,6 +127,7 @@ void InspectorWidget::rebuild() {
   shownFrame_ = -1;
   const Node* n = node_ ? model_.nodeByID(*node_) : nullptr;
   kind_ = n ? n->kind->id : std::string();
+  kindShown_ = n ? n->kind : KindRef();
   if (!n) {
     title_->setText(shown("Sélectionnez un node pour voir ses réglages."));
     info_->clear();
@@ -146,12 +150,13 @@ void InspectorWidget::rebuild() {
 void InspectorWidget::refresh() {
   const std::optional<Uuid> now = target();
   const Node* n = now ? model_.nodeByID(*now) : nullptr;
-  if (now != node_ || (n && n->kind->id != kind_)) {
+  if (now != node_ || (n && (n->kind->id != kind_ || !kindShown_ || &*n->kind != &*kindShown_))) {
     node_ = now;
     rebuild();
   }
   refreshHeader(n);
   refreshMaskTabs(n);
+  group_->refresh(n);
   render_->refresh(n);
   if (!n) return;
   if (n->params == shownParams_ && n->anim == shownAnim_ && model_._currentFrame == shownFrame_) return;

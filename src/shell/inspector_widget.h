@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "graph/keyframe.h"
+#include "graph/node_kind.h"
 #include "graph/uuid.h"
 
 class QCheckBox;
@@ -22,6 +23,7 @@ namespace ombrik {
 
 class AppModel;
 class ParamRow;
+class GroupSettings;
 class RenderSection;
 struct Node;
 
@@ -30,6 +32,7 @@ public:
   explicit InspectorWidget(AppModel& model, QWidget* parent = nullptr);
   void refresh();
   std::optional<Uuid> shownNode() const { return node_; }
+  GroupSettings* groupSettings() const { return group_; }
   ParamRow* row(const std::string& key) const;  // nothing when the node has no such parameter
 
 private:
@@ -41,10 +44,13 @@ private:
   AppModel& model_;
   std::optional<Uuid> node_;
   std::string kind_;
+  // Held, so that its address can't be reused: a group's kind is remade when its settings change.
+  KindRef kindShown_;
   QLabel* title_ = nullptr;
   QToolButton* lock_ = nullptr;  // shown while the panel is locked; a click releases it
   QCheckBox* bypass_ = nullptr;
   QLabel* info_ = nullptr;
+  GroupSettings* group_ = nullptr;
   QWidget* maskBar_ = nullptr;
   QTabBar* maskTabs_ = nullptr;
   QWidget* rows_ = nullptr;

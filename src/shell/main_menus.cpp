@@ -82,6 +82,12 @@ void MainMenus::editMenu(QMainWindow& window) {
   del->setObjectName("deleteSelection");
   connect(del, &QAction::triggered, this, [this] { model_.deleteSelection(); });
   entry(m, "Tout sélectionner", QKeySequence::SelectAll, this, [this] { model_.selectAll(); })->setObjectName("selectAll");
+  m->addSeparator();
+  // One key folds the selection or closes the open group it belongs to; the other undoes a group.
+  entry(m, "Grouper / refermer le groupe", QKeySequence(Qt::CTRL | Qt::Key_G), this, [this] { model_.groupKey(); })
+      ->setObjectName("groupKey");
+  entry(m, "Défaire le groupe", QKeySequence(Qt::CTRL | Qt::ALT | Qt::Key_G), this, [this] { model_.dissolveGroup(); })
+      ->setObjectName("dissolveGroup");
 }
 
 void MainMenus::viewMenu(QMainWindow& window, ViewerWidget& viewer, std::function<void()> toggleCurves) {

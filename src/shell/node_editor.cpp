@@ -15,6 +15,7 @@
 #include "shell/kind_menu.h"
 #include "shell/quick_add_panel.h"
 #include "shell/schematic_painter.h"
+#include "shell/schematic_picks.h"
 #include "shell/shown_text.h"
 
 namespace ombrik {
@@ -28,6 +29,7 @@ constexpr double kWheelLine = 10;       // pixels a wheel line pans, as the sche
 constexpr qint64 kSpaceTapMs = 400;   // a longer press of Space is no tap
 constexpr double kRevealMargin = 24;  // pixels kept between a node brought into view and the edge
 const Point kPasteOffset{40, 40};
+constexpr double kGroupFrameReach = 80 + 12;  // an open group's frame, and a little air around it
 
 Point pt(QPointF p) { return {p.x(), p.y()}; }
 
@@ -84,7 +86,11 @@ void NodeEditor::frame(const std::set<Uuid>& ids) {
   for (const auto& [id, p] : model_.layout.positions())
     if (const Node* n = model_.nodeByID(id); n && (ids.empty() || ids.count(id))) {
       centres.push_back(p);
-      reach.push_back(schematic::radius(*n) + 24);  // the circle and the name under it
+      // The circle and the name under it; a node of an open group brings its frame in view.
+      const bool framed = std::any_of(model_._openGroups.begin(), model_._openGroups.end(), [&](const OpenGroup& g) {
+        return std::count(g.members.begin(), g.members.end(), id) > 0;
+      });
+      reach.push_back(std::max(schematic::radius(*n) + 24, framed ? kGroupFrameReach : 0.0));
     }
   if (auto v = schematic::frameAll(centres, width(), height(), reach)) setView(*v);
 }
@@ -134,7 +140,10 @@ NodeEditor::Drawn NodeEditor::drawn() const {
     d.inputs.push_back(n.inputCount());
     d.bypass.push_back(n.bypass);
     d.names.push_back(n.name);
+    d.titles.push_back(n.title());
   }
+  d.openGroups = model_._openGroups;
+  d.armed = armed_;
   d.edges = model_._edges;
   d.positions = model_.layout.positions();
   d.selection = model_._selection;
@@ -151,6 +160,9 @@ void NodeEditor::refresh() {
   if (isVisible() && width() >= kFramedSize && height() >= kFramedSize &&
       !views_.count(model_._currentBatchID.value_or(Uuid())))
     frameAll();
+  // An armed input whose node has gone (undone, deleted) waits for nothing.
+  if (armed_ && (!model_.nodeByID(armed_->node) || armed_->port >= model_.nodeByID(armed_->node)->inputCount()))
+    armed_.reset(), armedContact_.reset();
   Drawn now = drawn();
   if (now == shown_) return;
   shown_ = std::move(now);
@@ -162,11 +174,21 @@ void NodeEditor::paintEvent(QPaintEvent*) {
   p.setRenderHint(QPainter::Antialiasing);
   const schematic::View v = view();
   paintBackground(p, rect(), v);
-  SchematicScene scene{model_, v, model_.displayedNodeID(), gesture_ == Gesture::wire ? wireHover_ : std::nullopt, {}};
+  paintGroupFrames(p, groupFramesShown());
+  SchematicScene scene{model_, v, model_.displayedNodeID(), gesture_ == Gesture::wire ? wireHover_ : std::nullopt, {},
+                       armed_};
   const bool moving = gesture_ == Gesture::moveNodes;
   if (moving && snap_ && snap_->kind != schematic::Snap::Kind::link) scene.litEdge = snap_->edge;
   if (moving && snap_ && snap_->kind == schematic::Snap::Kind::link) scene.highlight = schematic::PortHit{snap_->to, snap_->port, false};
   paintWires(p, scene);
+  if (armed_ && armedContact_) {
+    const Node* from = model_.nodeByID(armedContact_->node);
+    const Node* to = model_.nodeByID(armed_->node);
+    auto pf = model_.layout.position(armedContact_->node), pt = model_.layout.position(armed_->node);
+    if (from && to && pf && pt)
+      paintSnapLink(p, v.toView(schematic::outPos(*from, *pf, armedContact_->port)),
+                    v.toView(schematic::inPos(*to, *pt, armed_->port)));
+  }
   if (moving && snap_ && snap_->kind == schematic::Snap::Kind::link) {
     const Node* from = model_.nodeByID(snap_->from);
     const Node* to = model_.nodeByID(snap_->to);
@@ -185,18 +207,20 @@ void NodeEditor::paintEvent(QPaintEvent*) {
       if (auto c = model_.layout.position(wireFrom_))
         paintPendingWire(p, v.toView(schematic::outPos(*from, *c, wireFromPort_)), pt(wireEnd_));
   if (gesture_ == Gesture::cut) paintCutStroke(p, pt(pressAt_), pt(cutEnd_));
+  if (gesture_ == Gesture::marquee) paintMarquee(p, pt(pressAt_), pt(cutEnd_));
 }
 
 void NodeEditor::mousePressEvent(QMouseEvent* event) {
   setFocus(Qt::MouseFocusReason);
-  pressAt_ = event->position();
+  pressAt_ = lastMouse_ = event->position();
+  altTap_ = false;
   ctrlAtPress_ = event->modifiers() & Qt::ControlModifier;
   viewAtPress_ = view();
   if (event->button() == Qt::MiddleButton || (event->button() == Qt::LeftButton && spaceDown_)) {
     gesture_ = spaceDown_ && ctrlAtPress_ ? Gesture::zoom : Gesture::pan;
     return;
   }
-  if (event->button() != Qt::LeftButton) return;
+  if (event->button() != Qt::LeftButton || pressCloseChip(pressAt_)) return;
   const Point g = toGraph(pressAt_);
   const auto& positions = model_.layout.positions();
   const double reach = portReach();
@@ -234,12 +258,12 @@ void NodeEditor::mousePressEvent(QMouseEvent* event) {
     refresh();
     return;
   }
-  gesture_ = Gesture::cut;
+  gesture_ = event->modifiers() & Qt::ShiftModifier ? Gesture::marquee : Gesture::cut;
   cutEnd_ = pressAt_;
 }
 
 void NodeEditor::mouseMoveEvent(QMouseEvent* event) {
-  const QPointF at = event->position();
+  const QPointF at = lastMouse_ = event->position();
   const QPointF d = at - pressAt_;
   switch (gesture_) {
     case Gesture::press:
@@ -263,6 +287,7 @@ void NodeEditor::mouseMoveEvent(QMouseEvent* event) {
       return;
     }
     case Gesture::cut:
+    case Gesture::marquee:
       cutEnd_ = at;
       update();
       return;
@@ -307,6 +332,9 @@ void NodeEditor::mouseReleaseEvent(QMouseEvent* event) {
         model_.disconnect(id);
       break;
     }
+    case Gesture::marquee:
+      selectMarquee(ctrlAtPress_);
+      break;
     default:
       break;
   }
@@ -334,12 +362,15 @@ void NodeEditor::dragNodes(QPointF at) {
     snap_.reset();
   }
   if (!snap_ && band_ == schematic::DropBand::none) pullApart();
+  followArmedContact();
   update();
 }
 
 void NodeEditor::pullApart() {
   // Touching nodes part like drops: a little apart the wire is warned about, further it is cut.
   double furthest = -INFINITY;
+  const auto locked = std::erase_if(pullWires_, [&](const Uuid& e) { return lockedEdges_.count(e) > 0; });
+  if (locked) model_._status = "Lien verrouillé : vous pouvez déplacer le node librement.";
   for (const Uuid& e : pullWires_) {
     const double d = schematic::pullDistance(model_._nodes, model_._edges, model_.layout.positions(), e);
     if (d > schematic::kPullLimit) snap_ = schematic::Snap::disconnect(e);
@@ -352,6 +383,10 @@ void NodeEditor::pullApart() {
 void NodeEditor::dropNodes(Qt::KeyboardModifiers mods) {
   if (!pressedNode_) return;
   const Uuid node = *pressedNode_;
+  if (tryArmedConnect()) {
+    snap_.reset();
+    return;
+  }
   if (overShowTarget_) {  // dropped on the viewer: shown there, and back in its place
     for (const auto& [id, start] : dragStart_) model_.layout.set(id, start);
     model_._viewedNode = node;
@@ -390,6 +425,7 @@ bool NodeEditor::overShowTarget(QPointF at) const {
 
 void NodeEditor::endDrag() {
   pressedNode_.reset();
+  armedContact_.reset();
   dragStart_.clear();
   contact_.reset();
   snap_.reset();
@@ -410,7 +446,8 @@ void NodeEditor::mouseDoubleClickEvent(QMouseEvent* event) {
   if (!n) return QWidget::mouseDoubleClickEvent(event);
   gesture_ = Gesture::none;  // the press before it started nothing that should go on
   endDrag();
-  model_.toggleInspectorLock(n->id);
+  if (n->group) model_.expandGroup(n->id, false);
+  else model_.toggleInspectorLock(n->id);
   refresh();
   update();
 }
@@ -462,7 +499,7 @@ std::unique_ptr<QMenu> NodeEditor::kindMenu(QPoint viewPos, bool quick) {
     if (quick) model_.quickAdd(kind);
     else model_.addNode(kind, at);
     if (model_._selected) settle({*model_._selected});  // a node added is the one selected
-  });
+  }, model_.userNodes.kinds());
   return menu;
 }
 
@@ -521,6 +558,7 @@ std::unique_ptr<QMenu> NodeEditor::nodeMenu(const Uuid& id) {
   bypass->setChecked(node->bypass);
   bypass->setShortcut(QKeySequence(Qt::Key_D));
   connect(bypass, &QAction::triggered, this, [this, id](bool on) { model_.setBypass(id, on); });
+  addGroupEntries(*menu, id, group);
   menu->addSeparator();
   QAction* remove = menu->addAction(shown("Supprimer"));
   remove->setObjectName("delete");
@@ -551,6 +589,33 @@ void NodeEditor::renameNode(const Uuid& id) {
   refresh();
 }
 
+void NodeEditor::selectMarquee(bool additive) {
+  const auto inside =
+      schematic::nodesInRect(model_._nodes, model_.layout.positions(), toGraph(pressAt_), toGraph(cutEnd_));
+  if (!additive) model_.select(std::nullopt);
+  // The node selected alone so far joins the set before others are added to it, as Ctrl+click does.
+  else if (model_._selection.empty() && model_._selected) model_.select(*model_._selected, true);
+  for (const Uuid& id : inside)
+    if (!model_._selection.count(id)) model_.select(id, true);
+}
+
+QPointF NodeEditor::pointer() const {
+  // A pointer resting over the editor since it was shown has sent no move: ask where it is.
+  if (underMouse())
+    if (const QPointF at = mapFromGlobal(QCursor::pos().toPointF()); rect().contains(at.toPoint())) return at;
+  return lastMouse_;
+}
+
+void NodeEditor::addDotAtMouse() {
+  const double reach = std::max(schematic::kInsertReach, kPortReach / view().zoom);
+  const auto hit = schematic::wireAt(model_._nodes, model_._edges, model_.layout.positions(), toGraph(pointer()), reach);
+  if (!hit) return;
+  const Uuid dot = model_.addNode(NodeKind::dot(), hit->point);
+  model_.insert(dot, hit->edge);
+  model_._status = "Point de regroupement ajouté : glissez-le pour ranger les fils, tirez d'autres fils depuis sa sortie.";
+  refresh();
+}
+
 void NodeEditor::toggleBypassOfSelection() {
   std::set<Uuid> ids = model_._selection;
   if (model_._selected) ids.insert(*model_._selected);
@@ -576,7 +641,20 @@ void NodeEditor::wheelEvent(QWheelEvent* event) {
 
 void NodeEditor::keyPressEvent(QKeyEvent* event) {
   const bool ctrl = event->modifiers() & Qt::ControlModifier;
+  // A tap of Alt alone arms an input; Alt held for a shortcut (Ctrl+Alt+G) arms nothing.
+  altTap_ = event->key() == Qt::Key_Alt && !event->isAutoRepeat() &&
+            !(event->modifiers() & (Qt::ControlModifier | Qt::ShiftModifier | Qt::MetaModifier));
   switch (event->key()) {
+    case Qt::Key_Alt:
+      return QWidget::keyPressEvent(event);
+    case Qt::Key_Escape:
+      if (!armed_) return QWidget::keyPressEvent(event);
+      cancelArmed();
+      break;
+    case Qt::Key_A:
+      if (event->modifiers() != Qt::NoModifier || event->isAutoRepeat()) return QWidget::keyPressEvent(event);
+      addDotAtMouse();
+      break;
     case Qt::Key_Delete:
     case Qt::Key_Backspace:
       model_.deleteSelection();
@@ -617,6 +695,11 @@ void NodeEditor::keyPressEvent(QKeyEvent* event) {
 }
 
 void NodeEditor::keyReleaseEvent(QKeyEvent* event) {
+  if (event->key() == Qt::Key_Alt && !event->isAutoRepeat() && std::exchange(altTap_, false)) {
+    armNextInput();
+    refresh();
+    return;
+  }
   if (event->key() == Qt::Key_Space && !event->isAutoRepeat()) {
     spaceDown_ = false;
     // A short tap that moved nothing is the play key, as everywhere else in the window.
@@ -627,11 +710,17 @@ void NodeEditor::keyReleaseEvent(QKeyEvent* event) {
 }
 
 bool NodeEditor::event(QEvent* event) {
-  // Space is held here to pan, so it must reach this widget before the window's play shortcut.
-  if (event->type() == QEvent::ShortcutOverride && static_cast<QKeyEvent*>(event)->key() == Qt::Key_Space &&
-      static_cast<QKeyEvent*>(event)->modifiers() == Qt::NoModifier) {
-    event->accept();
-    return true;
+  // Space is held here to pan, so it must reach this widget before the window's play shortcut;
+  // Esc cancels an armed input before it leaves a full or channel view; and a tap of Alt arms an
+  // input here instead of putting the menu bar in keyboard mode (which would take the focus).
+  if (event->type() == QEvent::ShortcutOverride) {
+    const auto* key = static_cast<QKeyEvent*>(event);
+    const bool plain = !(key->modifiers() & ~(Qt::AltModifier | Qt::KeypadModifier));
+    if ((key->key() == Qt::Key_Space && key->modifiers() == Qt::NoModifier) || (key->key() == Qt::Key_Escape && armed_) ||
+        (key->key() == Qt::Key_Alt && plain)) {
+      event->accept();
+      return true;
+    }
   }
   return QWidget::event(event);
 }

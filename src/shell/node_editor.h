@@ -3,6 +3,15 @@
 // copy and paste. A node dragged alone snaps onto the node it touches or into a wire; dropped on
 // the bands along the bottom it is deleted or locked on the viewer. Each world keeps its own pan
 // and zoom. New nodes never land on another one, and the view follows them.
+//
+// A plain drag on the background cuts the wires it crosses; with Shift it draws a marquee that
+// selects the nodes whose centre it holds (Ctrl+Shift adds them to the selection). Shift is the
+// modifier because Ctrl already means "add" on a click, and Alt+drag is the window manager's on
+// many desktops. For the same reason an input is armed by a tap of Alt (press and release) near
+// its node, never by Alt+drag: each further tap arms the next input, an output then brought close
+// to it connects on release, and that link stays when the nodes are pulled apart. Esc cancels.
+// A adds a dot into the wire under the pointer. Open groups are drawn as frames behind their
+// nodes, with a chip that closes them; a double click opens a group node.
 #include <QElapsedTimer>
 #include <QRectF>
 #include <QWidget>
@@ -13,7 +22,9 @@
 #include <set>
 #include <vector>
 
+#include "groups/node_group.h"
 #include "shell/schematic_geometry.h"
+#include "shell/schematic_painter.h"
 
 class QMenu;
 
@@ -48,6 +59,14 @@ public:
   void setShowTarget(QWidget* target, std::function<void(bool)> hovered);
   // Where a node and the name under it are drawn, in view points.
   QRectF nodeRect(const Uuid& id) const;
+  // A dot on the wire under the pointer, put into that wire; nothing away from wires.
+  void addDotAtMouse();
+  // The input waiting for an output (armed by a tap of Alt), and the output now close to it.
+  std::optional<schematic::PortHit> armedInput() const { return armed_; }
+  std::optional<schematic::PortHit> armedContact() const { return armedContact_; }
+  // An open group's frame and the chip that closes it, in view points; empty for an unknown id.
+  QRectF groupFrame(const Uuid& openGroup) const;
+  QRectF closeChip(const Uuid& openGroup) const;
   // Asks for the node's new name (an empty one gives back its kind's title).
   void renameNode(const Uuid& id);
   // How the name is asked, given the present one; none: cancelled. A dialog unless set (tests
@@ -68,13 +87,15 @@ protected:
   bool event(QEvent* event) override;
 
 private:
-  enum class Gesture { none, press, moveNodes, wire, cut, pan, zoom };
+  enum class Gesture { none, press, moveNodes, wire, cut, marquee, pan, zoom };
   // What is drawn; a refresh that finds it unchanged paints nothing.
   struct Drawn {
     std::vector<std::pair<Uuid, std::string>> nodes;
     std::vector<int> inputs;
     std::vector<bool> bypass;
-    std::vector<std::string> names;
+    std::vector<std::string> names, titles;
+    std::vector<OpenGroup> openGroups;
+    std::optional<schematic::PortHit> armed;
     std::vector<Edge> edges;
     std::map<Uuid, Point> positions;
     std::set<Uuid> selection;
@@ -90,6 +111,16 @@ private:
   void dropNodes(Qt::KeyboardModifiers mods);
   void endDrag();
   void toggleBypassOfSelection();
+  void selectMarquee(bool additive);
+  // The armed input: a tap of Alt arms it (or the next one), a drag brings an output to it.
+  void armNextInput();
+  void cancelArmed();
+  void followArmedContact();
+  bool tryArmedConnect();
+  std::string armedName() const;
+  void addGroupEntries(QMenu& menu, const Uuid& id, const std::set<Uuid>& selection);
+  bool pressCloseChip(QPointF at);
+  std::vector<GroupFrameShown> groupFramesShown() const;
   void openNodeMenu(const Uuid& id, QPoint viewPos);
   void frame(const std::set<Uuid>& ids);  // empty: every node
   // Nodes just added, moved together the least that clears every other node, then brought into view.
@@ -123,6 +154,11 @@ private:
   QPointF wireEnd_;
   std::optional<schematic::PortHit> wireHover_;
   QPointF cutEnd_;
+  QPointF lastMouse_;  // where the pointer was last seen over the editor
+  QPointF pointer() const;
+  std::optional<schematic::PortHit> armed_, armedContact_;
+  bool altTap_ = false;            // Alt is down and nothing else happened since
+  std::set<Uuid> lockedEdges_;     // wires made on an armed input: pulling the nodes apart keeps them
   schematic::View viewAtPress_;
   bool renameAsked_ = false;  // by the node menu, done once it has closed
   bool spaceDown_ = false;

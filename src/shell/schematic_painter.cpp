@@ -1,5 +1,6 @@
 #include "shell/schematic_painter.h"
 
+#include <QFontMetricsF>
 #include <QPainter>
 #include <QPainterPath>
 #include <algorithm>
@@ -22,6 +23,8 @@ const QColor kPictureInput(224, 192, 96);
 const QColor kMatteInput(111, 160, 240);
 const QColor kSnapWire(255, 206, 110);
 const QColor kLockMark(240, 150, 70);
+const QColor kArmed(120, 230, 200);
+const QColor kGroupFrame(142, 145, 152);  // the group kind's tint
 
 QColor tintOf(const NodeKind& kind) {
   const std::uint32_t hex = kind.tintHex ? kind.tintHex : kind.tint();
@@ -104,6 +107,10 @@ void paintNodes(QPainter& p, const SchematicScene& scene) {
     p.setBrush(body);
     p.setPen(QPen(selected ? QColor(255, 206, 110) : tint, std::max(1.0, (selected ? 3.0 : 2.0) * z)));
     p.drawEllipse(q(c), r, r);
+    if (n.group) {  // a group node: a second ring, as it holds more than one node
+      p.setBrush(Qt::NoBrush);
+      p.drawEllipse(q(c), r + 5 * z, r + 5 * z);
+    }
 
     if (n.kind->id != "dot") {
       QFont f = p.font();
@@ -141,9 +148,15 @@ void paintNodes(QPainter& p, const SchematicScene& scene) {
     for (int i = 0; i < n.inputCount(); ++i) {
       const Point pt = scene.view.toView(schematic::inPos(n, at->second, i));
       const bool lit = scene.highlight && scene.highlight->node == n.id && scene.highlight->port == i;
+      const bool armed = scene.armed && scene.armed->node == n.id && scene.armed->port == i;
+      if (armed) {  // a halo that reads from afar: this input waits for an output
+        p.setPen(QPen(kArmed, std::max(1.5, 2.5 * z)));
+        p.setBrush(Qt::NoBrush);
+        p.drawEllipse(q(pt), portR * 2.6, portR * 2.6);
+      }
       p.setPen(QPen(QColor(20, 20, 24), 1));
-      p.setBrush(lit ? QColor(Qt::white) : isMatteInput(n, i) ? kMatteInput : kPictureInput);
-      p.drawEllipse(q(pt), lit ? portR * 1.5 : portR, lit ? portR * 1.5 : portR);
+      p.setBrush(lit || armed ? QColor(Qt::white) : isMatteInput(n, i) ? kMatteInput : kPictureInput);
+      p.drawEllipse(q(pt), lit || armed ? portR * 1.5 : portR, lit || armed ? portR * 1.5 : portR);
     }
     for (int o : schematic::outputPorts(n)) {
       const Point pt = scene.view.toView(schematic::outPos(n, at->second, o));
@@ -164,6 +177,35 @@ void paintPendingWire(QPainter& p, Point from, Point to) {
 void paintCutStroke(QPainter& p, Point from, Point to) {
   p.setPen(QPen(QColor(240, 96, 96), 1.5, Qt::DashLine));
   p.drawLine(q(from), q(to));
+}
+
+void paintMarquee(QPainter& p, Point from, Point to) {
+  const QRectF box = QRectF(q(from), q(to)).normalized();
+  p.setPen(QPen(QColor(255, 206, 110), 1, Qt::DashLine));
+  p.setBrush(QColor(255, 206, 110, 28));
+  p.drawRect(box);
+}
+
+void paintGroupFrames(QPainter& p, const std::vector<GroupFrameShown>& frames) {
+  QFont f = p.font();
+  f.setBold(true);
+  f.setPixelSize(12);
+  p.setFont(f);
+  for (const GroupFrameShown& g : frames) {
+    QColor fill = kGroupFrame;
+    fill.setAlpha(34);
+    p.setPen(QPen(kGroupFrame, 1.5, Qt::DashLine));
+    p.setBrush(fill);
+    p.drawRoundedRect(g.frame, 10, 10);
+    p.setPen(QColor(215, 217, 222));
+    const QRectF title(g.frame.left() + 10, g.frame.top() + 4, g.frame.width() - g.closeChip.width() - 24, 20);
+    p.drawText(title, Qt::AlignLeft | Qt::AlignVCenter, QFontMetricsF(f).elidedText(g.name, Qt::ElideRight, title.width()));
+    p.setPen(QPen(kGroupFrame, 1));
+    p.setBrush(QColor(60, 62, 68));
+    p.drawRoundedRect(g.closeChip, 4, 4);
+    p.setPen(QColor(235, 235, 240));
+    p.drawText(g.closeChip, Qt::AlignCenter, g.closeLabel);
+  }
 }
 
 void paintSnapLink(QPainter& p, Point from, Point to) {

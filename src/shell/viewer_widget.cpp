@@ -5,7 +5,12 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPushButton>
+#include <QAbstractSpinBox>
+#include <QApplication>
+#include <QLineEdit>
+#include <QPlainTextEdit>
 #include <QShortcut>
+#include <QTextEdit>
 #include <QWheelEvent>
 #include <algorithm>
 #include <cmath>
@@ -48,6 +53,7 @@ void ViewerWidget::addShortcuts() {
   auto key = [this](const QKeySequence& seq, auto action) {
     auto* s = new QShortcut(seq, this);
     s->setContext(Qt::WindowShortcut);
+    s->setAutoRepeat(false);
     connect(s, &QShortcut::activated, this, action);
   };
   key(QKeySequence(Qt::CTRL | Qt::Key_0), [this] { fit(); });
@@ -58,7 +64,16 @@ void ViewerWidget::addShortcuts() {
       model_.flameView(k);
       update();
     });
-  key(QKeySequence(Qt::Key_Escape), [this] { model_.escapeView(); });
+  key(QKeySequence(Qt::Key_Escape), [this] {
+    // A text field being typed in lets go of the keyboard first, then Esc goes on as anywhere.
+    if (QWidget* typing = QApplication::focusWidget();
+        typing && (qobject_cast<QLineEdit*>(typing) || qobject_cast<QAbstractSpinBox*>(typing) ||
+                   qobject_cast<QTextEdit*>(typing) || qobject_cast<QPlainTextEdit*>(typing)))
+      typing->clearFocus();
+    model_.escapeView();
+  });
+  // I hides the overlays wherever the keyboard is; held down it must not blink them.
+  key(QKeySequence(Qt::Key_I), [this] { model_.iKey(); });
   key(QKeySequence(Qt::Key_Backslash), [this] { model_.toggleBefore(); });
 }
 
