@@ -11,6 +11,7 @@
 #include "shell/ocio_menu.h"
 #include "shell/render_section.h"
 #include "shell/shown_text.h"
+#include "shell/user_node_menu.h"
 #include "shell/viewer_widget.h"
 #include "shell/world_lut_menu.h"
 
@@ -48,10 +49,18 @@ MainMenus::MainMenus(QMainWindow& window, AppModel& model, ViewerWidget& viewer,
   editMenu(window);
   viewMenu(window, viewer, std::move(panels.toggleCurves));
   worldsMenu(window);
+  userNodesMenu(window);
   renderMenu(window, std::move(panels.showQueue));
   languageMenu(window);
   helpMenu(window);
   refresh();
+}
+
+void MainMenus::userNodesMenu(QMainWindow& window) {
+  QMenu* m = window.menuBar()->addMenu(shown("Mes nodes"));
+  m->setObjectName("userNodesMenu");
+  connect(m, &QMenu::aboutToShow, this, [this, m] { fillUserNodeMenu(*m, model_); });
+  fillUserNodeMenu(*m, model_);  // filled at once too, so its entries can be found before it opens
 }
 
 void MainMenus::fileMenu(QMainWindow& window) {

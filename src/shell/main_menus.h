@@ -1,5 +1,5 @@
 #pragma once
-// The menu bar: file, edit, view, worlds, render, language and help. Every entry calls one model
+// The menu bar: file, edit, view, worlds, the user's nodes, render, language and help. Every entry calls one model
 // operation, or opens a panel of the window.
 #include <QObject>
 #include <functional>
@@ -33,6 +33,7 @@ private:
   void compareMenu(QMenu* view);
   void playSizeMenu(QMenu* view);
   void worldsMenu(QMainWindow& window);
+  void userNodesMenu(QMainWindow& window);
   void renderMenu(QMainWindow& window, std::function<void()> showQueue);
   void languageMenu(QMainWindow& window);
   void helpMenu(QMainWindow& window);

@@ -72,6 +72,9 @@ void NodeEditor::addGroupEntries(QMenu& menu, const Uuid& id, const std::set<Uui
     QAction* dissolve = menu.addAction(shown("Défaire le groupe"));
     dissolve->setObjectName("dissolveGroup");
     connect(dissolve, &QAction::triggered, this, [this, id] { model_.expandGroup(id, true); });
+    QAction* save = menu.addAction(shown("Enregistrer le groupe dans Mes nodes"));
+    save->setObjectName("saveGroupToLibrary");
+    connect(save, &QAction::triggered, this, [this, id] { model_.saveGroupToLibrary(id); });
   }
   for (const OpenGroup& g : model_._openGroups)
     if (std::count(g.members.begin(), g.members.end(), id)) {

@@ -1,5 +1,5 @@
 // Screenshots of "Mes nodes" in each language: a code node and a saved group of the library found
-// by the Tab search, and the kinds menu with its "Mes nodes" submenu open.
+// by the Tab search, the kinds menu with its "Mes nodes" submenu open, and the menu bar's "Mes nodes".
 #include <gtest/gtest.h>
 
 #include <QLineEdit>
@@ -39,6 +39,22 @@ void libraryOf(const std::filesystem::path& folder) {
   look.name = "Look nuit";
   look.group = GroupRef(g, look.name, {});
   lib.register_(look, {}, true);
+}
+
+// A menu drawn with one of its submenus beside the entry that opens it.
+QImage withSubmenu(QMenu& menu, QMenu& sub) {
+  menu.ensurePolished();
+  menu.resize(menu.sizeHint());
+  sub.ensurePolished();
+  sub.resize(sub.sizeHint());
+  const QImage list = menu.grab().toImage(), open = sub.grab().toImage();
+  const int top = menu.actionGeometry(sub.menuAction()).top();
+  QImage shot(list.width() + open.width() + 8, std::max(list.height(), top + open.height()), QImage::Format_RGB32);
+  shot.fill(QColor(0x1e, 0x1e, 0x22));
+  QPainter p(&shot);
+  p.drawImage(0, 0, list);
+  p.drawImage(list.width() + 4, top, open);
+  return shot;
 }
 
 void screenshotsOfMyNodes(AppLanguage language) {
@@ -81,19 +97,17 @@ void screenshotsOfMyNodes(AppLanguage language) {
   ASSERT_NE(mine, nullptr);
   EXPECT_EQ(mine->menuAction()->iconText(), english ? "My nodes" : "Mes nodes");
   ASSERT_NE(mine->findChild<QAction*>("kind:usergroup.look0001"), nullptr);
-  menu.ensurePolished();
-  menu.resize(menu.sizeHint());
-  mine->ensurePolished();
-  mine->resize(mine->sizeHint());
-  const QImage list = menu.grab().toImage(), sub = mine->grab().toImage();
-  const int top = menu.actionGeometry(mine->menuAction()).top();
-  QImage shot(list.width() + sub.width() + 8, std::max(list.height(), top + sub.height()), QImage::Format_RGB32);
-  shot.fill(QColor(0x1e, 0x1e, 0x22));
-  QPainter p(&shot);
-  p.drawImage(0, 0, list);
-  p.drawImage(list.width() + 4, top, sub);
-  p.end();
-  EXPECT_TRUE(test::saveScreenshot(shot, "user_nodes_menu" + test::languageSuffix(language)));
+  EXPECT_TRUE(test::saveScreenshot(withSubmenu(menu, *mine), "user_nodes_menu" + test::languageSuffix(language)));
+
+  // The menu bar's own "Mes nodes", with a saved group's entries open.
+  QMenu* bar = window.findChild<QMenu*>("userNodesMenu");
+  ASSERT_NE(bar, nullptr);
+  emit bar->aboutToShow();
+  QMenu* group = nullptr;
+  for (QAction* a : bar->actions())
+    if (a->menu() && a->menu()->findChild<QAction*>("place:usergroup.look0001")) group = a->menu();
+  ASSERT_NE(group, nullptr);
+  EXPECT_TRUE(test::saveScreenshot(withSubmenu(*bar, *group), "user_nodes_bar_menu" + test::languageSuffix(language)));
 }
 
 }  // namespace
