@@ -15,6 +15,7 @@
 #include "app/render_command.h"
 #include "document/project_file.h"
 #include "engine/half_float.h"
+#include "groups/user_nodes.h"
 #include "media/frame_reader.h"
 
 namespace fs = std::filesystem;
@@ -27,9 +28,12 @@ struct Result {
   std::string err;
 };
 
-Result render(const QStringList& args) {
+// `support`: another support folder for the render (its library of user nodes).
+Result render(const QStringList& args, const fs::path& support = {}) {
   QProcess p;
-  p.setProcessEnvironment(QProcessEnvironment::systemEnvironment());
+  QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+  if (!support.empty()) env.insert("OMBRIK_SUPPORT", QString::fromStdString(support.string()));
+  p.setProcessEnvironment(env);
   p.start(OMBRIK_BINARY, QStringList{"render"} + args);
   EXPECT_TRUE(p.waitForFinished(120000));
   return {p.exitCode(), p.readAllStandardError().toStdString()};
@@ -339,4 +343,46 @@ TEST(RenderCli, FileNamesFromThePattern) {
   EXPECT_EQ(RenderCommand::fileFor("f%04d_%d.tif", 5), "f0005_%d.tif");  // the first field only
   EXPECT_EQ(RenderCommand::fileFor("f%3d_%02d.tif", 5), "f%3d_05.tif");   // printf would pad %3d with blanks
   EXPECT_EQ(RenderCommand::fileFor("still.png", 5), "still.png");
+}
+
+TEST(RenderCli, ACodeNodeOfTheUsersLibraryRendersInANewProcess) {
+  TempDir dir;
+  // The render's own support folder, sharing the compiled kernels so that it starts warm.
+  const fs::path support = dir.path / "support";
+  fs::create_directories(support);
+  if (const char* shared = std::getenv("OMBRIK_SUPPORT"))
+    fs::create_directory_symlink(fs::absolute(fs::path(shared) / "ShaderCache"), support / "ShaderCache");
+  UserNodeDef gain;
+  gain.id = "user.gaincli1";
+  gain.name = "Gain maison";
+  gain.params = {{"gain", "Gain", 0, 4, 3, {}, {}, {}, {}}};
+  gain.code = "o.rgb = s.rgb * gain + vec3(0.1);";
+  UserNodes(support / "Nodes").register_(gain, {}, true);  // written by this process, never compiled here
+
+  // The project names the node's kind only: its definition comes from the library alone.
+  writeSource(dir.path / "plate.tif", 0.2f, 0.1f, 0.05f);
+  ProjectFile f;
+  const Uuid mediaID = Uuid::generate();
+  f.media = {{mediaID, "plate.tif", (dir.path / "plate.tif").string()}};
+  Batch w;
+  w.id = Uuid::generate();
+  w.name = "Plan_01";
+  Node media(*NodeKind::find("media")), fx(gain.kind()), out(*NodeKind::find("output"));
+  media.mediaID = mediaID;
+  fx.params["gain"] = 2;
+  w.nodes = {media, fx, out};
+  w.edges = {{Uuid::generate(), media.id, fx.id, 0, 0}, {Uuid::generate(), fx.id, out.id, 0, 0}};
+  f.batches = {w};
+  const fs::path project = dir.path / "maison.tarvom";
+  std::ofstream(project) << *ProjectCodec::encode(f);
+
+  const fs::path pattern = dir.path / "out_%05d.tif";
+  const Result r = render({QString::fromStdString(project.string()), "--frames", "1-1", "--out",
+                           QString::fromStdString(pattern.string())},
+                          support);
+  ASSERT_EQ(r.code, 0) << r.err;
+  const auto px = readImage(RenderCommand::fileFor(pattern.string(), 0));
+  ASSERT_EQ(px.size(), 8u * 4 * 4);
+  const float plate[3] = {0.2f, 0.1f, 0.05f};
+  for (int c = 0; c < 3; ++c) EXPECT_NEAR(px[c], plate[c] * 2 + 0.1f, 2.5e-3) << "channel " << c;
 }
