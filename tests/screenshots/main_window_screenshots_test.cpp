@@ -68,12 +68,7 @@ TEST(MainWindow, ScreenshotOfTheExampleWorld) {
                                    .dataDir = dir.path / "data"});
   ASSERT_TRUE(model.engine) << model._status;
   MainWindow window(model);
-  window.resize(1280, 800);
-  window.show();
-  ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
-  clock->advance(1.0);  // the lean render, then the full one with the nodes' pictures
-  window.refresh();
-  QCoreApplication::processEvents();
+  ASSERT_TRUE(test::showSettled(window, *clock));
 
   const QImage shot = window.grab().toImage();
   EXPECT_TRUE(saveScreenshot(shot, "main_window.png"));

@@ -63,12 +63,7 @@ void screenshotsOfTheNodeEditor(AppLanguage language, const QString& suffix) {
                                    .dataDir = dir.path / "data"});
   ASSERT_TRUE(model.engine) << model._status;
   MainWindow window(model);
-  window.resize(1280, 800);
-  window.show();
-  ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
-  clock->advance(1.0);
-  window.refresh();
-  QCoreApplication::processEvents();
+  ASSERT_TRUE(test::showSettled(window, *clock));
   NodeEditor* editor = window.nodeEditor();
   const bool english = language == AppLanguage::english;
 

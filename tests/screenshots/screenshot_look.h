@@ -8,10 +8,12 @@
 #include <QPalette>
 #include <QStyle>
 #include <QStyleFactory>
+#include <QTest>
 #include <cstdlib>
 #include <string>
 
 #include "../shell/shell_app.h"
+#include "platform/scheduler.h"
 #include "platform/string_catalogue.h"
 #include "shell/dark_theme.h"
 #include "shell/qt_translations.h"
@@ -49,6 +51,19 @@ inline bool saveScreenshot(const QImage& shot, const char* name) { return saveSc
 
 inline std::string languageSuffix(AppLanguage language) {
   return language == AppLanguage::english ? "_en.png" : "_fr.png";
+}
+
+// A main window at the screenshots' size, on screen, after the lean render and the full one
+// with the nodes' pictures. False when the window couldn't be shown.
+template <class Window>
+bool showSettled(Window& window, ManualScheduler& clock) {
+  window.resize(1280, 800);
+  window.show();
+  if (!QTest::qWaitForWindowExposed(&window)) return false;
+  clock.advance(1.0);
+  window.refresh();
+  QCoreApplication::processEvents();
+  return true;
 }
 
 }  // namespace ombrik::test

@@ -66,12 +66,7 @@ void screenshotsOfMyNodes(AppLanguage language) {
                                    .dataDir = dir.path / "data", .userNodesDir = dir.path / "Nodes"});
   ASSERT_EQ(model.userNodes.defs().size(), 2u) << model._status;
   MainWindow window(model);
-  window.resize(1280, 800);
-  window.show();
-  ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
-  clock->advance(1.0);
-  window.refresh();
-  QCoreApplication::processEvents();
+  ASSERT_TRUE(test::showSettled(window, *clock));
   NodeEditor* editor = window.nodeEditor();
   const bool english = language == AppLanguage::english;
 

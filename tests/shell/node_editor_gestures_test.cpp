@@ -8,52 +8,12 @@
 #include "platform/scheduler.h"
 #include "shell/node_editor.h"
 #include "shell/schematic_geometry.h"
+#include "editor_desk.h"
 #include "shell_app.h"
 
 using namespace ombrik;
+using ombrik::test::Desk;
 
-namespace {
-
-// A blank world (its output at 600, 140) with a correction and a blur side by side.
-struct Desk {
-  std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
-  std::unique_ptr<AppModel> model;
-  std::unique_ptr<NodeEditor> editor;
-  Uuid output, color, blur;
-
-  Desk() {
-    test::shellApp();
-    model = std::make_unique<AppModel>(AppModel::Options{.blankStart = true, .withEngine = false, .scheduler = clock});
-    output = model->_nodes.front().id;
-    color = model->addNode(NodeKind::color(), {200, 140});
-    blur = model->addNode(*NodeKind::find("blur"), {400, 140});
-    model->select(std::nullopt);
-    editor = std::make_unique<NodeEditor>(*model);
-    editor->resize(900, 500);
-    editor->show();
-    EXPECT_TRUE(QTest::qWaitForWindowExposed(editor.get()));
-    editor->refresh();
-  }
-  QPoint at(Point g) const { return editor->toView(g).toPoint(); }
-  QPoint centre(const Uuid& id) const { return at(*model->layout.position(id)); }
-  void drag(QPoint from, QPoint to, Qt::KeyboardModifiers mods = {}) {
-    QTest::mousePress(editor.get(), Qt::LeftButton, mods, from);
-    for (int k = 1; k <= 4; ++k) QTest::mouseMove(editor.get(), from + (to - from) * k / 4);
-    QTest::mouseRelease(editor.get(), Qt::LeftButton, mods, to);
-  }
-  void tapAlt() { QTest::keyClick(editor.get(), Qt::Key_Alt); }
-  bool wired(const Uuid& from, const Uuid& to, int port) const {
-    return std::any_of(model->_edges.begin(), model->_edges.end(),
-                       [&](const Edge& e) { return e.from == from && e.to == to && e.port == port; });
-  }
-  std::set<Uuid> selected() const {
-    std::set<Uuid> s = model->_selection;
-    if (model->_selected) s.insert(*model->_selected);
-    return s;
-  }
-};
-
-}  // namespace
 
 TEST(NodeEditorGestures, AShiftMarqueeSelectsTheNodesWhoseCentreItHolds) {
   enum Pre { none, output };
