@@ -230,8 +230,9 @@ public:
   std::optional<Uuid> mergeSelection(const std::string& name);    // the selection, media and output left out
   std::optional<Uuid> compileWholeTree(const std::string& name);  // everything between media and output
   // Opens a group in place (its nodes back in the graph, framed), or with `permanent` dissolves it.
-  void expandGroup(const Uuid& id, bool permanent);
-  void closeGroup(const Uuid& id);  // an open group folded again, with the nodes dropped in its frame
+  // Ids by value: callers pass ids held in _nodes or _openGroups, which these replace.
+  void expandGroup(Uuid id, bool permanent);
+  void closeGroup(Uuid id);  // an open group folded again, with the nodes dropped in its frame
   void groupKey();       // Ctrl+G: closes the open group of the selection, else folds the selection
   void dissolveGroup();  // Ctrl+Alt+G
   void renameGroup(const Uuid& id, const std::string& name);

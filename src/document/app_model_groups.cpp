@@ -67,7 +67,7 @@ std::optional<Uuid> AppModel::compileWholeTree(const std::string& name) {
   return collapse(ids, name, std::nullopt, {}, "", "");
 }
 
-void AppModel::expandGroup(const Uuid& id, bool permanent) {
+void AppModel::expandGroup(Uuid id, bool permanent) {
   GraphSnapshot graph = snapshot();
   std::optional<Unfolded> unfolded = unfoldGroup(graph, id);
   if (!unfolded) return;
@@ -88,13 +88,18 @@ void AppModel::expandGroup(const Uuid& id, bool permanent) {
   _selected = unfolded->output;
 }
 
-void AppModel::closeGroup(const Uuid& id) {
+void AppModel::closeGroup(Uuid id) {
   auto it = std::find_if(_openGroups.begin(), _openGroups.end(), [&](const OpenGroup& g) { return g.id == id; });
   if (it == _openGroups.end()) return;
   const OpenGroup open = *it;
   const std::set<Uuid> members = closingMembers(snapshot(), open);
   const std::size_t at = std::size_t(it - _openGroups.begin());
   _openGroups.erase(it);
+  if (members.empty()) {  // its nodes were all deleted: nothing is left to fold, the frame goes
+    historyChanged();
+    _status = "Groupe « " + open.name + " » défait.";
+    return;
+  }
   if (!collapse(members, open.name, open.id, open.controls, open.info, open.author))
     _openGroups.insert(_openGroups.begin() + std::ptrdiff_t(at), open);  // refused: it stays open
 }
@@ -117,7 +122,7 @@ void AppModel::dissolveGroup() {
       return;
     }
   std::set<Uuid> ids = _selection;
-  if (_selected) ids.insert(*_selected);
+  if (ids.empty() && _selected) ids.insert(*_selected);
   for (auto it = _openGroups.begin(); it != _openGroups.end(); ++it)
     if (std::any_of(it->members.begin(), it->members.end(), [&](const Uuid& m) { return ids.count(m); })) {
       const std::string name = it->name;
@@ -142,7 +147,9 @@ void AppModel::setGroupControls(const Uuid& id, const std::vector<GroupControl>&
   Node* node = nodeByID(id);
   if (!node || !node->group) return;
   NodeGroup& g = node->group.mutate();
-  // The values shown on the group go down into the inner nodes before the list changes.
+  // The values shown on the group go down into the inner nodes before the list changes; the keys
+  // of a control that stays follow it to its new place.
+  std::map<std::string, std::vector<Keyframe>> anim;
   for (std::size_t i = 0; i < g.controls.size(); ++i) {
     const std::string key = controlKey(i);
     if (auto v = node->params.find(key); v != node->params.end()) {
@@ -150,8 +157,13 @@ void AppModel::setGroupControls(const Uuid& id, const std::vector<GroupControl>&
         if (inner.id == g.controls[i].node) inner.params[g.controls[i].key] = v->second;
       node->params.erase(v);
     }
-    node->anim.erase(key);
+    auto keys = node->anim.find(key);
+    if (keys == node->anim.end()) continue;
+    for (std::size_t j = 0; j < controls.size(); ++j)
+      if (controls[j].node == g.controls[i].node && controls[j].key == g.controls[i].key) anim[controlKey(j)] = keys->second;
+    node->anim.erase(keys);
   }
+  node->anim.merge(anim);
   g.controls = controls;
   node->kind = NodeKind::group(node->kind->title.raw, g);
   for (std::size_t i = 0; i < controls.size(); ++i)

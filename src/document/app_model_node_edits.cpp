@@ -18,6 +18,10 @@ std::string trimmed(const std::string& s) {
 void AppModel::renameNode(const Uuid& id, const std::string& name) {
   Node* n = nodeByID(id);
   if (!n) return;
+  if (n->group) {  // a group's name is its kind's: the one it opens, closes and is saved under
+    renameGroup(id, name);
+    return;
+  }
   std::string given = trimmed(name);
   // Typing the kind's title back is undoing the rename; kept empty, it follows the language.
   if (n->kind && given == n->kind->title.value()) given.clear();

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "graph/node_kind.h"
+#include "groups/fresh_ids.h"
 
 namespace ombrik::worldlist {
 
@@ -100,10 +101,19 @@ Batch duplicate(const Batch& from, Clock::time_point now) {
   copy.name = from.name + "_copie";
   std::map<Uuid, Uuid> ids;
   for (const Node& n : from.nodes) {
-    Node fresh = n;
-    fresh.id = Uuid::generate();
-    ids[n.id] = fresh.id;
-    copy.nodes.push_back(std::move(fresh));
+    Node copied = n;
+    copied.id = Uuid::generate();
+    if (copied.group) copied.group = fresh(*copied.group);  // no inner id shared with the original either
+    ids[n.id] = copied.id;
+    copy.nodes.push_back(std::move(copied));
+  }
+  for (OpenGroup open : from.openGroups) {  // open groups frame the copies of their nodes
+    open.id = Uuid::generate();
+    std::erase_if(open.members, [&](const Uuid& m) { return !ids.count(m); });
+    for (auto& m : open.members) m = ids[m];
+    for (auto& c : open.controls)
+      if (ids.count(c.node)) c.node = ids[c.node];
+    copy.openGroups.push_back(std::move(open));
   }
   for (const Edge& e : from.edges)  // a wire to a node the world doesn't hold is dropped
     if (ids.count(e.from) && ids.count(e.to))

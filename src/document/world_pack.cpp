@@ -103,6 +103,7 @@ std::string readme(const std::string& worldName) {
 std::vector<Uuid> nodeIDs(const Batch& world) {
   std::vector<Uuid> ids{world.id};
   eachNode(world.nodes, [&](const Node& n) { ids.push_back(n.id); });
+  for (const auto& open : world.openGroups) ids.push_back(open.id);  // the id its group closes under
   return ids;
 }
 

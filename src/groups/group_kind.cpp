@@ -23,8 +23,8 @@ KindRef NodeKind::group(const std::string& name, const NodeGroup& g) {
       if (const ParamSpec* inner = n.kind ? n.kind->param(c.key) : nullptr) {
         spec.min = inner->min, spec.max = inner->max, spec.step = inner->step, spec.unit = inner->unit;
         spec.isToggle = inner->isToggle, spec.options = inner->options;
+        if (auto it = n.params.find(c.key); it != n.params.end()) spec.def = it->second;
       }
-      if (auto it = n.params.find(c.key); it != n.params.end()) spec.def = it->second;
     }
     k->params.push_back(spec);
   }

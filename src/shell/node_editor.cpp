@@ -220,10 +220,14 @@ void NodeEditor::mousePressEvent(QMouseEvent* event) {
     gesture_ = spaceDown_ && ctrlAtPress_ ? Gesture::zoom : Gesture::pan;
     return;
   }
-  if (event->button() != Qt::LeftButton || pressCloseChip(pressAt_)) return;
+  if (event->button() != Qt::LeftButton) return;
   const Point g = toGraph(pressAt_);
   const auto& positions = model_.layout.positions();
   const double reach = portReach();
+  // A node or port under the pointer comes before a frame's chip, which doesn't shrink with the zoom.
+  if (!schematic::portAt(model_._nodes, positions, g, reach) && !schematic::nodeAt(model_._nodes, positions, g) &&
+      pressCloseChip(pressAt_))
+    return;
   if (auto port = schematic::portAt(model_._nodes, positions, g, reach)) {
     if (port->isOutput) {
       gesture_ = Gesture::wire;
@@ -383,10 +387,6 @@ void NodeEditor::pullApart() {
 void NodeEditor::dropNodes(Qt::KeyboardModifiers mods) {
   if (!pressedNode_) return;
   const Uuid node = *pressedNode_;
-  if (tryArmedConnect()) {
-    snap_.reset();
-    return;
-  }
   if (overShowTarget_) {  // dropped on the viewer: shown there, and back in its place
     for (const auto& [id, start] : dragStart_) model_.layout.set(id, start);
     model_._viewedNode = node;
@@ -399,6 +399,10 @@ void NodeEditor::dropNodes(Qt::KeyboardModifiers mods) {
     if (band_ == schematic::DropBand::context) model_.toggleViewLock(node);
     else if (model_.isSelected(node)) model_.deleteSelection();
     else model_.deleteNode(node);
+    return;
+  }
+  if (tryArmedConnect()) {  // after the bands: a drop on the trash deletes, armed input or not
+    snap_.reset();
     return;
   }
   if (!snap_) return;

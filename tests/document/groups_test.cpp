@@ -157,7 +157,9 @@ TEST(Groups, OpenCloseAndDissolveGiveBackTheGraphAndUndoWalksEachStep) {
   // Dissolved for good: plain nodes again, no frame.
   w.m.redo();
   w.m._selected = id;
+  w.m._viewedNode = id;
   w.m.dissolveGroup();
+  EXPECT_EQ(w.m._viewedNode, b);  // the group's output, read before the nodes were replaced
   EXPECT_EQ(ids(w.m._nodes), ids(flat.nodes));
   EXPECT_TRUE(w.m._openGroups.empty());
   EXPECT_EQ(w.m._status, "« G » défait : ses nodes sont redevenus des nodes ordinaires.");
@@ -191,7 +193,12 @@ TEST(Groups, ControlsMoveBetweenTheGroupAndItsNodes) {
   const auto id = w.m.collapse({a, b}, "G", std::nullopt, {{a, "exposure", "Expo"}}, "", "");
   ASSERT_TRUE(id);
   w.m.setParams(*id, {{"c0", 0.4}});
+  w.m.setKey(*id, "c0", 10, 0.2);
+  w.m.setGroupControls(*id, {{b, "size", "Taille"}, {a, "exposure", "Expo"}});
+  EXPECT_TRUE(w.node(*id).anim.count("c1")) << "the exposure's keys follow it to its new place";
+  EXPECT_FALSE(w.node(*id).anim.count("c0"));
   w.m.setGroupControls(*id, {{b, "size", "Taille"}, {a, "gamma", "Gamma"}});
+  EXPECT_TRUE(w.node(*id).anim.empty());
   const Node& g = w.node(*id);
   EXPECT_DOUBLE_EQ(AppModel::innerNode(a, w.m._nodes)->params.at("exposure"), 0.4);  // written down
   ASSERT_EQ(g.kind->params.size(), 2u);

@@ -93,6 +93,8 @@ TEST(GroupEditing, KeysFoldCloseAndDissolveAndADoubleClickOpens) {
   refresh();
   QTest::mouseDClick(&editor, Qt::LeftButton, {}, editor.toView(*c.model.layout.position(id)).toPoint());
   refresh();
+  ASSERT_EQ(c.model._openGroups.size(), 1u) << "opened again by the double-click";
+  ASSERT_FALSE(editor.closeChip(id).isEmpty());
   QTest::mouseClick(&editor, Qt::LeftButton, {}, editor.closeChip(id).center().toPoint());
   EXPECT_TRUE(c.model._openGroups.empty());
   EXPECT_TRUE(editor.groupFrame(id).isEmpty());

@@ -42,7 +42,7 @@ TEST(UserNodeMenu, SavesPlacesRevertsAndRemovesAGroup) {
   // Placed: a group node whose inner nodes are new, with the values of the version in use.
   const QString id = QString::fromStdString(def.id);
   ASSERT_TRUE(trigger("place:" + id));
-  const Node& placed = *m.nodeByID(*m._selected);
+  const Node placed = *m.nodeByID(*m._selected);  // a copy: placing again moves the nodes
   ASSERT_TRUE(placed.group);
   EXPECT_NE(placed.id, *group);
   EXPECT_FALSE(AppModel::innerNode(b, {placed}));
