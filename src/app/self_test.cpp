@@ -11,6 +11,7 @@
 #include "platform/app_paths.h"
 #include "platform/string_catalogue.h"
 #include "platform/version.h"
+#include "tracking/tap_server.h"
 
 namespace ombrik {
 
@@ -25,14 +26,14 @@ std::string processorBrand() {
   return {};
 }
 
-// The worker's scripts that the AI tools need.
-constexpr const char* kWorkerScripts[] = {"om_track.py", "om_klt.py", "om_points.py", "om_assist.py"};
+// The worker's scripts: the server and the fast tracker.
+constexpr const char* kWorkerScripts[] = {"om_track.py", "om_klt.py"};
 
-// What the AI engine pack must import, then the worker's own modules.
+// What the worker imports: OpenCV and numpy, then its own modules.
 constexpr const char* kImportProbe =
-    "import torch, torchvision, cv2, av, mediapipe, transformers, diffusers, numpy\n"
-    "import om_track, om_klt, om_points, om_assist\n"
-    "print('torch', torch.__version__, 'gpu', torch.cuda.is_available())\n";
+    "import cv2, numpy\n"
+    "import om_track, om_klt, om_flow\n"
+    "print('  cv2 ' + cv2.__version__ + ', numpy ' + numpy.__version__, flush=True)\n";
 
 }  // namespace
 
@@ -65,29 +66,35 @@ int SelfTest::run(std::ostream& out) {
 
   bool scriptsThere = true;
   for (const char* name : kWorkerScripts) scriptsThere = scriptsThere && std::filesystem::exists(paths.script(name));
-  check(scriptsThere, "scripts IA (om_track, om_klt, om_points, om_assist)");
+  check(scriptsThere, "scripts IA (om_track, om_klt)");
 
-  const auto python = paths.python / "bin" / "python3";
-  if (!std::filesystem::exists(python)) {
+  // Without an engine pack the worker runs on the system's python3 with Debian's OpenCV.
+  if (!std::filesystem::exists(paths.python / "bin" / "python3"))
     line(tr("INFO  Packs IA non installés (normal pour une app neuve)"));
+  const auto python = workerPython(paths);
+  if (!python) {
+    check(false, "python3 introuvable");
   } else {
-    line(tr("  python     : ") + python.string());
+    line(tr("  python     : ") + python->string());
     QProcess proc;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     for (const auto& [k, v] : paths.pythonEnvironment(lang)) env.insert(QString::fromStdString(k), QString::fromStdString(v));
     env.insert("PYTHONPATH", QString::fromStdString(paths.scripts.string()));
     proc.setProcessEnvironment(env);
     proc.setProcessChannelMode(QProcess::MergedChannels);
-    proc.start(QString::fromStdString(python.string()), {"-c", kImportProbe});
+    proc.setWorkingDirectory(QString::fromStdString(paths.scripts.string()));
+    proc.start(QString::fromStdString(python->string()), {"-c", kImportProbe});
     if (!proc.waitForStarted()) {
       line(tr("ÉCHEC ") + tr("lancement de Python"));
       ++failures;
     } else {
       proc.waitForFinished(120000);
       out << proc.readAll().toStdString();
-      check(proc.exitStatus() == QProcess::NormalExit && proc.exitCode() == 0, "outils IA chargés par Python");
+      check(proc.exitStatus() == QProcess::NormalExit && proc.exitCode() == 0, "Python avec OpenCV et numpy");
     }
   }
+  line(tr("INFO  Aucun tracker neuronal installé : le moteur Précis suit par flux optique dense (OpenCV DIS), "
+          "le moteur Rapide par Lucas-Kanade"));
 
   line(failures == 0 ? tr("Installation correcte.") : tr("Installation incomplète."));
   return failures == 0 ? 0 : 1;

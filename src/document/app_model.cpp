@@ -13,6 +13,7 @@
 #include "platform/app_paths.h"
 #include "platform/scheduler.h"
 #include "platform/user_defaults.h"
+#include "tracking/tap_server.h"
 
 namespace ombrik {
 
@@ -69,6 +70,7 @@ AppModel::AppModel(const Options& options)
 }
 
 AppModel::~AppModel() {
+  endTracking();
   if (history.pending) scheduler_->cancel(*history.pending);
   for (auto token : {pumpTimer_, inboxTimer_, fullRenderTimer_, play ? play->timer : std::nullopt})
     if (token) scheduler_->cancel(*token);

@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <set>
 #include <string>
@@ -29,6 +30,7 @@
 #include "groups/user_nodes.h"
 #include "editorial/render_queue.h"
 #include "tracking/roto_state.h"
+#include "tracking/tracking_state.h"
 
 namespace ombrik {
 
@@ -36,6 +38,8 @@ namespace gpu {
 class Texture;
 }
 class Engine;
+struct JobResult;
+struct Workers;
 class ForwardReaders;
 class PackCopy;
 struct PlayState;
@@ -457,6 +461,23 @@ public:
   // selected one.
   std::optional<Uuid> rotoNode() const;
 
+  // ---- mask tracking (app_model_tracking.cpp: runs and corrections; app_model_track_run.cpp: the
+  // run under way). The fitting and the worker live in src/tracking.
+  TrackingState tracking;
+  // Makes the mask follow the plate from the current frame, one way; the tracker runs on a thread
+  // and the track fills in while it goes. One step of undo for the whole run.
+  void trackMask(const Uuid& nodeID, bool forward);
+  void trackMaskBoth(const Uuid& nodeID);  // forward, then back from the same frame
+  void stopTracking();                     // Esc: the run ends where it is, what it found stays
+  // Hand corrections over the raw track, in percent of the picture.
+  void addTrackOffset(std::size_t nodeIndex, double dx, double dy);
+  void offsetZeroHere(const Uuid& nodeID);
+  // Placements set by hand before tracking, which a track between them passes through.
+  void pinHere(const Uuid& nodeID);
+  void removePin(const Uuid& nodeID, int frame);
+  void clearPins(const Uuid& nodeID);
+  Workers& workers();  // the worker processes, started on first use
+
   // ---- delivery: renders of frames to files, the queue, the Relais checkpoint
   // (app_model_delivery.cpp, app_model_render_queue.cpp, app_model_relais.cpp); naming and the
   // queue's rules live in src/editorial.
@@ -607,6 +628,12 @@ private:
   void frameStep(int i);
   void finishFrameRun(std::optional<std::string> error);
   void editShape(const Uuid& nodeID, const std::function<void(Node&)>& edit);
+  Node* trackTarget(const Uuid& nodeID);  // live, or in its world when another one is open
+  void startTrackRun(std::shared_ptr<MaskTrackRun> run, const Uuid& nodeID, nlohmann::json job);
+  void pushTrack(MaskTrackRun& run, const Uuid& nodeID, bool last);
+  void finishTrackRun(std::shared_ptr<MaskTrackRun> run, const Uuid& nodeID, const JobResult& result);
+  void endTracking();  // stops the tracker and waits for its thread: nothing outlives the model
+  std::unique_ptr<Workers> workers_;
   // `all` stored as the node's masks with mask `index` live in its fields; no point selected.
   void activateMask(const Uuid& nodeID, const std::vector<GMask>& all, int index);
   std::unique_ptr<ForwardReaders> renderReaders_;

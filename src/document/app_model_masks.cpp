@@ -6,7 +6,11 @@
 
 #include "document/app_model.h"
 #include "platform/scheduler.h"
+#include "tracking/frame_keys.h"
 #include "tracking/mask_pose.h"
+#include "tracking/pin_plan.h"
+#include "tracking/planar_track.h"
+#include "tracking/track_offset.h"
 #include "tracking/roto.h"
 
 namespace ombrik {
@@ -23,10 +27,36 @@ bool isMask(const Node* n) { return n && n->kind && n->kind->id == "mask"; }
 MaskKey AppModel::key(const Node& node) const { return maskKeyOf(node); }
 
 Node AppModel::resolvedMask(const Node& node, std::optional<int> frame) const {
+  const int f = frame ? *frame : evalFrameOverride ? *evalFrameOverride : _currentFrame;
   Node r = animated(node, frame);
   r.trackBase = key(r);
-  // Tracked and pinned placements join here with the tracking tools; a still mask keeps its own.
-  return placeShape(std::move(r), key(r), std::max(1, _compSize.width), std::max(1, _compSize.height));
+  MaskKey k = key(r);
+  if (r.track.empty()) {
+    if (auto pin = pinPose(r.pins, f)) k = *pin;
+  } else {  // the raw track, each channel switchable, with the hand offsets over it
+    const MaskKey pose = *nearestKey(r.track, f);
+    const MaskKey base = r.trackRef && r.track.count(*r.trackRef) ? r.track.at(*r.trackRef) : r.track.begin()->second;
+    auto on = [&](const char* key) { return !r.params.count(key) || r.params.at(key) > 0.5; };
+    const Point o = isMask(&r) ? trackOffsetValue(r.trackOff, f) : Point{0, 0};
+    if (on("trk_pos")) k.cx = pose.cx + o.x, k.cy = pose.cy + o.y;
+    else k.cx = base.cx, k.cy = base.cy;
+    k.rot = on("trk_rot") ? pose.rot : base.rot;
+    k.rx = on("trk_scale") ? pose.rx : base.rx;
+    k.ry = on("trk_scale") ? pose.ry : base.ry;
+  }
+  if (!r.track.empty() || !r.pins.empty())
+    r.params["cx"] = k.cx, r.params["cy"] = k.cy, r.params["rx"] = k.rx, r.params["ry"] = k.ry, r.params["rot"] = k.rot;
+  const double W = std::max(1, _compSize.width), H = std::max(1, _compSize.height);
+  r = placeShape(std::move(r), k, W, H);
+  if (!r.shape.empty())  // a planar track carries the shape itself, perspective and all
+    if (auto h = planarHomography(r, f, W, H))
+      for (SplinePoint& s : r.shape) {
+        const Point p = Homography::apply(*h, s.p);
+        const Point in = Homography::apply(*h, {s.p.x + s.inT.x, s.p.y + s.inT.y});
+        const Point out = Homography::apply(*h, {s.p.x + s.outT.x, s.p.y + s.outT.y});
+        s = {p, {in.x - p.x, in.y - p.y}, {out.x - p.x, out.y - p.y}};
+      }
+  return r;
 }
 
 std::vector<GMask> AppModel::maskLayersAt(const Node& node) const {

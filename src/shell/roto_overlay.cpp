@@ -124,6 +124,7 @@ RotoOverlay::Shown RotoOverlay::current() const {
   s.selected = model_.roto.selectedPoint;
   s.selection = model_.roto.selectedPoints;
   s.isolate = model_.roto.maskIsolate;
+  if (auto dots = model_.roto.trackDots.find(model_._currentFrame); dots != model_.roto.trackDots.end()) s.dots = dots->second;
   if (const auto* m = drag_.current() ? std::get_if<RotoDrag::Marquee>(&*drag_.current()) : nullptr) {
     s.marqueeFrom = m->start;
     s.marqueeTo = drag_.marqueeCorner();
@@ -143,6 +144,9 @@ void RotoOverlay::paint(QPainter& p, const QRectF& picture) {
   const GMask& active = painted_.layers[painted_.active];
   paintMask(p, active, picture, true);
   paintHandles(p, active, picture);
+  p.setPen(Qt::NoPen);
+  p.setBrush(QColor(120, 230, 140, 220));
+  for (const Point& d : painted_.dots) p.drawEllipse(toView(d, picture), 2.0, 2.0);
   if (painted_.marqueeFrom && painted_.marqueeTo) {
     const QRectF box = QRectF(toView(*painted_.marqueeFrom, picture), toView(*painted_.marqueeTo, picture)).normalized();
     p.setBrush(QColor(255, 255, 255, 24));

@@ -57,6 +57,7 @@ private:
     bool hidden = false;
     bool isolate = false;
     std::optional<Point> marqueeFrom, marqueeTo;
+    std::vector<Point> dots;  // the points a tracking run follows at this frame
     bool operator==(const Shown&) const = default;
   };
   Shown current() const;

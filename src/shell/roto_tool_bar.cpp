@@ -2,11 +2,13 @@
 
 #include <QButtonGroup>
 #include <QHBoxLayout>
+#include <QVBoxLayout>
 #include <QLabel>
 #include <QToolButton>
 
 #include "document/app_model.h"
 #include "shell/shown_text.h"
+#include "shell/track_buttons.h"
 
 namespace ombrik {
 
@@ -43,8 +45,12 @@ RotoToolBar::RotoToolBar(AppModel& model, QWidget* parent) : QWidget(parent), mo
       "QToolButton { padding: 2px 8px; border: 1px solid #3a3a42; border-radius: 3px; background: #2a2a30; }"
       "QToolButton:hover { border-color: #6a6a76; }"
       "QToolButton:checked { background: #3c6ebe; border-color: #5f8fdc; color: #ffffff; }");
-  auto* row = new QHBoxLayout(this);
-  row->setContentsMargins(6, 3, 6, 3);
+  auto* rows = new QVBoxLayout(this);
+  rows->setContentsMargins(6, 3, 6, 3);
+  rows->setSpacing(3);
+  auto* row = new QHBoxLayout;
+  rows->addLayout(row);
+  row->setContentsMargins(0, 0, 0, 0);
   row->setSpacing(3);
   auto* group = new QButtonGroup(this);
   for (std::size_t i = 0; i < kTools.size(); ++i) {
@@ -78,6 +84,12 @@ RotoToolBar::RotoToolBar(AppModel& model, QWidget* parent) : QWidget(parent), mo
   hint_->setWordWrap(true);
   hint_->setStyleSheet("QLabel { color: #9a9aa2; padding-left: 8px; font-size: 11px; }");
   row->addWidget(hint_, 1);
+  // Tracking on a row of its own: the viewer keeps its width however narrow the window.
+  auto* trackRow = new QHBoxLayout;
+  rows->addLayout(trackRow);
+  track_ = new TrackButtons(model_, this);
+  trackRow->addWidget(track_);
+  trackRow->addStretch(1);
   hide();
 }
 
@@ -86,6 +98,7 @@ void RotoToolBar::refresh() {
   const Node* n = node ? model_.nodeByID(*node) : nullptr;
   if (isHidden() == (n != nullptr)) setVisible(n != nullptr);
   if (!n) return;
+  track_->refresh();
   for (std::size_t i = 0; i < kTools.size(); ++i) {
     const bool on = kTools[i] == model_.roto.rotoTool;
     if (tools_[i]->isChecked() != on) tools_[i]->setChecked(on);

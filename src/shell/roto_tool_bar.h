@@ -1,6 +1,6 @@
 #pragma once
-// The mask tools over the picture: the four tools, clearing the current shape, and how to use
-// them. Shown only while the viewer edits a mask node.
+// The mask tools over the picture: the four tools, clearing the current shape, tracking, and how
+// to use them. Shown only while the viewer edits a mask node.
 #include <QWidget>
 #include <array>
 
@@ -10,6 +10,7 @@ class QToolButton;
 namespace ombrik {
 
 class AppModel;
+class TrackButtons;
 
 class RotoToolBar : public QWidget {
 public:
@@ -21,6 +22,7 @@ private:
   std::array<QToolButton*, 4> tools_{};
   QToolButton* clear_ = nullptr;
   QLabel* hint_ = nullptr;
+  TrackButtons* track_ = nullptr;
 };
 
 }  // namespace ombrik

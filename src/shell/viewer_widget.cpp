@@ -70,6 +70,10 @@ void ViewerWidget::addShortcuts() {
         typing && (qobject_cast<QLineEdit*>(typing) || qobject_cast<QAbstractSpinBox*>(typing) ||
                    qobject_cast<QTextEdit*>(typing) || qobject_cast<QPlainTextEdit*>(typing)))
       typing->clearFocus();
+    if (model_._trackingProgress) {  // a tracking run stops first; what it found stays
+      model_.stopTracking();
+      return;
+    }
     model_.escapeView();
   });
   // I hides the overlays wherever the keyboard is; held down it must not blink them.

@@ -50,10 +50,10 @@ bool endsWith(const std::string& out, const std::string& tail) {
 
 }  // namespace
 
-TEST(SelfTestCli, DevelopmentTreeSpeaksFrenchAndFailsWithoutWorkerScripts) {
+TEST(SelfTestCli, DevelopmentTreeSpeaksFrenchAndFindsTheWorker) {
   TempDir sandbox;
   const CliRun r = selftest(OMBRIK_BINARY, sandbox);
-  EXPECT_NE(r.exitCode, 0);
+  EXPECT_EQ(r.exitCode, 0) << r.out;
   EXPECT_TRUE(r.out.rfind("Ombrik 0.1.0", 0) == 0) << r.out;
   EXPECT_TRUE(has(r.out, " · app distribuée : false\n")) << r.out;
   EXPECT_TRUE(has(r.out, "\n  données    : " + (sandbox.path / "data").string() + "\n")) << r.out;
@@ -64,9 +64,14 @@ TEST(SelfTestCli, DevelopmentTreeSpeaksFrenchAndFailsWithoutWorkerScripts) {
   EXPECT_TRUE(has(r.out, "\n  langue     : fr · « Masque de forme » → « Masque de forme »\n")) << r.out;
   EXPECT_TRUE(has(r.out, "\n  GPU        : llvmpipe")) << r.out;  // tests run on the CPU driver
   EXPECT_TRUE(has(r.out, "\nOK    GPU et noyaux de calcul\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\nÉCHEC scripts IA (om_track, om_klt, om_points, om_assist)\n")) << r.out;
+  // The tree's worker scripts, on the system's python3 with Debian's OpenCV (no engine pack).
+  EXPECT_TRUE(has(r.out, "\nOK    scripts IA (om_track, om_klt)\n")) << r.out;
   EXPECT_TRUE(has(r.out, "\nINFO  Packs IA non installés (normal pour une app neuve)\n")) << r.out;
-  EXPECT_TRUE(endsWith(r.out, "\nInstallation incomplète.\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\n  python     : /usr/bin/python3\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\n  cv2 4.")) << r.out;
+  EXPECT_TRUE(has(r.out, "\nOK    Python avec OpenCV et numpy\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\nINFO  Aucun tracker neuronal installé : le moteur Précis suit par flux optique dense")) << r.out;
+  EXPECT_TRUE(endsWith(r.out, "\nInstallation correcte.\n")) << r.out;
   // The language was applied before anything else ran.
   EXPECT_TRUE(has(settings(sandbox), "AppleLanguages=fr")) << settings(sandbox);
 }
@@ -75,32 +80,49 @@ TEST(SelfTestCli, ChosenEnglishIsUsedThroughout) {
   TempDir sandbox;
   writeSettings(sandbox, "[General]\nombrikLanguage=en\n");
   const CliRun r = selftest(OMBRIK_BINARY, sandbox);
-  EXPECT_NE(r.exitCode, 0);
+  EXPECT_EQ(r.exitCode, 0) << r.out;
   EXPECT_TRUE(has(r.out, " · installed app: false\n")) << r.out;
   EXPECT_TRUE(has(r.out, "\n  language   : en · « Masque de forme » → « Shape Mask »\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\nFAIL  AI scripts (om_track, om_klt, om_points, om_assist)\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\nOK    AI scripts (om_track, om_klt)\n")) << r.out;
   EXPECT_TRUE(has(r.out, "\nINFO  AI packs not installed (normal for a new app)\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\nInstallation incomplete.\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\nOK    Python with OpenCV and numpy\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\nINFO  No neural tracker installed: the Precise engine tracks by dense optical flow")) << r.out;
+  EXPECT_TRUE(has(r.out, "\nInstallation complete.\n")) << r.out;
   EXPECT_FALSE(has(r.out, "ÉCHEC")) << r.out;
+  EXPECT_FALSE(has(r.out, "Aucun")) << r.out;
   EXPECT_TRUE(has(settings(sandbox), "AppleLanguages=en")) << settings(sandbox);
 }
 
-TEST(SelfTestCli, InstalledProgramWithItsScriptsPasses) {
-  // An installed layout: <prefix>/bin/ombrik beside <prefix>/share/ombrik/Tracker/*.py.
-  TempDir sandbox;
-  const fs::path prefix = sandbox.path / "prefix";
-  fs::create_directories(prefix / "bin");
-  fs::copy_file(OMBRIK_BINARY, prefix / "bin" / "ombrik");
-  const fs::path tracker = prefix / "share" / "ombrik" / "Tracker";
-  fs::create_directories(tracker);
-  for (const char* s : {"om_track.py", "om_klt.py", "om_points.py", "om_assist.py"}) std::ofstream(tracker / s) << "\n";
+TEST(SelfTestCli, InstalledProgramChecksItsOwnScripts) {
+  // An installed layout: <prefix>/bin/ombrik beside <prefix>/share/ombrik/Tracker with the worker's
+  // scripts, whole or with one of them broken.
+  const fs::path source = fs::path(__FILE__).parent_path().parent_path().parent_path() / "Tracker";
+  for (const bool broken : {false, true}) {
+    TempDir sandbox;
+    const fs::path prefix = sandbox.path / "prefix";
+    fs::create_directories(prefix / "bin");
+    fs::copy_file(OMBRIK_BINARY, prefix / "bin" / "ombrik");
+    const fs::path tracker = prefix / "share" / "ombrik" / "Tracker";
+    fs::create_directories(tracker);
+    for (const auto& e : fs::directory_iterator(source))
+      if (e.path().extension() == ".py") fs::copy_file(e.path(), tracker / e.path().filename());
+    if (broken) std::ofstream(tracker / "om_klt.py") << "def broken(:\n";
 
-  const CliRun r = selftest(prefix / "bin" / "ombrik", sandbox, "OMBRIK_SUPPORT");
-  EXPECT_EQ(r.exitCode, 0) << r.out;
-  EXPECT_TRUE(has(r.out, " · installed app: true\n")) << r.out;  // installed and no choice: English
-  EXPECT_TRUE(has(r.out, "\n  resources  : " + (prefix / "share" / "ombrik").string() + "\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\n  support    : " + (sandbox.path / "xdg-data" / "Ombrik").string() + "\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\nOK    GPU and compute kernels\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\nOK    AI scripts (om_track, om_klt, om_points, om_assist)\n")) << r.out;
-  EXPECT_TRUE(endsWith(r.out, "\nInstallation complete.\n")) << r.out;
+    const CliRun r = selftest(prefix / "bin" / "ombrik", sandbox, "OMBRIK_SUPPORT");
+    EXPECT_TRUE(has(r.out, " · installed app: true\n")) << r.out;  // installed and no choice: English
+    EXPECT_TRUE(has(r.out, "\n  resources  : " + (prefix / "share" / "ombrik").string() + "\n")) << r.out;
+    EXPECT_TRUE(has(r.out, "\n  support    : " + (sandbox.path / "xdg-data" / "Ombrik").string() + "\n")) << r.out;
+    EXPECT_TRUE(has(r.out, "\nOK    GPU and compute kernels\n")) << r.out;
+    EXPECT_TRUE(has(r.out, "\nOK    AI scripts (om_track, om_klt)\n")) << r.out;
+    if (broken) {
+      EXPECT_NE(r.exitCode, 0) << r.out;
+      EXPECT_TRUE(has(r.out, "SyntaxError")) << r.out;
+      EXPECT_TRUE(has(r.out, "\nFAIL  Python with OpenCV and numpy\n")) << r.out;
+      EXPECT_TRUE(endsWith(r.out, "\nInstallation incomplete.\n")) << r.out;
+    } else {
+      EXPECT_EQ(r.exitCode, 0) << r.out;
+      EXPECT_TRUE(has(r.out, "\nOK    Python with OpenCV and numpy\n")) << r.out;
+      EXPECT_TRUE(endsWith(r.out, "\nInstallation complete.\n")) << r.out;
+    }
+  }
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <QLabel>
+#include <QProgressBar>
 #include <QTabBar>
 #include <QTest>
 #include <QToolButton>
@@ -232,4 +233,27 @@ TEST(RotoViewer, TheNodeEditorOffersEachMasksOwnOutput) {
   };
   for (int port : {0, 1, 2, 4}) EXPECT_EQ(portNear(port), port);
   EXPECT_NE(portNear(3), 3);
+}
+
+TEST(RotoViewer, TrackingButtonsStartOrRefuseAndFollowARun) {
+  MaskDesk d;
+  auto* bar = d.window->rotoToolBar();
+  auto button = [&](const char* name) { return bar->findChild<QToolButton*>(name); };
+  for (const char* name : {"trackBack", "trackBoth", "trackForward", "trackStop", "trackEngine"})
+    ASSERT_NE(button(name), nullptr) << name;
+  EXPECT_FALSE(button("trackStop")->isEnabled()) << "nothing to stop";
+  d.model->videos.clear();  // the example's plate is a still: tracking needs a clip
+  QTest::mouseClick(button("trackForward"), Qt::LeftButton);
+  EXPECT_EQ(d.model->_status, "Le tracking a besoin d'une vidéo dans le Media.");
+  EXPECT_FALSE(d.model->_trackingProgress);
+
+  d.model->_trackingProgress = 0.4;  // as a run under way sets it
+  d.settle();
+  EXPECT_FALSE(button("trackForward")->isEnabled());
+  EXPECT_TRUE(button("trackStop")->isEnabled());
+  auto* progress = bar->findChild<QProgressBar*>("trackProgress");
+  ASSERT_NE(progress, nullptr);
+  EXPECT_TRUE(progress->isVisible());
+  EXPECT_EQ(progress->value(), 400);
+  d.model->_trackingProgress.reset();
 }

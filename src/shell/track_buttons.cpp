@@ -1,0 +1,101 @@
+#include "shell/track_buttons.h"
+
+#include <QActionGroup>
+#include <QHBoxLayout>
+#include <QMenu>
+#include <QProgressBar>
+#include <QToolButton>
+
+#include "document/app_model.h"
+#include "shell/shown_text.h"
+
+namespace ombrik {
+
+namespace {
+// No neural point tracker can be installed here: the precise engine says what it really is.
+constexpr const char* kEngineTip =
+    "Rapide : Lucas–Kanade pyramidal sur les détails du masque, contrôle aller-retour · Précis : flux optique dense "
+    "(OpenCV DIS) à la résolution choisie. Aucun tracker neuronal n'est installé.";
+}  // namespace
+
+TrackButtons::TrackButtons(AppModel& model, QWidget* parent) : QWidget(parent), model_(model) {
+  setObjectName("trackButtons");
+  auto* row = new QHBoxLayout(this);
+  row->setContentsMargins(0, 0, 0, 0);
+  row->setSpacing(3);
+  auto button = [&](const char* name, const char* text, const char* tip, auto action) {
+    auto* b = new QToolButton(this);
+    b->setObjectName(name);
+    b->setText(shown(text));
+    b->setToolTip(shown(tip));
+    b->setFocusPolicy(Qt::NoFocus);
+    row->addWidget(b);
+    connect(b, &QToolButton::clicked, this, [this, action] {
+      if (const auto node = model_.rotoNode()) action(*node);
+      refresh();
+    });
+    return b;
+  };
+  back_ = button("trackBack", "◀ Tracker", "Tracker vers l'arrière depuis cette image",
+                 [this](const Uuid& id) { model_.trackMask(id, false); });
+  both_ = button("trackBoth", "◀ ▶", "Tracker vers l'avant puis vers l'arrière depuis cette image",
+                 [this](const Uuid& id) { model_.trackMaskBoth(id); });
+  forward_ = button("trackForward", "Tracker ▶", "Tracker vers l'avant depuis cette image",
+                    [this](const Uuid& id) { model_.trackMask(id, true); });
+  stop_ = button("trackStop", "Arrêter", "Arrêter le tracking (Échap) : ce qui est suivi reste",
+                 [this](const Uuid&) { model_.stopTracking(); });
+
+  engine_ = new QToolButton(this);
+  engine_->setObjectName("trackEngine");
+  engine_->setToolTip(shown(kEngineTip));
+  engine_->setPopupMode(QToolButton::InstantPopup);
+  engine_->setFocusPolicy(Qt::NoFocus);
+  auto* menu = new QMenu(engine_);
+  auto choice = [&](QActionGroup* group, const QString& text, bool checked, auto pick) {
+    QAction* a = menu->addAction(text);
+    a->setCheckable(true);
+    a->setChecked(checked);
+    group->addAction(a);
+    connect(a, &QAction::triggered, this, [this, pick] {
+      pick();
+      refresh();
+    });
+  };
+  auto* engines = new QActionGroup(menu);
+  for (TrackEngine e : {TrackEngine::fast, TrackEngine::precise})
+    choice(engines, shown(trackEngineName(e)), model_.tracking.engine == e, [this, e] { model_.tracking.engine = e; });
+  menu->addSeparator();
+  auto* modes = new QActionGroup(menu);
+  for (TrackMode m : {TrackMode::planar, TrackMode::point})
+    choice(modes, shown(m == TrackMode::planar ? "Mode Planar (rotation, échelle, perspective)" : "Mode Position (déplacement seul)"),
+           model_.tracking.mode == m, [this, m] { model_.tracking.mode = m; });
+  menu->addSeparator();
+  auto* counts = new QActionGroup(menu);
+  for (int n : {25, 50, 100, 200, 400})
+    choice(counts, shown("%d points de suivi").replace("%d", QString::number(n)), model_.tracking.pointCount == n,
+           [this, n] { model_.tracking.pointCount = n; });
+  engine_->setMenu(menu);
+  row->addWidget(engine_);
+
+  progress_ = new QProgressBar(this);
+  progress_->setObjectName("trackProgress");
+  progress_->setRange(0, 1000);
+  progress_->setTextVisible(false);
+  progress_->setFixedWidth(90);
+  progress_->setFixedHeight(8);
+  row->addWidget(progress_);
+  refresh();
+}
+
+void TrackButtons::refresh() {
+  const bool running = model_._trackingProgress.has_value();
+  for (QToolButton* b : {back_, both_, forward_}) b->setEnabled(!running);
+  stop_->setEnabled(running);
+  engine_->setEnabled(!running);
+  const QString label = shown(trackEngineName(model_.tracking.engine)) + " · " + shown(trackModeName(model_.tracking.mode));
+  if (engine_->text() != label) engine_->setText(label);
+  progress_->setVisible(running);
+  if (running) progress_->setValue(int(*model_._trackingProgress * 1000));
+}
+
+}  // namespace ombrik
