@@ -7,6 +7,7 @@
 #include <random>
 
 #include "../platform/temp_dir.h"
+#include "../tracking/worker_clips.h"
 #include "document/app_model.h"
 #include "engine/engine.h"
 #include "platform/scheduler.h"
@@ -29,16 +30,8 @@ Point truth(Point p, int t, bool similar) {
 // The plate: sinusoids in every direction, sampled where frame t's pixel came from, plus grain.
 bool writeShot(const fs::path& out, bool similar) {
   std::mt19937 rng(11);
-  std::uniform_real_distribution<double> uni(0, 1);
   std::normal_distribution<double> grain(0, 2);
-  struct Wave {
-    double kx, ky, phase, amp;
-  };
-  std::vector<Wave> waves;
-  for (int k = 0; k < 16; ++k) {
-    const double dir = (k + uni(rng)) * M_PI / 16, f = 0.08 + 0.2 * uni(rng);
-    waves.push_back({f * std::cos(dir), f * std::sin(dir), uni(rng) * 2 * M_PI, 6 + 6 * uni(rng)});
-  }
+  const std::vector<test::PlateWave> waves = test::plateWaves(rng, 0.2);
   const std::string cmd = "ffmpeg -v error -y -f rawvideo -pix_fmt gray -s " + std::to_string(kW) + "x" + std::to_string(kH) +
                           " -r 25 -i - -vf gblur=sigma=0.6 -c:v libx264 -crf 12 -pix_fmt yuv420p '" + out.string() + "'";
   FILE* pipe = popen(cmd.c_str(), "w");
@@ -53,8 +46,7 @@ bool writeShot(const fs::path& out, bool similar) {
           const Point m = truth(p, t, similar);
           p.x += q.x - m.x, p.y += q.y - m.y;
         }
-        double v = 128 + grain(rng);
-        for (const Wave& w : waves) v += w.amp * std::sin(w.kx * p.x + w.ky * p.y + w.phase);
+        const double v = test::plateAt(waves, p.x, p.y) + grain(rng);
         frame[std::size_t(y) * kW + x] = static_cast<unsigned char>(std::clamp(std::lround(v), 0L, 255L));
       }
     fwrite(frame.data(), 1, frame.size(), pipe);

@@ -20,21 +20,32 @@ struct PlateClip {
   double noise = 1.5;           // grey levels, standard deviation
 };
 
+// A smooth texture in every direction, so that no spot is a mere stripe: sixteen sinusoids of
+// wavelengths from 2π/(0.08 + spread) to 2π/0.08 px, drawn from `rng`.
+struct PlateWave {
+  double kx, ky, phase, amp;
+};
+inline std::vector<PlateWave> plateWaves(std::mt19937& rng, double spread) {
+  std::uniform_real_distribution<double> uni(0, 1);
+  std::vector<PlateWave> waves;
+  for (int k = 0; k < 16; ++k) {
+    const double a = (k + uni(rng)) * M_PI / 16, f = 0.08 + spread * uni(rng);
+    waves.push_back({f * std::cos(a), f * std::sin(a), uni(rng) * 2 * M_PI, 6 + 6 * uni(rng)});
+  }
+  return waves;
+}
+inline double plateAt(const std::vector<PlateWave>& waves, double x, double y) {
+  double v = 128;
+  for (const PlateWave& w : waves) v += w.amp * std::sin(w.kx * x + w.ky * y + w.phase);
+  return v;
+}
+
 // Frame t shows a smooth texture (a sum of sinusoids all round, wavelengths 20 to 80 px)
 // moved by t·(dx, dy), plus noise, encoded in H.264. A point of the plate at (x, y) on frame 0 is at
 // (x + t·dx, y + t·dy) on frame t, in continuous pixel coordinates.
 inline bool writePlateClip(const std::filesystem::path& out, const PlateClip& c) {
   std::mt19937 rng(7);
-  std::uniform_real_distribution<double> uni(0, 1);
-  struct Wave {
-    double kx, ky, phase, amp;
-  };
-  std::vector<Wave> waves;
-  for (int k = 0; k < 16; ++k) {
-    // Directions spread evenly: texture in every direction, so that no spot is a mere stripe.
-    const double a = (k + uni(rng)) * M_PI / 16, f = 0.08 + 0.22 * uni(rng);
-    waves.push_back({f * std::cos(a), f * std::sin(a), uni(rng) * 2 * M_PI, 6 + 6 * uni(rng)});
-  }
+  const std::vector<PlateWave> waves = plateWaves(rng, 0.22);
   std::normal_distribution<double> grain(0, c.noise);
   const std::string cmd = "ffmpeg -v error -y -f rawvideo -pix_fmt gray -s " + std::to_string(c.W) + "x" +
                           std::to_string(c.H) + " -r 25 -i - -c:v libx264 -crf 12 -pix_fmt yuv420p '" + out.string() + "'";
@@ -45,8 +56,7 @@ inline bool writePlateClip(const std::filesystem::path& out, const PlateClip& c)
     for (int y = 0; y < c.H; ++y)
       for (int x = 0; x < c.W; ++x) {
         const double X = x + 0.5 - t * c.dx, Y = y + 0.5 - t * c.dy;
-        double v = 128 + grain(rng);
-        for (const Wave& w : waves) v += w.amp * std::sin(w.kx * X + w.ky * Y + w.phase);
+        const double v = plateAt(waves, X, Y) + grain(rng);
         frame[std::size_t(y) * c.W + x] = static_cast<unsigned char>(std::clamp(std::lround(v), 0L, 255L));
       }
     fwrite(frame.data(), 1, frame.size(), pipe);
