@@ -57,6 +57,8 @@ AppModel::AppModel(const Options& options)
   // The example world of a development tree needs graph editing and the sample picture;
   // until they exist every start is the blank world, marked placeholder when installed.
   _compareStyle = std::clamp(defaults_->integer("compareStyle"), 0, 2);
+  tracking.correct = defaults_->boolean("trackCorrect");
+  if (defaults_->string("trackEngine") == std::string(trackEngineName(TrackEngine::precise))) tracking.engine = TrackEngine::precise;
   layout.onChange = [this] { historyChanged(); };
   if (!(options.openLastProject && openLastProject())) {
     // An installed program starts blank; a development tree opens the example world.

@@ -476,6 +476,10 @@ public:
   void pinHere(const Uuid& nodeID);
   void removePin(const Uuid& nodeID, int frame);
   void clearPins(const Uuid& nodeID);
+  // Tracks from each pin to its neighbours, both ways, and fuses the runs (app_model_track_pins.cpp).
+  void trackWithPins(const Uuid& nodeID);
+  void setTrackEngine(TrackEngine engine);  // remembered for the next start
+  void setTrackCorrect(bool on);
   Workers& workers();  // the worker processes, started on first use
 
   // ---- delivery: renders of frames to files, the queue, the Relais checkpoint
@@ -632,6 +636,9 @@ private:
   void startTrackRun(std::shared_ptr<MaskTrackRun> run, const Uuid& nodeID, nlohmann::json job);
   void pushTrack(MaskTrackRun& run, const Uuid& nodeID, bool last);
   void finishTrackRun(std::shared_ptr<MaskTrackRun> run, const Uuid& nodeID, const JobResult& result);
+  void nextPinRun();
+  void pinRunEnded(bool ok);
+  void endPinPlan(const std::string& status);  // a plan dropped: the node as it was before it
   void endTracking();  // stops the tracker and waits for its thread: nothing outlives the model
   std::unique_ptr<Workers> workers_;
   // `all` stored as the node's masks with mask `index` live in its fields; no point selected.

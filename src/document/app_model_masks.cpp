@@ -170,6 +170,15 @@ void AppModel::setMaskParams(const Uuid& nodeID, const std::map<std::string, dou
   if (!n) return;
   static const std::set<std::string> poseKeys = {"cx", "cy", "rx", "ry", "rot"};
   const MaskKey k = key(resolved(*n));
+  if (!n->track.empty() && tracking.correct && isMask(n) && (values.count("cx") || values.count("cy"))) {
+    // Dragging a tracked mask corrects it at this frame: the raw track stays, an offset key goes on top.
+    const auto at = [&](const char* name, double now) { return values.count(name) ? values.at(name) - now : 0.0; };
+    addTrackOffset(std::size_t(n - _nodes.data()), at("cx", k.cx), at("cy", k.cy));
+    std::map<std::string, double> rest = values;
+    rest.erase("cx"), rest.erase("cy");
+    if (!rest.empty()) setMaskParams(nodeID, rest);
+    return;
+  }
   if (!n->track.empty()) {
     // A tracked mask moves as a whole: every tracked placement shifts with the hand's change.
     editShape(nodeID, [&](Node& node) {
@@ -178,11 +187,7 @@ void AppModel::setMaskParams(const Uuid& nodeID, const std::map<std::string, dou
           const double d = v - (name == "cx" ? k.cx : k.cy);
           for (auto& [f, t] : node.track) (name == "cx" ? t.cx : t.cy) += d;
           node.params[name] = d + (node.params.count(name) ? node.params[name] : 50);
-          for (auto& [f, h] : node.planarH)  // a translation of the normalised picture, applied after
-            if (h.size() == 9) {
-              const double tx = name == "cx" ? d / 100 : 0, ty = name == "cy" ? d / 100 : 0;
-              for (int c = 0; c < 3; ++c) h[c] += tx * h[6 + c], h[3 + c] += ty * h[6 + c];
-            }
+          shiftPlanar(node.planarH, name == "cx" ? d / 100 : 0, name == "cy" ? d / 100 : 0);
         } else if (name == "rot") {
           const double d = v - k.rot;
           for (auto& [f, t] : node.track) t.rot += d;

@@ -159,6 +159,7 @@ void AppModel::finishTrackRun(std::shared_ptr<MaskTrackRun> run, const Uuid& nod
     roto.trackDots.clear();
   }
   historyChanged();  // the whole run is one step, now that it has ended
+  tracking.stoppedByUser = userStop;
   if (hook) hook(!error && !run->lostAt);
   if (tracking.backNote && tracking.backNote->first == nodeID) {
     _status = "Avant : " + tracking.backNote->second + " · Arrière : " + _status;

@@ -9,6 +9,7 @@
 #include "platform/app_paths.h"
 #include "platform/scheduler.h"
 #include "platform/string_catalogue.h"
+#include "platform/user_defaults.h"
 #include "tracking/planar_track.h"
 #include "tracking/roto.h"
 #include "tracking/tap_server.h"
@@ -165,6 +166,16 @@ void AppModel::trackMaskBoth(const Uuid& nodeID) {
   const int last = video ? batchFrames(*video) - 1 : 0;
   if (video && _currentFrame > 0 && _currentFrame < last) tracking.thenBack = {nodeID, _currentFrame};
   trackMask(nodeID, !(video && _currentFrame >= last && last > 0));
+}
+
+void AppModel::setTrackEngine(TrackEngine engine) {
+  tracking.engine = engine;
+  defaults_->set("trackEngine", trackEngineName(engine));
+}
+
+void AppModel::setTrackCorrect(bool on) {
+  tracking.correct = on;
+  defaults_->set("trackCorrect", on);
 }
 
 void AppModel::addTrackOffset(std::size_t nodeIndex, double dx, double dy) {

@@ -63,7 +63,7 @@ TrackButtons::TrackButtons(AppModel& model, QWidget* parent) : QWidget(parent), 
   };
   auto* engines = new QActionGroup(menu);
   for (TrackEngine e : {TrackEngine::fast, TrackEngine::precise})
-    choice(engines, shown(trackEngineName(e)), model_.tracking.engine == e, [this, e] { model_.tracking.engine = e; });
+    choice(engines, shown(trackEngineName(e)), model_.tracking.engine == e, [this, e] { model_.setTrackEngine(e); });
   menu->addSeparator();
   auto* modes = new QActionGroup(menu);
   for (TrackMode m : {TrackMode::planar, TrackMode::point})
@@ -74,8 +74,46 @@ TrackButtons::TrackButtons(AppModel& model, QWidget* parent) : QWidget(parent), 
   for (int n : {25, 50, 100, 200, 400})
     choice(counts, shown("%d points de suivi").replace("%d", QString::number(n)), model_.tracking.pointCount == n,
            [this, n] { model_.tracking.pointCount = n; });
+  menu->addSeparator();
+  auto* sizes = new QActionGroup(menu);
+  for (int side : {512, 1920})
+    choice(sizes, shown("Précis : travail en %d px").replace("%d", QString::number(side)), model_.tracking.resolution == side,
+           [this, side] { model_.tracking.resolution = side; });
   engine_->setMenu(menu);
   row->addWidget(engine_);
+
+  // Pins before a track, corrections after one.
+  keys_ = new QToolButton(this);
+  keys_->setObjectName("trackKeys");
+  keys_->setText(shown("Clés"));
+  keys_->setToolTip(shown("Clés de référence avant le track, corrections à la main après"));
+  keys_->setPopupMode(QToolButton::InstantPopup);
+  keys_->setFocusPolicy(Qt::NoFocus);
+  auto* keys = new QMenu(keys_);
+  auto onNode = [&](const char* name, const char* text, auto action) {
+    QAction* a = keys->addAction(shown(text));
+    a->setObjectName(name);
+    connect(a, &QAction::triggered, this, [this, action] {
+      if (const auto node = model_.rotoNode()) action(*node);
+      refresh();
+    });
+    return a;
+  };
+  onNode("pinHere", "Poser une clé ici", [this](const Uuid& id) { model_.pinHere(id); });
+  onNode("trackWithPins", "Tracker entre les clés", [this](const Uuid& id) { model_.trackWithPins(id); });
+  onNode("removePin", "Retirer la clé de cette image", [this](const Uuid& id) { model_.removePin(id, model_._currentFrame); });
+  onNode("clearPins", "Effacer les clés", [this](const Uuid& id) { model_.clearPins(id); });
+  keys->addSeparator();
+  onNode("resumeTrack", "Reprendre le track ici", [this](const Uuid& id) { model_.trackMask(id, true); });
+  onNode("offsetZero", "Offset à zéro ici", [this](const Uuid& id) { model_.offsetZeroHere(id); });
+  onNode("clearTrack", "Effacer le track", [this](const Uuid& id) { model_.clearTrack(id); });
+  keys->addSeparator();
+  correct_ = keys->addAction(shown("Corriger en déplaçant le masque (clés d'offset)"));
+  correct_->setObjectName("trackCorrect");
+  correct_->setCheckable(true);
+  connect(correct_, &QAction::toggled, this, [this](bool on) { model_.setTrackCorrect(on); });
+  keys_->setMenu(keys);
+  row->addWidget(keys_);
 
   progress_ = new QProgressBar(this);
   progress_->setObjectName("trackProgress");
@@ -92,6 +130,8 @@ void TrackButtons::refresh() {
   for (QToolButton* b : {back_, both_, forward_}) b->setEnabled(!running);
   stop_->setEnabled(running);
   engine_->setEnabled(!running);
+  keys_->setEnabled(!running);
+  if (correct_->isChecked() != model_.tracking.correct) correct_->setChecked(model_.tracking.correct);
   const QString label = shown(trackEngineName(model_.tracking.engine)) + " · " + shown(trackModeName(model_.tracking.mode));
   if (engine_->text() != label) engine_->setText(label);
   progress_->setVisible(running);

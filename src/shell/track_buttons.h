@@ -1,8 +1,10 @@
 #pragma once
 // The tracking controls of a mask, beside the mask tools: track back, forward or both ways from
-// this frame, stop, the engine and mode of the next run, and the run's progress.
+// this frame, stop, the engine and mode of the next run, the run's progress, and the pins and
+// hand corrections around a track.
 #include <QWidget>
 
+class QAction;
 class QLabel;
 class QProgressBar;
 class QToolButton;
@@ -23,6 +25,8 @@ private:
   QToolButton* forward_ = nullptr;
   QToolButton* stop_ = nullptr;
   QToolButton* engine_ = nullptr;
+  QToolButton* keys_ = nullptr;  // pins and corrections
+  QAction* correct_ = nullptr;
   QProgressBar* progress_ = nullptr;
 };
 

@@ -62,15 +62,16 @@ PinResult fusePinRuns(const std::vector<PinRun>& plan, const std::vector<PinResu
                       const std::map<int, Homography>& poseH) {
   PinResult out;
   const std::size_t n = std::min(plan.size(), results.size());
-  for (std::size_t i = 0; i < n; ++i) {
-    if (plan[i].seg) continue;
-    for (const auto& [f, k] : results[i].track) out.track[f] = k;
-    for (const auto& [f, h] : results[i].planarH) out.planarH[f] = h;
-  }
   auto startH = [&](int pin) {
     const auto it = poseH.find(pin);
     return it == poseH.end() ? Homography::identity() : it->second;
   };
+  for (std::size_t i = 0; i < n; ++i) {
+    if (plan[i].seg) continue;
+    for (const auto& [f, k] : results[i].track) out.track[f] = k;
+    for (const auto& [f, h] : results[i].planarH)
+      if (auto a = absoluteAt(results[i], f, startH(plan[i].frame))) out.planarH[f] = a->toArray();
+  }
   for (std::size_t i = 0; i + 1 < n; ++i) {
     const PinRun& fw = plan[i];
     const PinRun& bw = plan[i + 1];

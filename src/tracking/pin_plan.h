@@ -42,7 +42,8 @@ std::optional<Homography> pinPoseH(const std::vector<SplinePoint>& shape, const 
 // forward and backward runs with t = (f - fi) / (fi+1 - fi), keys per field and homographies
 // element-wise once made absolute (run homography * poseH of its start pin, a pin without an
 // entry in `poseH` counting as identity, each scaled to m22 = 1). A frame only one run reached
-// takes that run's value. The outer runs are copied as they are; the segments win at the pins.
+// takes that run's value. The outer runs keep their keys and their homographies, made absolute
+// the same way; the segments win at the pins.
 PinResult fusePinRuns(const std::vector<PinRun>& plan, const std::vector<PinResult>& results,
                       const std::map<int, Homography>& poseH);
 

@@ -10,8 +10,10 @@
 #include <thread>
 #include <utility>
 
+#include "graph/node.h"
 #include "graph/uuid.h"
 #include "tracking/mask_track_run.h"
+#include "tracking/pin_plan.h"
 
 namespace ombrik {
 
@@ -21,6 +23,16 @@ enum class TrackEngine { fast, precise };
 
 inline const char* trackEngineName(TrackEngine e) { return e == TrackEngine::fast ? "Rapide" : "Précis (IA)"; }
 inline const char* trackModeName(TrackMode m) { return m == TrackMode::planar ? "Planar" : "Position"; }
+
+// A track between pins under way: its runs, what each left, and the node as it was before, which
+// comes back whole if a run fails or is stopped.
+struct PinPlanRun {
+  Uuid nodeID;
+  std::vector<PinRun> plan;
+  std::vector<PinResult> results;
+  Node before;
+  int returnFrame = 0;  // where the user was: the viewer goes back there at the end
+};
 
 struct TrackingState {
   TrackMode mode = TrackMode::planar;
@@ -42,6 +54,8 @@ struct TrackingState {
   std::function<void(bool)> finishHook;
   std::optional<std::pair<Uuid, int>> thenBack;           // the node and frame the back run starts from
   std::optional<std::pair<Uuid, std::string>> backNote;   // the forward run's outcome, for the back run's status
+  bool stoppedByUser = false;  // how the last run ended, for its finish hook
+  std::optional<PinPlanRun> pins;
 };
 
 }  // namespace ombrik

@@ -11,6 +11,7 @@
 #include "document/roto_drag.h"
 #include "engine/engine.h"
 #include "temp_model.h"
+#include "tracking/homography.h"
 
 using namespace ombrik;
 using namespace ombrik::test;
@@ -202,11 +203,97 @@ TEST(MaskEditing, AnimatedAndTrackedPlacementsFollowTheHand) {
   EXPECT_NEAR(r.m.key(r.m.resolved(r.node())).cx, cx + 10, 1e-9);
   r.m._currentFrame = 0;
   EXPECT_NEAR(r.m.key(r.m.resolved(r.node())).cx, cx, 1e-9);
-  // A tracked mask's slider shifts every tracked placement.
+  // With hand correction off, a tracked mask's slider shifts every tracked placement.
+  r.m.setTrackCorrect(false);
   r.m.nodeByID(r.mask)->track = {{0, MaskKey{40, 50, 20, 20, 0}}, {5, MaskKey{45, 50, 20, 20, 0}}};
   r.m.binding(r.mask, "cy").set(60);
   EXPECT_EQ(r.node().track.at(5).cy, 60);
   EXPECT_EQ(r.node().track.at(0).cy, 60);
+}
+
+TEST(MaskEditing, DraggingATrackedMaskCorrectsItWithOffsetKeysOverTheRawTrack) {
+  Roto r;
+  r.square();
+  Node& n = *r.m.nodeByID(r.mask);
+  for (int f = 0; f <= 20; ++f) n.track[f] = MaskKey{40.0 + f, 50, 20, 20, 0};
+  n.trackRef = 0;
+  n.planarH = {{0, Homography::identity().toArray()}};
+  const auto cxAt = [&](int f) { return r.m.key(r.m.resolvedMask(r.node(), f)).cx; };
+  r.m._currentFrame = 10;
+  r.m.setMaskParams(r.mask, {{"cx", cxAt(10) + 6}, {"cy", 48}});
+  using Off = std::map<int, std::vector<double>>;
+  EXPECT_EQ(r.node().trackOff, (Off{{0, {0, 0}}, {10, {6, -2}}}));  // ramps in from the track's start
+  EXPECT_EQ(r.node().track.at(10).cx, 50);                       // the track itself stays raw
+  EXPECT_NEAR(cxAt(5), 45 + 3, 1e-9);
+  EXPECT_NEAR(cxAt(15), 55 + 6, 1e-9);  // after the last key its value holds
+  r.m._currentFrame = 15;
+  r.m.offsetZeroHere(r.mask);
+  EXPECT_NEAR(cxAt(15), 55, 1e-9);
+  EXPECT_EQ(r.m._status, "Offset à zéro à l'image 16.");
+
+  // After a weak zone, a first correction ramps in from where the zone began.
+  r.m.nodeByID(r.mask)->trackOff.clear();
+  r.m.tracking.weak[r.mask] = 4;
+  r.m._currentFrame = 12;
+  r.m.setMaskParams(r.mask, {{"cx", cxAt(12) - 3}});
+  EXPECT_EQ(r.node().trackOff, (Off{{4, {0, 0}}, {12, {-3, 0}}}));
+
+  // Off, the hand moves the whole track and its homographies, and the choice is remembered.
+  r.m.nodeByID(r.mask)->trackOff.clear();
+  r.m.setTrackCorrect(false);
+  r.m.setMaskParams(r.mask, {{"cx", cxAt(12) + 5}});
+  EXPECT_TRUE(r.node().trackOff.empty());
+  EXPECT_EQ(r.node().track.at(0).cx, 45);
+  EXPECT_NEAR(r.node().planarH.at(0)[2], 0.05, 1e-12);
+  AppModel again(tempModelOptions(r.dir, r.clock, false));
+  EXPECT_FALSE(again.tracking.correct);
+}
+
+TEST(MaskEditing, PinsAreSetAndMovedBeforeATrackAndTrackingBetweenThemNeedsTwo) {
+  Roto r;
+  r.square();
+  struct Refusal {
+    std::function<void(Node&)> prepare;
+    const char* status;
+  } refusals[] = {
+      {[](Node&) {}, "Posez au moins deux clés (début et fin) pour tracker entre les clés."},
+      {[](Node& n) { n.pins = {{0, {}}, {9, {}}}, n.track = {{0, {}}}; },
+       "Effacez d'abord le track : le suivi entre les clés repart de zéro."},
+      {[](Node& n) { n.pins = {{0, {}}, {9, {}}}, n.shapeClosed = false; }, "Dessinez d'abord une forme dans le viewer."},
+  };
+  const Node drawn = r.node();
+  for (const Refusal& c : refusals) {
+    Node& n = *r.m.nodeByID(r.mask);
+    n = drawn;
+    c.prepare(n);
+    const Node prepared = n;
+    r.m.trackWithPins(r.mask);
+    EXPECT_EQ(r.m._status, c.status);
+    EXPECT_FALSE(r.m._trackingProgress);
+    EXPECT_TRUE(r.node() == prepared) << c.status;
+  }
+  *r.m.nodeByID(r.mask) = drawn;
+
+  r.m._currentFrame = 3;
+  r.m.pinHere(r.mask);
+  EXPECT_EQ(r.m._status, "Clé posée à l'image 4 · 1 clé.");
+  r.m._currentFrame = 9;
+  const MaskKey k = r.m.key(r.m.resolved(r.node()));
+  r.m.setMaskParams(r.mask, {{"cx", k.cx + 10}, {"feather", 2}});  // a pose key moves the pin of this frame
+  ASSERT_EQ(r.node().pins.size(), 2u);
+  EXPECT_EQ(r.node().pins.at(9).cx, k.cx + 10);
+  EXPECT_EQ(r.node().params.at("feather"), 2);
+  EXPECT_NEAR(r.m.key(r.m.resolvedMask(r.node(), 6)).cx, k.cx + 5, 1e-9);  // halfway between the pins
+  r.m.pinHere(r.mask);
+  EXPECT_EQ(r.m._status, "Clé posée à l'image 10 · 2 clés.");
+  r.m.removePin(r.mask, 9);
+  EXPECT_EQ(r.node().pins.size(), 1u);
+  r.m.nodeByID(r.mask)->track = {{0, k}};
+  r.m.pinHere(r.mask);  // on a tracked mask pins don't go
+  EXPECT_EQ(r.m._status, "Effacez d'abord le track pour poser des clés de référence (elles se posent avant de tracker).");
+  EXPECT_EQ(r.node().pins.size(), 1u);
+  r.m.clearPins(r.mask);
+  EXPECT_TRUE(r.node().pins.empty());
 }
 
 TEST(MaskEditing, IKeyHidesGuidesAndTwiceIsolatesTheMask) {

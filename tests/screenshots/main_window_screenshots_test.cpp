@@ -201,7 +201,19 @@ void screenshotOfTheMaskTools(AppLanguage language, const char* file) {
   QTest::mouseClick(viewer, Qt::LeftButton, {}, at(0.94, 0.48));  // selects a point
   settle();
 
-  const QImage shot = window.grab().toImage();
+  QImage shot = window.grab().toImage();
+  // The tracking keys menu, drawn open under its button.
+  auto* keys = window.rotoToolBar()->findChild<QToolButton*>("trackKeys");
+  ASSERT_NE(keys, nullptr);
+  keys->menu()->ensurePolished();
+  keys->menu()->resize(keys->menu()->sizeHint());
+  const QImage open = keys->menu()->grab().toImage();
+  const QPoint under = keys->mapTo(&window, QPoint(0, keys->height() + 2));
+  QPainter paint(&shot);
+  paint.drawImage(under, open);
+  paint.setPen(QColor(0x55, 0x55, 0x5c));
+  paint.drawRect(QRect(under, open.size()).adjusted(-1, -1, 0, 0));
+  paint.end();
   EXPECT_TRUE(saveScreenshot(shot, file));
   const Node& node = *model.nodeByID(*mask);
   EXPECT_TRUE(node.shapeClosed);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <QLabel>
+#include <QMenu>
 #include <QProgressBar>
 #include <QTabBar>
 #include <QTest>
@@ -247,8 +248,18 @@ TEST(RotoViewer, TrackingButtonsStartOrRefuseAndFollowARun) {
   EXPECT_EQ(d.model->_status, "Le tracking a besoin d'une vidéo dans le Media.");
   EXPECT_FALSE(d.model->_trackingProgress);
 
+  // The keys menu: a pin here, then hand correction switched off and remembered.
+  auto action = [&](const char* name) { return button("trackKeys")->menu()->findChild<QAction*>(name); };
+  ASSERT_NE(action("pinHere"), nullptr);
+  action("pinHere")->trigger();
+  EXPECT_EQ(d.model->_status, "Clé posée à l'image " + std::to_string(d.model->_currentFrame + 1) + " · 1 clé.");
+  ASSERT_TRUE(action("trackCorrect")->isChecked());
+  action("trackCorrect")->trigger();
+  EXPECT_FALSE(d.model->tracking.correct);
+
   d.model->_trackingProgress = 0.4;  // as a run under way sets it
   d.settle();
+  EXPECT_FALSE(button("trackKeys")->isEnabled());
   EXPECT_FALSE(button("trackForward")->isEnabled());
   EXPECT_TRUE(button("trackStop")->isEnabled());
   auto* progress = bar->findChild<QProgressBar*>("trackProgress");
