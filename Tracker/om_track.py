@@ -15,8 +15,36 @@ import traceback
 import om_common
 from om_common import JobError, log, reply, text
 
-# Request types this worker serves; every other one of the protocol's table answers "not available".
-HANDLERS = {}
+# Request types this worker serves, each by a function of a module imported on first use (a model
+# loads only when a job needs it); every other type answers "not available".
+HANDLERS = {
+    "body_frame": ("om_matte", "body_frame"),
+    "hair_frame": ("om_matte", "hair_frame"),
+    "body_video": ("om_matte", "body_video"),
+    "hair_video": ("om_matte", "hair_video"),
+    "sam_preview": ("om_select", "preview"),
+    "sam_propagate": ("om_select", "propagate"),
+    "sam_detect": ("om_select", "detect"),
+    "greenkey_frame": ("om_greenkey", "key_frame"),
+    "greenkey_video": ("om_greenkey", "key_video"),
+    "denoise_frame": ("om_denoise", "denoise_frame"),
+    "denoise_video": ("om_denoise", "denoise_video"),
+    "retime_flow": ("om_retime", "retime_flow"),
+}
+
+
+def _handler(kind):
+    entry = HANDLERS.get(kind)
+    if entry is None:
+        return None
+    import importlib
+    try:
+        module = importlib.import_module(entry[0])
+    except ModuleNotFoundError as e:
+        if e.name != entry[0]:  # a library the module needs is missing: say which
+            raise JobError("%s: %s" % (entry[0], e))
+        return None
+    return getattr(module, entry[1], None)
 
 
 def _track(request):
@@ -37,7 +65,7 @@ def handle(line, serve_tracking):
             raise JobError(text("no_track"))
         _track(request)
         return
-    handler = HANDLERS.get(kind)
+    handler = _handler(kind)
     if handler is None:
         raise JobError(text("unavailable", kind))
     handler(request)

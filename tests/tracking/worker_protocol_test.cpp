@@ -79,9 +79,9 @@ TEST_F(WorkerTest, TracksAndStaysUpThroughBadRequests) {
   const WorkerReply bad = server.nextMessage();
   ASSERT_EQ(bad.kind, WorkerReply::Kind::message);
   EXPECT_EQ(bad.body["error"].get<std::string>().rfind("requête illisible (JSON attendu) : ", 0), 0u) << bad.body;
-  const JobResult unknown = server.runJob({{"type", "sam_preview"}, {"image", "/x.png"}}, nullptr);
+  const JobResult unknown = server.runJob({{"type", "fill"}, {"image", "/x.png"}}, nullptr);
   EXPECT_EQ(unknown.end, JobResult::End::error);
-  EXPECT_EQ(unknown.text, "sam_preview : pas encore disponible dans ce worker");
+  EXPECT_EQ(unknown.text, "fill : pas encore disponible dans ce worker");
   const JobResult noVideo = server.runJob({{"video", "/nowhere.mp4"}, {"start", 0}, {"points", {{1, 1}}}}, nullptr);
   EXPECT_EQ(noVideo.text, "vidéo illisible : /nowhere.mp4");
   EXPECT_TRUE(server.runJob(trackRequest(40, false), nullptr).ok());
