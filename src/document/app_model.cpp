@@ -73,8 +73,9 @@ AppModel::AppModel(const Options& options)
 
 AppModel::~AppModel() {
   endTracking();
+  endAI();
   if (history.pending) scheduler_->cancel(*history.pending);
-  for (auto token : {pumpTimer_, inboxTimer_, fullRenderTimer_, play ? play->timer : std::nullopt})
+  for (auto token : {pumpTimer_, inboxTimer_, fullRenderTimer_, bodyDemand_, play ? play->timer : std::nullopt})
     if (token) scheduler_->cancel(*token);
 }
 

@@ -31,6 +31,8 @@
 #include "editorial/render_queue.h"
 #include "tracking/roto_state.h"
 #include "tracking/tracking_state.h"
+#include "ai/ai_state.h"
+#include "ai/object_boxes.h"
 
 namespace ombrik {
 
@@ -482,6 +484,56 @@ public:
   void setTrackCorrect(bool on);
   Workers& workers();  // the worker processes, started on first use
 
+  // ---- AI jobs (app_model_ai.cpp: the gate, the line and the job on its thread; the tools in
+  // app_model_ai_mattes.cpp and app_model_ai_frames.cpp). The rules live in src/ai, the work in
+  // the Python worker; a result is a file in the node's folder, found by name at each frame.
+  AiState ai;
+  std::filesystem::path magicDir(const Uuid& id) const;  // data/Cache/<UUID>
+  std::optional<double> aiProgress(const Uuid& id) const;  // the running job's, for this node's panel
+  // The gate of every tool: while a tracker or a job runs, `run` waits in the line under `key`
+  // (once however often it is asked) and this gives true.
+  bool aiWaits(const std::string& key, const std::string& label, std::function<void()> run);
+  void enqueueAI(const std::string& key, const std::string& label, std::function<void()> run);
+  void drainAIQueue();  // the next waiting job, when nothing runs
+  void cancelAI();
+  // One job on the worker, on a thread of its own: `onSeg` and `onStatus` on the main thread,
+  // `done` there too with the error text or nothing. The caller sets _magicProgress and the
+  // status first; `done` clears them.
+  using AiDone = std::function<void(const std::optional<std::string>&)>;
+  void magicJob(nlohmann::json job, std::function<void(int)> onSeg, std::function<void(const std::string&)> onStatus,
+                AiDone done);
+  VideoSource* upstreamVideo(const Uuid& id) const;  // the clip of the media feeding a node
+  std::vector<std::filesystem::path> mediaPaths() const;  // the project's media files, kept from cache removals
+  void aiFramesDone(int count, int frames);  // a whole-shot job's progress, and its frames shown as they come
+  // The frame's result file on a resolved copy of an AI node, when it exists.
+  void resolveAIResult(Node& r, int frame) const;
+  void resolveRetime(Node& r, int frame) const;  // Vitesse: the source time, and the flow movie when it matches
+  // Body Matte, Hair Matte, Masque au clic, Objet IA (app_model_ai_mattes.cpp).
+  void bodyFrame(const Uuid& id, bool quiet = false);
+  void bodyVideo(const Uuid& id);
+  void bodyAuto(const Uuid& id);  // when wired: what is missing is computed
+  void bodyOnDemand();            // after a seek or a stop: the shown frame, if it lacks its result
+  void magicPreview(const Uuid& id);
+  void magicPropagate(const Uuid& id);
+  void magicAddPoint(const Uuid& id, Point at, bool positive);
+  void magicRemovePoint(const Uuid& id, int index);
+  void magicRefresh(const Uuid& id);
+  void magicClear(const Uuid& id);
+  void objectFind(const Uuid& id);
+  void objectPropagate(const Uuid& id);
+  void objectRemoveBox(const Uuid& id, int index);
+  std::optional<ObjectBoxes> objectBoxes(const Uuid& id) const;
+  // Denoise, Keyer IA, Vitesse (app_model_ai_frames.cpp).
+  void denoiseFrame(const Uuid& id);
+  void denoiseVideo(const Uuid& id);
+  void greenAIFrame(const Uuid& id);
+  void greenAIVideo(const Uuid& id);
+  void greenKeyDetect(const Uuid& id);
+  void retimeCompute(const Uuid& id);
+  std::vector<double> retimeMap(const Node& node) const;
+  std::string retimeSig(const Node& node) const;
+  bool retimeFlowReady(const Node& node) const;
+
   // ---- delivery: renders of frames to files, the queue, the Relais checkpoint
   // (app_model_delivery.cpp, app_model_render_queue.cpp, app_model_relais.cpp); naming and the
   // queue's rules live in src/editorial.
@@ -640,6 +692,9 @@ private:
   void pinRunEnded(bool ok);
   void endPinPlan(const std::string& status);  // a plan dropped: the node as it was before it
   void endTracking();  // stops the tracker and waits for its thread: nothing outlives the model
+  std::thread aiThread_;
+  std::optional<Scheduler::Token> bodyDemand_;  // the one on-demand computation waiting
+  void endAI();  // cancels the job and waits for its thread
   std::unique_ptr<Workers> workers_;
   // `all` stored as the node's masks with mask `index` live in its fields; no point selected.
   void activateMask(const Uuid& nodeID, const std::vector<GMask>& all, int index);

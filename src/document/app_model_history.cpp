@@ -1,5 +1,6 @@
 // The notifying path of the graph, and undo by whole graph states.
 #include <algorithm>
+#include <set>
 
 #include "document/app_model.h"
 #include "platform/scheduler.h"
@@ -27,7 +28,14 @@ void AppModel::storedNodes() {
 }
 
 void AppModel::storedEdges() {
-  // A body or hair matte wired for the first time starts computing once AI tools exist.
+  // A body or hair matte wired for the first time computes what it lacks.
+  std::set<Uuid> wired;
+  for (const Edge& e : _edges)
+    if (const Node* n = e.port == 0 ? nodeByID(e.to) : nullptr; n && (n->kind->id == "bodymask" || n->kind->id == "hairmatte"))
+      wired.insert(n->id);
+  for (const Uuid& id : wired)
+    if (!ai.bodyWired.count(id)) later(0, [this, id] { bodyAuto(id); });
+  ai.bodyWired = std::move(wired);
   invalidatePlayCache();
   requestRender();
   historyChanged();

@@ -57,9 +57,11 @@ Node AppModel::resolved(const Node& node) const {
     Node r = resolvedMask(node);
     r.maskLayers = maskLayersAt(node);
     r.maskSolo = roto.maskIsolate && isSelected(node.id) && !rendering;
+    resolveAIResult(r, evalFrameOverride ? *evalFrameOverride : _currentFrame);
     return r;
   }
   Node r = animated(node);
+  resolveAIResult(r, evalFrameOverride ? *evalFrameOverride : _currentFrame);
   if (r.group) {  // the inner nodes at this frame too: their own keys and masks
     NodeGroup& g = r.group.mutate();
     for (auto& inner : g.nodes) inner = resolved(inner);

@@ -148,6 +148,7 @@ void AppModel::seekFrame(int n) {
       scrubTex = hit->second;
       ++_frameID;
     }
+  bodyOnDemand();  // an AI node lacking this frame computes it once the seeking settles
 }
 
 void AppModel::resetTime() {

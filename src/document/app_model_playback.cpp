@@ -51,6 +51,7 @@ void AppModel::togglePlay() {
   if (!canPlay()) return;
   if (_isPlaying) stopPlayback();
   else startPlayback();
+  bodyOnDemand();
 }
 
 void AppModel::startPlayback() {

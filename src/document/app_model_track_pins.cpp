@@ -99,6 +99,7 @@ void AppModel::pinRunEnded(bool ok) {
   storedNodes();
   endGesture();
   _status = "Tracking entre les clés terminé (" + std::to_string(frames) + " images, " + std::to_string(pins) + " clés).";
+  drainAIQueue();
 }
 
 void AppModel::endPinPlan(const std::string& status) {
@@ -119,6 +120,7 @@ void AppModel::endPinPlan(const std::string& status) {
   }
   endGesture();
   _status = status;
+  drainAIQueue();
 }
 
 }  // namespace ombrik

@@ -174,6 +174,7 @@ void AppModel::finishTrackRun(std::shared_ptr<MaskTrackRun> run, const Uuid& nod
       later(0, [this, nodeID] { trackMask(nodeID, false); });
     }
   }
+  drainAIQueue();  // AI jobs wait for the tracker
 }
 
 void AppModel::stopTracking() {

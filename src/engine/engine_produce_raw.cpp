@@ -205,7 +205,12 @@ Engine::Tex Engine::produceRaw(const Node& node) {
     return over;
   }
 
-  if (kind == "retime") return f;  // clip frames come with video reading; the frame passes through
+  if (kind == "retime") {
+    // In-betweens computed by optical flow: the movie's frame of this output frame replaces the plate.
+    if (node.retimeSource)
+      if (Tex t = videoFrame(*node.retimeSource, int(node.p("_f")))) return t;
+    return f;  // otherwise clip frames come with video reading; the frame passes through
+  }
 
   if (kind == "greenkey" || kind == "greenkeyai") {
     Tex rgb = tex(id, 1), alpha = tex(id, 2);

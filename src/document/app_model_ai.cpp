@@ -1,0 +1,129 @@
+// The one path of AI work: a tool asks at the gate, waits in the line while something else runs,
+// and its job goes to the worker on a thread of its own, with progress and the end handed back to
+// the main thread. Results are files in the node's folder, found by name when a frame resolves.
+#include <nlohmann/json.hpp>
+#include <system_error>
+
+#include "ai/ai_cache.h"
+#include "ai/magic_job.h"
+#include "document/app_model.h"
+#include "platform/app_paths.h"
+#include "platform/scheduler.h"
+#include "tracking/tap_server.h"
+
+namespace ombrik {
+
+namespace fs = std::filesystem;
+
+namespace {
+bool fileThere(const fs::path& p) {
+  std::error_code ec;
+  return fs::exists(p, ec);
+}
+}  // namespace
+
+fs::path AppModel::magicDir(const Uuid& id) const { return ombrik::magicDir(dataDir_, id); }
+
+std::optional<double> AppModel::aiProgress(const Uuid& id) const {
+  if (!ai.aiNodeID || *ai.aiNodeID == id) return _magicProgress;
+  return std::nullopt;
+}
+
+bool AppModel::aiWaits(const std::string& key, const std::string& label, std::function<void()> run) {
+  if (!_trackingProgress && !_magicProgress && !tracking.pins) return false;
+  enqueueAI(key, label, std::move(run));
+  return true;
+}
+
+void AppModel::enqueueAI(const std::string& key, const std::string& label, std::function<void()> run) {
+  _status = ai.queue.enqueue(key, label, std::move(run));
+}
+
+void AppModel::drainAIQueue() {
+  if (_trackingProgress || _magicProgress || tracking.pins || ai.queue.empty()) return;
+  if (auto next = ai.queue.take()) later(0, std::move(next->run));
+}
+
+void AppModel::cancelAI() {
+  if (!_magicProgress) return;
+  ai.cancelFlag->store(true);
+  ai.queue.clear();
+  if (workers_) workers_->shared.stop();  // closing the stream is what ends the job
+  _status = kAiCancelledStatus;
+}
+
+void AppModel::magicJob(nlohmann::json job, std::function<void(int)> onSeg,
+                        std::function<void(const std::string&)> onStatus, AiDone done) {
+  ai.aiNodeID = aiNodeOfJob(job);
+  ai.cancelFlag->store(false);
+  ai.sound.change("magic", false, true, scheduler_->now(), false);
+  if (aiThread_.joinable()) aiThread_.join();  // the last job's thread has handed its end over
+  std::weak_ptr<int> alive = alive_;
+  auto onMain = [this, alive](std::function<void()> work) {
+    scheduler_->postFromThread([alive, work = std::move(work)] {
+      if (alive.lock()) work();
+    });
+  };
+  TapServer* server = &workers().shared;
+  const std::optional<fs::path> python = workerPython(AppPaths::shared());
+  auto flag = ai.cancelFlag;
+  aiThread_ = std::thread([this, server, python, flag, onMain, job = std::move(job), onSeg = std::move(onSeg),
+                           onStatus = std::move(onStatus), done = std::move(done)] {
+    MagicJobHooks hooks;
+    hooks.onSeg = [&](int n) {
+      if (onSeg) onMain([onSeg, n] { onSeg(n); });
+    };
+    hooks.onStatus = [&](const std::string& text) {
+      if (onStatus) onMain([onStatus, text] { onStatus(text); });
+    };
+    const std::optional<std::string> error = ombrik::magicJob(*server, python, job, hooks, *flag);
+    onMain([this, done, error, flag] {
+      done(error);
+      if (flag->load()) _status = kAiCancelledStatus;  // a cancel isn't the tool's failure
+      // Whatever the tool did, the job is over: the line may move on.
+      _magicProgress.reset();
+      ai.videoJobRunning = false;
+      ai.aiNodeID.reset();
+      ai.sound.change("magic", true, false, scheduler_->now(), flag->load());
+      invalidatePlayCache();
+      requestRender();
+      drainAIQueue();
+    });
+  });
+}
+
+void AppModel::endAI() {
+  ai.queue.clear();
+  ai.cancelFlag->store(true);
+  if (workers_) workers_->shared.stop();
+  if (aiThread_.joinable()) aiThread_.join();
+}
+
+void AppModel::resolveAIResult(Node& r, int frame) const {
+  const std::string& kind = r.kind ? r.kind->id : std::string();
+  auto found = [&](const fs::path& file) {
+    if (fileThere(file)) r.magicFile = file.string();
+  };
+  const fs::path dir = magicDir(r.id);
+  if (kind == "greenkeyai" || kind == "magicmask" || kind == "bodymask" || kind == "hairmatte" || kind == "objectmask") {
+    const bool frozen = kind == "objectmask" && r.p("freeze") > 0.5;
+    found(frameFile(dir, frozen ? r.magicFrame : frame, "png"));
+    r.magicDirPath = dir.string();
+    r.magicCur = frozen ? r.magicFrame : frame;
+  } else if (kind == "denoise") {
+    found(frameFile(dir, frame, "dn"));
+    if (!r.magicFile) found(frameFile(dir, frame, "png"));
+  } else if (kind == "freeze") {
+    found(dir / "freeze.tif");
+  } else if (kind == "mux") {
+    found(frameFile(dir, frame, "tif"));
+  } else if (kind == "retime") {
+    resolveRetime(r, frame);
+  } else if (kind == "mask" && r.p("aimode") > 0.5) {
+    found(frameFile(dir, frame, "png"));
+    r.magicDirPath = dir.string();
+    r.magicCur = frame;
+  }
+}
+
+}  // namespace ombrik

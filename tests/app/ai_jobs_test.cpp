@@ -1,0 +1,157 @@
+// A whole-shot AI job through the application, with the real worker and its model: the Body
+// Matte of a 50-frame clip, its frames on disk, in the viewer and in `ombrik render`, the waiting
+// line of a second press, and a cancel.
+#include <gtest/gtest.h>
+
+#include <OpenImageIO/imageio.h>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <cmath>
+
+#include "../platform/temp_dir.h"
+#include "ai/ai_cache.h"
+#include "app/render_command.h"
+#include "document/app_model.h"
+#include "engine/engine.h"
+#include "platform/scheduler.h"
+
+namespace fs = std::filesystem;
+using namespace ombrik;
+
+namespace {
+
+constexpr int kFrames = 50;
+
+std::vector<float> readGrey(const fs::path& path, int* w = nullptr, int* h = nullptr) {
+  auto in = OIIO::ImageInput::open(path.string());
+  if (!in) return {};
+  const OIIO::ImageSpec& spec = in->spec();
+  std::vector<float> px(std::size_t(spec.width) * spec.height * spec.nchannels);
+  in->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, px.data());
+  std::vector<float> grey(std::size_t(spec.width) * spec.height);
+  for (std::size_t i = 0; i < grey.size(); ++i) grey[i] = px[i * spec.nchannels];
+  if (w) *w = spec.width;
+  if (h) *h = spec.height;
+  return grey;
+}
+
+// Mean absolute difference between a matte file and the red channel of an RGBA picture of the
+// same size.
+double matteDistance(const std::vector<float>& matte, const std::vector<float>& rgba) {
+  if (matte.empty() || rgba.size() != matte.size() * 4) return 1e9;
+  double d = 0;
+  for (std::size_t i = 0; i < matte.size(); ++i) d += std::abs(matte[i] - rgba[i * 4]);
+  return d / double(matte.size());
+}
+
+}  // namespace
+
+TEST(AiJobs, AWholeShotMatteFillsEveryFrameShowsEverywhereWaitsInLineAndCancels) {
+  const fs::path photo = "/usr/share/doc/opencv-doc/examples/data/messi5.jpg";
+  ASSERT_TRUE(fs::exists(photo)) << "scripts/setup installs opencv-doc";
+  TempDir dir;
+  const fs::path clip = dir.path / "pan.mp4";
+  // A player panned across: 50 frames of 320 x 240.
+  const std::string cmd = "ffmpeg -v error -y -loop 1 -i '" + photo.string() +
+                          "' -vf \"crop=320:240:x='min(t*90,228)':y=60\" -r 25 -frames:v 50 -c:v libx264 -crf 16 "
+                          "-pix_fmt yuv420p '" + clip.string() + "'";
+  ASSERT_EQ(std::system(cmd.c_str()), 0);
+
+  auto clock = std::make_shared<ManualScheduler>();
+  AppModel m(AppModel::Options{.blankStart = true, .scheduler = clock, .defaultsFile = (dir.path / "defaults.conf").string(),
+                               .dataDir = dir.path / "data"});
+  ASSERT_TRUE(m.engine) << m._status;
+  m.buildDefaultGraph();
+  ASSERT_TRUE(m.importURL(clip, true)) << m._status;
+  m.setPreviewScale(1.0);  // the viewer at the clip's own size, pixel for pixel with the files
+  m.recomputeComp();
+  Uuid media, output;
+  for (const auto& n : m._nodes) {
+    if (n.kind->id == "media") media = n.id;
+    if (n.kind->id == "output") output = n.id;
+  }
+  const Uuid body = m.addNode(*NodeKind::find("bodymask"), {0, 0});
+  m.connect(body, output, 0, 0);
+  auto wait = [&] {
+    for (int i = 0; i < 2400 && m._magicProgress; ++i) {
+      clock->waitForThreads(0.05);
+      clock->runAll();
+    }
+  };
+
+  // Wired to a clip, it computes the whole shot by itself.
+  m.connect(media, body, 0, 0);
+  clock->runAll();
+  ASSERT_TRUE(m._magicProgress) << m._status;
+  EXPECT_TRUE(m.ai.videoJobRunning);
+  EXPECT_EQ(m.aiProgress(body), m._magicProgress);
+  wait();
+  ASSERT_FALSE(m._magicProgress);
+  EXPECT_EQ(m._status, "Body Matte calculé sur 50 images.");
+  const fs::path folder = m.magicDir(body);
+  EXPECT_EQ(countResultFrames(folder), kFrames);
+  for (int f = 0; f < kFrames; ++f) ASSERT_TRUE(fs::exists(frameFile(folder, f, "png"))) << f;
+
+  // The viewer's evaluation reads the frame's matte.
+  for (int f : {5, 40}) {
+    m.seekFrame(f);
+    m.evalFrameOverride = f;
+    m.performRender(true);
+    m.evalFrameOverride.reset();
+    const auto it = m.engine->outputs.find(body);
+    ASSERT_NE(it, m.engine->outputs.end());
+    int w = 0, h = 0;
+    const std::vector<float> matte = readGrey(frameFile(folder, f, "png"), &w, &h);
+    ASSERT_EQ(w, m.engine->compW);
+    const double d = matteDistance(matte, m.engine->readPixels(it->second));
+    std::printf("[ figures  ] frame %d: viewer against the matte file, mean difference %.3f\n", f, d);
+    EXPECT_LT(d, 0.05) << f;  // the node's defaults (a little chatter between frames) move it slightly
+  }
+
+  // `ombrik render` of the saved project finds the same files.
+  m._projectURL = dir.path / "ai.tarvom";
+  m.saveProject();
+  QProcess p;
+  QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+  env.insert("OMBRIK_DATA", QString::fromStdString((dir.path / "data").string()));
+  p.setProcessEnvironment(env);
+  const fs::path pattern = dir.path / "out_%03d.png";
+  p.start(OMBRIK_BINARY, {"render", QString::fromStdString(m._projectURL->string()), "--frames", "21-21", "--out",
+                          QString::fromStdString(pattern.string())});
+  ASSERT_TRUE(p.waitForFinished(120000));
+  ASSERT_EQ(p.exitCode(), 0) << p.readAllStandardError().toStdString();
+  int w = 0;
+  const std::vector<float> rendered = readGrey(RenderCommand::fileFor(pattern.string(), 20), &w);
+  const std::vector<float> matte = readGrey(frameFile(folder, 20, "png"));
+  ASSERT_EQ(rendered.size(), matte.size());
+  double d = 0;
+  for (std::size_t i = 0; i < matte.size(); ++i) d += std::abs(rendered[i] - matte[i]);
+  d /= double(matte.size());
+  std::printf("[ figures  ] ombrik render frame 21 against the matte file, mean difference %.3f\n", d);
+  EXPECT_LT(d, 0.05);
+
+  // Pressed again while it runs: the job waits once, whatever the presses, and keeps its place.
+  m.bodyVideo(body);
+  ASSERT_TRUE(m._magicProgress);
+  m.bodyVideo(body);
+  m.bodyVideo(body);
+  m.bodyFrame(body);
+  ASSERT_EQ(m.ai.queue.size(), 2u);
+  EXPECT_EQ(m.ai.queue.entries()[0].key, "bodyv-" + body.toString());
+  EXPECT_EQ(m.ai.queue.entries()[1].key, "bodyf-" + body.toString());
+  EXPECT_EQ(m._status, "Body Matte en attente : il démarre dès que le calcul en cours est terminé.");
+
+  // A cancel ends the job and the line; the frames on disk stay whole.
+  m.cancelAI();
+  EXPECT_TRUE(m.ai.queue.empty());
+  wait();
+  clock->runAll();
+  EXPECT_FALSE(m._magicProgress) << "a queued job started after the cancel";
+  EXPECT_EQ(m._status, "Calcul IA annulé (les images déjà calculées sont gardées).");
+  for (const auto& entry : fs::directory_iterator(folder)) {
+    EXPECT_NE(entry.path().extension(), ".part") << entry.path();
+    if (entry.path().extension() == ".png") {
+      EXPECT_FALSE(readGrey(entry.path()).empty()) << entry.path();
+    }
+  }
+}
