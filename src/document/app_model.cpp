@@ -58,6 +58,7 @@ AppModel::AppModel(const Options& options)
   // until they exist every start is the blank world, marked placeholder when installed.
   _compareStyle = std::clamp(defaults_->integer("compareStyle"), 0, 2);
   tracking.correct = defaults_->boolean("trackCorrect");
+  ai.sound.enabled = defaults_->boolean("taskSound");
   if (defaults_->string("trackEngine") == std::string(trackEngineName(TrackEngine::precise))) tracking.engine = TrackEngine::precise;
   layout.onChange = [this] { historyChanged(); };
   if (!(options.openLastProject && openLastProject())) {

@@ -488,8 +488,11 @@ public:
   // app_model_ai_mattes.cpp and app_model_ai_frames.cpp). The rules live in src/ai, the work in
   // the Python worker; a result is a file in the node's folder, found by name at each frame.
   AiState ai;
+  std::function<void()> playTaskSound;  // the shell's short sound at the end of a long task
   std::filesystem::path magicDir(const Uuid& id) const;  // data/Cache/<UUID>
   std::optional<double> aiProgress(const Uuid& id) const;  // the running job's, for this node's panel
+  std::optional<double> aiElapsed() const;  // seconds since the running job started
+  void setPrompt(const Uuid& id, const std::string& text);  // what an Objet IA searches
   // The gate of every tool: while a tracker or a job runs, `run` waits in the line under `key`
   // (once however often it is asked) and this gives true.
   bool aiWaits(const std::string& key, const std::string& label, std::function<void()> run);

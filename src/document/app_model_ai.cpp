@@ -29,6 +29,18 @@ std::optional<double> AppModel::aiProgress(const Uuid& id) const {
   return std::nullopt;
 }
 
+std::optional<double> AppModel::aiElapsed() const {
+  if (!_magicProgress) return std::nullopt;
+  return ai.sound.elapsed("magic", scheduler_->now());
+}
+
+void AppModel::setPrompt(const Uuid& id, const std::string& text) {
+  Node* n = nodeByID(id);
+  if (!n || n->prompt == text) return;
+  n->prompt = text;
+  storedNodes();
+}
+
 bool AppModel::aiWaits(const std::string& key, const std::string& label, std::function<void()> run) {
   if (!_trackingProgress && !_magicProgress && !tracking.pins) return false;
   enqueueAI(key, label, std::move(run));
@@ -84,7 +96,7 @@ void AppModel::magicJob(nlohmann::json job, std::function<void(int)> onSeg,
       _magicProgress.reset();
       ai.videoJobRunning = false;
       ai.aiNodeID.reset();
-      ai.sound.change("magic", true, false, scheduler_->now(), flag->load());
+      if (ai.sound.change("magic", true, false, scheduler_->now(), flag->load()) && playTaskSound) playTaskSound();
       invalidatePlayCache();
       requestRender();
       drainAIQueue();

@@ -160,6 +160,7 @@ void AppModel::finishTrackRun(std::shared_ptr<MaskTrackRun> run, const Uuid& nod
   }
   historyChanged();  // the whole run is one step, now that it has ended
   tracking.stoppedByUser = userStop;
+  if (ai.sound.change("track", true, false, scheduler_->now(), userStop) && playTaskSound) playTaskSound();
   if (hook) hook(!error && !run->lostAt);
   if (tracking.backNote && tracking.backNote->first == nodeID) {
     _status = "Avant : " + tracking.backNote->second + " · Arrière : " + _status;

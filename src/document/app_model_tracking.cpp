@@ -157,6 +157,7 @@ void AppModel::trackMask(const Uuid& nodeID, bool forward) {
   tracking.run = run;
   tracking.nodeID = nodeID;
   _trackingProgress = 0.0;
+  ai.sound.change("track", false, true, scheduler_->now(), false);
   _status = "Préparation du tracker…";
   startTrackRun(run, nodeID, std::move(job));
 }

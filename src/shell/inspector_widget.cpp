@@ -11,6 +11,7 @@
 #include <algorithm>
 
 #include "document/app_model.h"
+#include "shell/ai_panel.h"
 #include "shell/group_settings.h"
 #include "shell/param_row.h"
 #include "shell/render_section.h"
@@ -97,6 +98,8 @@ InspectorWidget::InspectorWidget(AppModel& model, QWidget* parent) : QWidget(par
   rows_ = new QWidget(scroll);
   rowsLayout_ = new QVBoxLayout(rows_);
   rowsLayout_->setContentsMargins(0, 6, 0, 0);
+  ai_ = new AiPanel(model_, rows_);
+  rowsLayout_->addWidget(ai_);
   render_ = new RenderSection(model_, rows_);
   rowsLayout_->addWidget(render_);
   rowsLayout_->addStretch(1);
@@ -158,6 +161,7 @@ void InspectorWidget::refresh() {
   refreshMaskTabs(n);
   group_->refresh(n);
   render_->refresh(n);
+  ai_->refresh(n);
   if (!n) return;
   if (n->params == shownParams_ && n->anim == shownAnim_ && model_._currentFrame == shownFrame_) return;
   shownParams_ = n->params;

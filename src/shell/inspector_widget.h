@@ -2,7 +2,8 @@
 // The settings of one node: the node the panel is locked on, else the inspected node, else the
 // selected one. Rows are built when that node changes and only re-read when its values or the
 // time change. A mask node shows a tab per mask above its rows; the rows edit the active mask.
-// The output and Relais nodes show their render section under the rows.
+// The output and Relais nodes show their render section under the rows; the AI nodes their
+// computations above them.
 #include <QWidget>
 #include <map>
 #include <optional>
@@ -21,6 +22,7 @@ class QVBoxLayout;
 
 namespace ombrik {
 
+class AiPanel;
 class AppModel;
 class ParamRow;
 class GroupSettings;
@@ -33,6 +35,7 @@ public:
   void refresh();
   std::optional<Uuid> shownNode() const { return node_; }
   GroupSettings* groupSettings() const { return group_; }
+  AiPanel* aiPanel() const { return ai_; }
   ParamRow* row(const std::string& key) const;  // nothing when the node has no such parameter
 
 private:
@@ -56,6 +59,7 @@ private:
   QWidget* rows_ = nullptr;
   QVBoxLayout* rowsLayout_ = nullptr;
   RenderSection* render_ = nullptr;
+  AiPanel* ai_ = nullptr;
   std::vector<ParamRow*> rowList_;
   // What the rows show, so an unchanged node costs a comparison and no widget work.
   std::map<std::string, double> shownParams_;

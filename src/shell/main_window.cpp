@@ -1,5 +1,6 @@
 #include "shell/main_window.h"
 
+#include <QApplication>
 #include <QCloseEvent>
 #include <QDragEnterEvent>
 #include <QDropEvent>
@@ -16,6 +17,7 @@
 #include <cmath>
 
 #include "document/app_model.h"
+#include "shell/ai_progress_row.h"
 #include "shell/curve_editor_widget.h"
 #include "shell/inspector_widget.h"
 #include "shell/main_menus.h"
@@ -35,6 +37,7 @@ constexpr int kRefreshMs = 33;  // about 30 times a second: renders land at most
 }
 
 MainWindow::MainWindow(AppModel& model, QWidget* parent) : QMainWindow(parent), model_(model) {
+  model_.playTaskSound = [] { QApplication::beep(); };  // a long tracking or AI job has ended
 
   auto* picture = new QWidget(this);
   auto* pictureColumn = new QVBoxLayout(picture);
@@ -84,6 +87,9 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent) : QMainWindow(parent), 
   statusBar()->addPermanentWidget(cancelRender_);
   progress_->hide();
   cancelRender_->hide();
+  aiProgress_ = new AiProgressRow(model_, "aiStatusProgress", this);
+  aiProgress_->setFixedWidth(360);
+  statusBar()->addPermanentWidget(aiProgress_);
   statusBar()->addPermanentWidget(world_);
   dialogs_ = std::make_shared<QtDialogs>(this);
 
@@ -159,6 +165,7 @@ void MainWindow::refreshProgress() {
     cancelRender_->setVisible(progress.has_value());
   }
   if (progress) progress_->setValue(int(std::lround(std::clamp(*progress, 0.0, 1.0) * 1000)));
+  aiProgress_->refresh(model_._magicProgress);
 }
 
 QString MainWindow::worldName() const {

@@ -1,6 +1,6 @@
 #pragma once
 // The main window: viewer and transport over the node editor, the inspector beside them, the
-// status line below, with a render's progress while one runs. It only places the widgets and
+// status line below, with a render's or an AI job's progress while one runs. It only places the widgets and
 // keeps them in step with the model.
 #include <QList>
 #include <QMainWindow>
@@ -16,6 +16,7 @@ class QTimer;
 
 namespace ombrik {
 
+class AiProgressRow;
 class AppModel;
 class InspectorWidget;
 class MainMenus;
@@ -45,6 +46,7 @@ public:
   RenderQueuePanel* showRenderQueue();
   RenderQueuePanel* renderQueue() const { return queue_; }  // none until first opened
   QProgressBar* renderProgress() const { return progress_; }
+  AiProgressRow* aiProgress() const { return aiProgress_; }
   WorldsPanel* worldsPanel() const { return worlds_; }  // docked on the left, hidden until asked for
   // Where the window asks its questions (the desktop's alerts unless set).
   void setDialogs(std::shared_ptr<Dialogs> dialogs) { dialogs_ = std::move(dialogs); }
@@ -79,6 +81,7 @@ private:
   QTimer* ticker_ = nullptr;
   QProgressBar* progress_ = nullptr;
   QPushButton* cancelRender_ = nullptr;
+  AiProgressRow* aiProgress_ = nullptr;  // whatever AI job runs, with its cancel
   RenderQueuePanel* queue_ = nullptr;
   WorldsPanel* worlds_ = nullptr;
   bool worldView_ = false;  // the map's moment last seen: the list stands in for the map

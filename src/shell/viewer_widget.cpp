@@ -28,7 +28,7 @@ namespace {
 constexpr int kMaxReadSide = 4096;
 }  // namespace
 
-ViewerWidget::ViewerWidget(AppModel& model, QWidget* parent) : QWidget(parent), model_(model), roto_(model) {
+ViewerWidget::ViewerWidget(AppModel& model, QWidget* parent) : QWidget(parent), model_(model), roto_(model), ai_(model) {
   setObjectName("viewer");
   setMinimumSize(240, 160);
   setMouseTracking(true);
@@ -150,8 +150,8 @@ void ViewerWidget::refresh() {
   if (model_.viewZoom != drawnZoom_ || !(model_.viewPan == drawnPan_) || title != drawnTitle_) update();
   refreshBlank();
   // A mask edited elsewhere (the inspector, undo, the tool bar) is drawn anew over the picture.
-  if (!picture_.isNull() && roto_.changed()) update();
-  const Qt::CursorShape cursor = roto_.takesMouse() ? Qt::CrossCursor : Qt::ArrowCursor;
+  if (!picture_.isNull() && (roto_.changed() || ai_.changed())) update();
+  const Qt::CursorShape cursor = roto_.takesMouse() || ai_.takesMouse() ? Qt::CrossCursor : Qt::ArrowCursor;
   if (this->cursor().shape() != cursor) setCursor(cursor);
   if (hoverMoved_) updateReadout();
 }
@@ -173,6 +173,7 @@ void ViewerWidget::paintEvent(QPaintEvent*) {
   p.setRenderHint(QPainter::SmoothPixmapTransform, !nearest);
   p.drawImage(r, picture_);
   roto_.paint(p, r);
+  ai_.paint(p, r);
 
   const QString title = caption();
   QFont f = font();
@@ -296,6 +297,10 @@ void ViewerWidget::mousePressEvent(QMouseEvent* event) {
     update();
     return;
   }
+  if (event->button() == Qt::LeftButton && !roto_.takesMouse() && ai_.press(event->position(), event->modifiers(), pictureRect())) {
+    update();
+    return;
+  }
   wipeDrag_ = event->button() == Qt::LeftButton && model_.isCompare() && model_._compareStyle == 1;
   if (wipeDrag_) {
     moveWipe(event->position());
@@ -338,6 +343,7 @@ void ViewerWidget::mouseDoubleClickEvent(QMouseEvent* event) {
     if (roto_.doubleClick(event->position(), pictureRect())) update();
     return;
   }
+  if (event->button() == Qt::LeftButton && ai_.takesMouse()) return;  // the first click placed its point
   mousePressEvent(event);
 }
 

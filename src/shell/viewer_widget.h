@@ -2,7 +2,8 @@
 // The viewer: the displayed node's picture through the engine's display pass (channel, matte
 // overlay, comparison with the rush), read back at the size it is drawn and painted in the
 // model's viewer rectangle, with zoom, pan, the channel keys and a colour readout. On a mask node
-// the mask tools take the left button and draw their outlines over the picture. Without a
+// the mask tools take the left button and draw their outlines over the picture; on Masque au clic
+// and Objet IA a click places a point. Without a
 // picture it says why, and on a project without media offers the import.
 #include <QImage>
 #include <QWidget>
@@ -15,6 +16,7 @@
 #include "document/app_model.h"
 #include "graph/point.h"
 #include "graph/uuid.h"
+#include "shell/ai_overlay.h"
 #include "shell/roto_overlay.h"
 
 class QLabel;
@@ -104,6 +106,7 @@ private:
   bool hoverMoved_ = false;
   bool dropHint_ = false;
   RotoOverlay roto_;
+  AiOverlay ai_;  // the clicks of Masque au clic and Objet IA, when no mask tool takes them
 };
 
 }  // namespace ombrik

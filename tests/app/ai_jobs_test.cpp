@@ -79,6 +79,8 @@ TEST(AiJobs, AWholeShotMatteFillsEveryFrameShowsEverywhereWaitsInLineAndCancels)
     }
   };
 
+  int rings = 0;
+  m.playTaskSound = [&] { ++rings; };
   // Wired to a clip, it computes the whole shot by itself.
   m.connect(media, body, 0, 0);
   clock->runAll();
@@ -141,13 +143,15 @@ TEST(AiJobs, AWholeShotMatteFillsEveryFrameShowsEverywhereWaitsInLineAndCancels)
   EXPECT_EQ(m.ai.queue.entries()[1].key, "bodyf-" + body.toString());
   EXPECT_EQ(m._status, "Body Matte en attente : il démarre dès que le calcul en cours est terminé.");
 
-  // A cancel ends the job and the line; the frames on disk stay whole.
+  // A cancel ends the job and the line, without the end sound; the frames on disk stay whole.
+  const int rang = rings;
   m.cancelAI();
   EXPECT_TRUE(m.ai.queue.empty());
   wait();
   clock->runAll();
   EXPECT_FALSE(m._magicProgress) << "a queued job started after the cancel";
   EXPECT_EQ(m._status, "Calcul IA annulé (les images déjà calculées sont gardées).");
+  EXPECT_EQ(rings, rang);
   for (const auto& entry : fs::directory_iterator(folder)) {
     EXPECT_NE(entry.path().extension(), ".part") << entry.path();
     if (entry.path().extension() == ".png") {
