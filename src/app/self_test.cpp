@@ -33,7 +33,13 @@ constexpr const char* kWorkerScripts[] = {"om_track.py", "om_klt.py"};
 constexpr const char* kImportProbe =
     "import cv2, numpy\n"
     "import om_track, om_klt, om_flow\n"
-    "print('  cv2 ' + cv2.__version__ + ', numpy ' + numpy.__version__, flush=True)\n";
+    "print('  cv2 ' + cv2.__version__ + ', numpy ' + numpy.__version__, flush=True)\n"
+    "import om_models\n"
+    "for name in (om_models.SELFIE, om_models.FACES):\n"
+    "    try:\n"
+    "        print('MODEL', name, om_models.path(name), flush=True)\n"
+    "    except Exception:\n"
+    "        print('MODEL', name, '-', flush=True)\n";
 
 }  // namespace
 
@@ -89,7 +95,16 @@ int SelfTest::run(std::ostream& out) {
       ++failures;
     } else {
       proc.waitForFinished(120000);
-      out << proc.readAll().toStdString();
+      // The neural models, each found or missing: the AI tools that need a missing one say so.
+      for (const QString& l : QString::fromUtf8(proc.readAll()).split('\n', Qt::SkipEmptyParts)) {
+        if (!l.startsWith("MODEL ")) {
+          line(l.toStdString());
+          continue;
+        }
+        const QString name = l.section(' ', 1, 1), where = l.section(' ', 2);
+        line(where == "-" ? tr("INFO  modèle absent (scripts/setup l'installe) : ") + name.toStdString()
+                          : tr("  modèle     : ") + where.toStdString());
+      }
       check(proc.exitStatus() == QProcess::NormalExit && proc.exitCode() == 0, "Python avec OpenCV et numpy");
     }
   }

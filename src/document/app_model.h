@@ -507,7 +507,15 @@ public:
                 AiDone done);
   VideoSource* upstreamVideo(const Uuid& id) const;  // the clip of the media feeding a node
   std::vector<std::filesystem::path> mediaPaths() const;  // the project's media files, kept from cache removals
-  void aiFramesDone(int count, int frames);  // a whole-shot job's progress, and its frames shown as they come
+  // A whole-shot job: the node's clip and folder (none, after `missing` in the status, without a
+  // clip), then the job run with the playback stopped and the bar following the frames written.
+  struct ShotJob {
+    VideoSource* video = nullptr;
+    std::filesystem::path dir;
+    int frames = 1;
+  };
+  std::optional<ShotJob> shotFor(const Uuid& id, const char* missing);
+  void runWholeShot(nlohmann::json job, int frames, const char* preparing, AiDone done);
   // The frame's result file on a resolved copy of an AI node, when it exists.
   void resolveAIResult(Node& r, int frame) const;
   void resolveRetime(Node& r, int frame) const;  // Vitesse: the source time, and the flow movie when it matches

@@ -1,12 +1,14 @@
 // The one path of AI work: a tool asks at the gate, waits in the line while something else runs,
 // and its job goes to the worker on a thread of its own, with progress and the end handed back to
 // the main thread. Results are files in the node's folder, found by name when a frame resolves.
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <system_error>
 
 #include "ai/ai_cache.h"
 #include "ai/magic_job.h"
 #include "document/app_model.h"
+#include "media/video_source.h"
 #include "platform/app_paths.h"
 #include "platform/scheduler.h"
 #include "tracking/tap_server.h"
@@ -102,6 +104,33 @@ void AppModel::magicJob(nlohmann::json job, std::function<void(int)> onSeg,
       drainAIQueue();
     });
   });
+}
+
+std::optional<AppModel::ShotJob> AppModel::shotFor(const Uuid& id, const char* missing) {
+  VideoSource* video = upstreamVideo(id);
+  if (!video) {
+    _status = missing;
+    return std::nullopt;
+  }
+  ShotJob shot{video, magicDir(id), batchFrames(*video)};
+  std::error_code ec;
+  fs::create_directories(shot.dir, ec);
+  return shot;
+}
+
+void AppModel::runWholeShot(nlohmann::json job, int frames, const char* preparing, AiDone done) {
+  if (_isPlaying) stopPlayback();
+  _magicProgress = 0.0;
+  ai.videoJobRunning = true;
+  _status = preparing;
+  auto onSeg = [this, frames](int count) {
+    _magicProgress = std::clamp(double(count) / std::max(frames, 1), 0.0, 1.0);
+    if (count % 2 == 0) {  // the frames written show as they come, without re-evaluating at every one
+      invalidatePlayCache();
+      requestRender();
+    }
+  };
+  magicJob(std::move(job), onSeg, [this](const std::string& s) { _status = s; }, std::move(done));
 }
 
 void AppModel::endAI() {

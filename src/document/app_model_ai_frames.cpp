@@ -59,26 +59,15 @@ void AppModel::denoiseFrame(const Uuid& id) {
 void AppModel::denoiseVideo(const Uuid& id) {
   const Node* n = nodeByID(id);
   if (!n || aiWaits(aiKey(aiprefix::denoiseVideo, id), "Denoise", [this, id] { denoiseVideo(id); })) return;
-  VideoSource* video = upstreamVideo(id);
-  if (!video) {
-    _status = "Le Denoise a besoin d'une vidéo en amont.";
-    return;
-  }
-  if (_isPlaying) stopPlayback();
-  const fs::path dir = magicDir(id);
-  if (engine) engine->purgeRaw(dir.string());  // the frames held in memory are about to be rewritten
-  std::error_code ec;
-  fs::create_directories(dir, ec);
-  const int frames = batchFrames(*video);
-  json job = {{"type", "denoise_video"}, {"video", video->url().string()}, {"outdir", dir.string()},
+  const auto shot = shotFor(id, "Le Denoise a besoin d'une vidéo en amont.");
+  if (!shot) return;
+  if (engine) engine->purgeRaw(shot->dir.string());  // the frames held in memory are about to be rewritten
+  json job = {{"type", "denoise_video"}, {"video", shot->video->url().string()}, {"outdir", shot->dir.string()},
               {"engine", denoiseEngine(*n)}, {"sigma", n->p("sigma")}};
-  _magicProgress = 0.0;
-  ai.videoJobRunning = true;
-  _status = "Denoise : préparation…";
-  magicJob(std::move(job), [this, frames](int count) { aiFramesDone(count, frames); }, [this](const std::string& s) { _status = s; },
-           [this, frames](const std::optional<std::string>& error) {
-             _status = error ? "Denoise : " + *error : "Denoise : " + std::to_string(frames) + " images débruitées.";
-           });
+  runWholeShot(std::move(job), shot->frames, "Denoise : préparation…",
+               [this, frames = shot->frames](const std::optional<std::string>& error) {
+                 _status = error ? "Denoise : " + *error : "Denoise : " + std::to_string(frames) + " images débruitées.";
+               });
 }
 
 void AppModel::greenKeyDetect(const Uuid& id) {
@@ -124,25 +113,14 @@ void AppModel::greenAIFrame(const Uuid& id) {
 
 void AppModel::greenAIVideo(const Uuid& id) {
   if (!nodeByID(id) || aiWaits(aiKey(aiprefix::greenVideo, id), "Keyer IA", [this, id] { greenAIVideo(id); })) return;
-  VideoSource* video = upstreamVideo(id);
-  if (!video) {
-    _status = "Le Keyer IA a besoin d'une vidéo en amont.";
-    return;
-  }
-  if (_isPlaying) stopPlayback();
-  const fs::path dir = magicDir(id);
-  std::error_code ec;
-  fs::create_directories(dir, ec);
-  const int frames = batchFrames(*video);
-  json job = {{"type", "greenkey_video"}, {"video", video->url().string()}, {"outdir", dir.string()}};
-  _magicProgress = 0.0;
-  ai.videoJobRunning = true;
-  _status = "Keyer IA : préparation…";
-  magicJob(std::move(job), [this, frames](int count) { aiFramesDone(count, frames); }, [this](const std::string& s) { _status = s; },
-           [this, dir](const std::optional<std::string>& error) {
-             _status = error ? "Keyer IA : " + *error
-                             : "Keyer IA : " + std::to_string(countResultFrames(dir)) + " images détourées.";
-           });
+  const auto shot = shotFor(id, "Le Keyer IA a besoin d'une vidéo en amont.");
+  if (!shot) return;
+  json job = {{"type", "greenkey_video"}, {"video", shot->video->url().string()}, {"outdir", shot->dir.string()}};
+  runWholeShot(std::move(job), shot->frames, "Keyer IA : préparation…",
+               [this, dir = shot->dir](const std::optional<std::string>& error) {
+                 _status = error ? "Keyer IA : " + *error
+                                 : "Keyer IA : " + std::to_string(countResultFrames(dir)) + " images détourées.";
+               });
 }
 
 std::vector<double> AppModel::retimeMap(const Node& node) const {

@@ -91,35 +91,16 @@ void AppModel::bodyFrame(const Uuid& id, bool quiet) {
 
 void AppModel::bodyVideo(const Uuid& id) {
   if (!nodeByID(id) || aiWaits(aiKey(aiprefix::bodyVideo, id), "Body Matte", [this, id] { bodyVideo(id); })) return;
-  VideoSource* video = upstreamVideo(id);
-  if (!video) {
-    _status = "Il faut une vidéo dans le graphe.";
-    return;
-  }
-  if (_isPlaying) stopPlayback();
-  const fs::path dir = magicDir(id);
-  std::error_code ec;
-  fs::create_directories(dir, ec);
-  const int frames = batchFrames(*video);
+  const auto shot = shotFor(id, "Il faut une vidéo dans le graphe.");
+  if (!shot) return;
   json job = {{"type", nodeByID(id)->kind->id == "hairmatte" ? "hair_video" : "body_video"},
-              {"video", video->url().string()},
-              {"outdir", dir.string()}};
-  _magicProgress = 0.0;
-  ai.videoJobRunning = true;
-  _status = "Body Matte : préparation…";
-  magicJob(std::move(job), [this, frames](int count) { aiFramesDone(count, frames); }, [this](const std::string& s) { _status = s; },
-           [this, dir](const std::optional<std::string>& error) {
-             _status = error ? "Body Matte : " + *error
-                             : "Body Matte calculé sur " + std::to_string(countResultFrames(dir)) + " images.";
-           });
-}
-
-void AppModel::aiFramesDone(int count, int frames) {
-  _magicProgress = std::clamp(double(count) / std::max(frames, 1), 0.0, 1.0);
-  if (count % 2 == 0) {  // the frames written show as they come, without re-evaluating at every one
-    invalidatePlayCache();
-    requestRender();
-  }
+              {"video", shot->video->url().string()},
+              {"outdir", shot->dir.string()}};
+  runWholeShot(std::move(job), shot->frames, "Body Matte : préparation…",
+               [this, dir = shot->dir](const std::optional<std::string>& error) {
+                 _status = error ? "Body Matte : " + *error
+                                 : "Body Matte calculé sur " + std::to_string(countResultFrames(dir)) + " images.";
+               });
 }
 
 void AppModel::bodyAuto(const Uuid& id) {
@@ -232,8 +213,7 @@ void AppModel::magicPreview(const Uuid& id) {
 void AppModel::magicPropagate(const Uuid& id) {
   const Node* n = nodeByID(id);
   if (!n || aiWaits("prop-" + id.toString(), "Masque au clic", [this, id] { magicPropagate(id); })) return;
-  VideoSource* video = upstreamVideo(id);
-  if (!video) {
+  if (!upstreamVideo(id)) {
     _status = "La propagation a besoin d'une vidéo reliée en amont du Masque au clic.";
     return;
   }
@@ -243,23 +223,18 @@ void AppModel::magicPropagate(const Uuid& id) {
     _status = "Cliquez d'abord sur le sujet dans le viewer (ou « Trouver » pour Objet IA).";
     return;
   }
-  if (_isPlaying) stopPlayback();
-  const fs::path dir = magicDir(id);
-  const int frames = batchFrames(*video);
+  const auto shot = shotFor(id, "");
   json job = {{"type", "sam_propagate"},
-              {"video", video->url().string()},
+              {"video", shot->video->url().string()},
               {"frame", n->magicFrame},
               {"points", pointsJson(n->magicPoints)},
-              {"outdir", dir.string()}};
+              {"outdir", shot->dir.string()}};
   if (hasBoxes) job["boxes"] = boxes->boxes;
-  _magicProgress = 0.0;
-  ai.videoJobRunning = true;
-  _status = "Masque au clic : préparation…";
-  magicJob(std::move(job), [this, frames](int count) { aiFramesDone(count, frames); }, [this](const std::string& s) { _status = s; },
-           [this, dir](const std::optional<std::string>& error) {
-             _status = error ? "Masque au clic : " + *error
-                             : "Masque au clic propagé sur " + std::to_string(countResultFrames(dir)) + " images.";
-           });
+  runWholeShot(std::move(job), shot->frames, "Masque au clic : préparation…",
+               [this, dir = shot->dir](const std::optional<std::string>& error) {
+                 _status = error ? "Masque au clic : " + *error
+                                 : "Masque au clic propagé sur " + std::to_string(countResultFrames(dir)) + " images.";
+               });
 }
 
 void AppModel::magicClear(const Uuid& id) {
@@ -348,33 +323,26 @@ void AppModel::objectPropagate(const Uuid& id) {
     _status = "Objet IA : trouvez d'abord l'objet.";
     return;
   }
-  VideoSource* video = upstreamVideo(id);
-  if (!video) {
-    _status = "Objet IA : reliez une vidéo en entrée.";
-    return;
-  }
   if (aiWaits("objv-" + id.toString(), "Objet IA", [this, id] { objectPropagate(id); })) return;
-  const fs::path dir = magicDir(id), masks = dir / "masks";
+  const auto shot = shotFor(id, "Objet IA : reliez une vidéo en entrée.");
+  if (!shot) return;
+  const fs::path dir = shot->dir, masks = dir / "masks";
   std::error_code ec;
   fs::create_directories(masks, ec);
-  const int frames = batchFrames(*video);
   json job = {{"type", "sam_propagate"},
-              {"video", video->url().string()},
+              {"video", shot->video->url().string()},
               {"frame", boxes->frame},
               {"points", pointsJson(n->magicPoints)},
               {"outdir", masks.string()},
               {"boxes", boxes->boxes}};
-  _magicProgress = 0.0;
-  ai.videoJobRunning = true;
-  _status = "Objet IA : propagation sur la vidéo…";
-  magicJob(std::move(job), [this, frames](int count) { aiFramesDone(count, frames); }, [this](const std::string& s) { _status = s; },
-           [this, dir, masks](const std::optional<std::string>& error) {
-             // The node reads its frames in its own folder: the worker's ones move there, whole files only.
-             std::error_code ec, moved;
-             for (fs::directory_iterator it(masks, ec), end; !ec && it != end; it.increment(ec))
-               if (it->path().extension() == ".png") fs::rename(it->path(), dir / it->path().filename(), moved);
-             _status = error ? "Objet IA : " + *error : "Objet IA : propagation terminée.";
-           });
+  runWholeShot(std::move(job), shot->frames, "Objet IA : propagation sur la vidéo…",
+               [this, dir, masks](const std::optional<std::string>& error) {
+                 // The node reads its frames in its own folder: the worker's ones move there, whole files only.
+                 std::error_code ec, moved;
+                 for (fs::directory_iterator it(masks, ec), end; !ec && it != end; it.increment(ec))
+                   if (it->path().extension() == ".png") fs::rename(it->path(), dir / it->path().filename(), moved);
+                 _status = error ? "Objet IA : " + *error : "Objet IA : propagation terminée.";
+               });
 }
 
 }  // namespace ombrik

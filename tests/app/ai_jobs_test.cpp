@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <OpenImageIO/imageio.h>
+#include <algorithm>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <cmath>
@@ -13,6 +14,7 @@
 #include "app/render_command.h"
 #include "document/app_model.h"
 #include "engine/engine.h"
+#include "media/video_source.h"
 #include "platform/scheduler.h"
 
 namespace fs = std::filesystem;
@@ -44,40 +46,59 @@ double matteDistance(const std::vector<float>& matte, const std::vector<float>& 
   return d / double(matte.size());
 }
 
-}  // namespace
-
-TEST(AiJobs, AWholeShotMatteFillsEveryFrameShowsEverywhereWaitsInLineAndCancels) {
-  const fs::path photo = "/usr/share/doc/opencv-doc/examples/data/messi5.jpg";
-  ASSERT_TRUE(fs::exists(photo)) << "scripts/setup installs opencv-doc";
-  TempDir dir;
-  const fs::path clip = dir.path / "pan.mp4";
-  // A player panned across: 50 frames of 320 x 240.
+// A player panned across: 50 frames of 320 x 240 at 25 frames a second, 3.6 pixels a frame.
+fs::path writePan(const fs::path& clip) {
+  const fs::path photo = "/usr/share/doc/opencv-doc/examples/data/messi5.jpg";  // installed by scripts/setup
   const std::string cmd = "ffmpeg -v error -y -loop 1 -i '" + photo.string() +
                           "' -vf \"crop=320:240:x='min(t*90,228)':y=60\" -r 25 -frames:v 50 -c:v libx264 -crf 16 "
                           "-pix_fmt yuv420p '" + clip.string() + "'";
-  ASSERT_EQ(std::system(cmd.c_str()), 0);
+  return fs::exists(photo) && std::system(cmd.c_str()) == 0 ? clip : fs::path();
+}
 
-  auto clock = std::make_shared<ManualScheduler>();
-  AppModel m(AppModel::Options{.blankStart = true, .scheduler = clock, .defaultsFile = (dir.path / "defaults.conf").string(),
-                               .dataDir = dir.path / "data"});
-  ASSERT_TRUE(m.engine) << m._status;
-  m.buildDefaultGraph();
-  ASSERT_TRUE(m.importURL(clip, true)) << m._status;
-  m.setPreviewScale(1.0);  // the viewer at the clip's own size, pixel for pixel with the files
-  m.recomputeComp();
+// A model on the pan clip at the clip's own size (pixel for pixel with the result files), with
+// the engine, its media and output nodes, and a wait for the running AI job.
+struct PanDesk {
+  TempDir dir;
+  std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
+  std::unique_ptr<AppModel> model;
   Uuid media, output;
-  for (const auto& n : m._nodes) {
-    if (n.kind->id == "media") media = n.id;
-    if (n.kind->id == "output") output = n.id;
+
+  bool open() {
+    const fs::path clip = writePan(dir.path / "pan.mp4");
+    if (clip.empty()) return false;
+    model = std::make_unique<AppModel>(AppModel::Options{.blankStart = true, .scheduler = clock,
+                                                         .defaultsFile = (dir.path / "defaults.conf").string(),
+                                                         .dataDir = dir.path / "data"});
+    model->buildDefaultGraph();
+    if (!model->engine || !model->importURL(clip, true)) return false;
+    model->setPreviewScale(1.0);
+    model->recomputeComp();
+    for (const auto& n : model->_nodes) {
+      if (n.kind->id == "media") media = n.id;
+      if (n.kind->id == "output") output = n.id;
+    }
+    return true;
   }
-  const Uuid body = m.addNode(*NodeKind::find("bodymask"), {0, 0});
-  m.connect(body, output, 0, 0);
-  auto wait = [&] {
-    for (int i = 0; i < 2400 && m._magicProgress; ++i) {
+  void waitJob() {
+    for (int i = 0; i < 2400 && model->_magicProgress; ++i) {
       clock->waitForThreads(0.05);
       clock->runAll();
     }
-  };
+  }
+};
+
+}  // namespace
+
+TEST(AiJobs, AWholeShotMatteFillsEveryFrameShowsEverywhereWaitsInLineAndCancels) {
+  PanDesk desk;
+  ASSERT_TRUE(desk.open()) << "scripts/setup installs opencv-doc; the engine runs on lavapipe";
+  AppModel& m = *desk.model;
+  auto& clock = desk.clock;
+  const TempDir& dir = desk.dir;
+  const Uuid media = desk.media, output = desk.output;
+  const Uuid body = m.addNode(*NodeKind::find("bodymask"), {0, 0});
+  m.connect(body, output, 0, 0);
+  auto wait = [&] { desk.waitJob(); };
 
   int rings = 0;
   m.playTaskSound = [&] { ++rings; };
@@ -158,4 +179,50 @@ TEST(AiJobs, AWholeShotMatteFillsEveryFrameShowsEverywhereWaitsInLineAndCancels)
       EXPECT_FALSE(readGrey(entry.path()).empty()) << entry.path();
     }
   }
+}
+
+TEST(AiJobs, ASlowMotionComputedByFlowReplacesThePlateFrameByFrame) {
+  PanDesk d;
+  ASSERT_TRUE(d.open());
+  AppModel& m = *d.model;
+  const Uuid media = d.media;
+  const Uuid retime = m.addNode(*NodeKind::find("retime"), {0, 0});
+  m.connect(media, retime, 0, 0);
+  m.connect(retime, d.output, 0, 0);
+  m.setParams(retime, {{"speed", 50}, {"method", 1}});  // half speed, in-betweens by optical flow
+  m.retimeCompute(retime);
+  ASSERT_TRUE(m._magicProgress) << m._status;
+  d.waitJob();
+  EXPECT_EQ(m._status, "Vitesse : ralenti calculé par flux optique (99 images).");
+  ASSERT_TRUE(m.retimeFlowReady(*m.nodeByID(retime)));
+
+  // At half speed, output frame 20 shows the source's frame 10.
+  auto picture = [&](const Uuid& id, int f) {
+    m.seekFrame(f);
+    for (int i = 0; i < 400 && std::any_of(m.videos.begin(), m.videos.end(), [](auto& v) { return v.second->seekBusy(); }); ++i) {
+      d.clock->waitForThreads(0.05);  // the plate of that frame decoded
+      d.clock->runAll();
+    }
+    d.clock->advance(1);
+    d.clock->runAll();
+    m.evalFrameOverride = f;
+    m.performRender(true);
+    m.evalFrameOverride.reset();
+    return m.engine->readPixels(m.engine->outputs.at(id));
+  };
+  auto distance = [](const std::vector<float>& a, const std::vector<float>& b) {
+    double d = 0;
+    for (std::size_t i = 0; i < a.size(); i += 4) d += std::abs(a[i] - b[i]) + std::abs(a[i + 1] - b[i + 1]);
+    return d / double(a.size() / 2);
+  };
+  const auto slow = picture(retime, 20), source10 = picture(media, 10), source20 = picture(media, 20);
+  ASSERT_EQ(slow.size(), source10.size());
+  const double near = distance(slow, source10), far = distance(slow, source20);
+  std::printf("[ figures  ] retimed frame 20 against source frame 10: %.4f, against source frame 20: %.4f\n", near, far);
+  EXPECT_LT(near, 0.02);
+  EXPECT_GT(far, 5 * near);
+  // A changed speed leaves the movie unused until it is computed again.
+  m.setParams(retime, {{"speed", 40}});
+  EXPECT_FALSE(m.retimeFlowReady(*m.nodeByID(retime)));
+  EXPECT_FALSE(m.resolved(*m.nodeByID(retime)).retimeSource);
 }

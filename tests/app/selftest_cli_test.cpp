@@ -70,6 +70,9 @@ TEST(SelfTestCli, DevelopmentTreeSpeaksFrenchAndFindsTheWorker) {
   EXPECT_TRUE(has(r.out, "\n  python     : /usr/bin/python3\n")) << r.out;
   EXPECT_TRUE(has(r.out, "\n  cv2 4.")) << r.out;
   EXPECT_TRUE(has(r.out, "\nOK    Python avec OpenCV et numpy\n")) << r.out;
+  // The neural models setup installed beside the tree's worker.
+  EXPECT_TRUE(has(r.out, "/Tracker/models/selfie.onnx\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\n  modèle     : ")) << r.out;
   EXPECT_TRUE(has(r.out, "\nINFO  Aucun tracker neuronal installé : le moteur Précis suit par flux optique dense")) << r.out;
   EXPECT_TRUE(endsWith(r.out, "\nInstallation correcte.\n")) << r.out;
   // The language was applied before anything else ran.
