@@ -9,15 +9,6 @@
 using namespace ombrik;
 namespace fs = std::filesystem;
 
-namespace {
-
-void touch(const fs::path& p) {
-  fs::create_directories(p.parent_path());
-  std::ofstream(p) << "x";
-}
-
-}  // namespace
-
 TEST(AiCache, FolderAndFrameNames) {
   const Uuid id = *Uuid::parse("0a1b2c3d-0000-4000-8000-00000000abcd");
   EXPECT_EQ(magicDir("/p", id), fs::path("/p/Cache/0A1B2C3D-0000-4000-8000-00000000ABCD"));

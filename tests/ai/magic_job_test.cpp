@@ -13,15 +13,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct MagicJobTest : ::testing::Test {
-  static inline TempDir* clips = nullptr;
-  static fs::path clip() { return clips->path / "plate.mp4"; }
-  static void SetUpTestSuite() {
-    clips = new TempDir;
-    // Long enough (about a second of tracking) that a stop on the first progress lands mid-job.
-    ASSERT_TRUE(test::writePlateClip(clip(), {.W = 480, .H = 270, .frames = 48}));
-  }
-  static void TearDownTestSuite() { delete clips; }
+struct MagicJobTest : test::PlateClipSuite {
 
   TempDir logs;
   std::optional<fs::path> python = workerPython(AppPaths::shared());

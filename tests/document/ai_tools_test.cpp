@@ -17,10 +17,6 @@ struct Desk {
   std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
   AppModel m{tempModelOptions(dir, clock, false)};
   Uuid add(const char* kind) { return m.addNode(*NodeKind::find(kind), {0, 0}); }
-  void touch(const std::filesystem::path& file) {
-    std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file) << "x";
-  }
 };
 }  // namespace
 
@@ -100,7 +96,7 @@ TEST(AiTools, ClickPointsBelongToOneFrameAndRemovingTheLastEmptiesTheSelection) 
   EXPECT_EQ(d.m.nodeByID(id)->magicPoints.size(), 1u);
   EXPECT_EQ(d.m.nodeByID(id)->magicFrame, 7);
   const auto file = frameFile(d.m.magicDir(id), 7, "png");
-  d.touch(file);
+  touch(file);
   d.m.magicRemovePoint(id, 0);
   EXPECT_FALSE(std::filesystem::exists(file));
   EXPECT_EQ(d.m._status, "Plus aucun point ni objet : sélection vide.");
@@ -119,10 +115,10 @@ TEST(AiTools, ResolvedNodesFindTheirFrameFiles) {
   Desk d;
   const Uuid body = d.add("bodymask"), object = d.add("objectmask"), noise = d.add("denoise");
   d.m._currentFrame = 3;
-  d.touch(frameFile(d.m.magicDir(body), 3, "png"));
-  d.touch(frameFile(d.m.magicDir(object), 1, "png"));
-  d.touch(frameFile(d.m.magicDir(noise), 3, "png"));
-  d.touch(frameFile(d.m.magicDir(noise), 3, "dn"));
+  touch(frameFile(d.m.magicDir(body), 3, "png"));
+  touch(frameFile(d.m.magicDir(object), 1, "png"));
+  touch(frameFile(d.m.magicDir(noise), 3, "png"));
+  touch(frameFile(d.m.magicDir(noise), 3, "dn"));
   auto resolved = [&](const Uuid& id) { return d.m.resolved(*d.m.nodeByID(id)); };
   EXPECT_EQ(resolved(body).magicFile, frameFile(d.m.magicDir(body), 3, "png").string());
   EXPECT_EQ(resolved(body).magicCur, 3);

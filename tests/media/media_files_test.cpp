@@ -9,13 +9,6 @@
 using namespace ombrik;
 namespace fs = std::filesystem;
 
-namespace {
-void touch(const fs::path& p) {
-  fs::create_directories(p.parent_path());
-  std::ofstream(p) << "x";
-}
-}  // namespace
-
 TEST(MediaFiles, ExtensionsAndMoviesCount) {
   for (const char* yes : {"a.MOV", "b.mp4", "c.Tiff", "d.exr", "e.dpx", "f.heic", "g.jpeg", "h.avi", "i.mkv", "j.mxf"})
     EXPECT_TRUE(countsAsMedia(yes)) << yes;

@@ -22,10 +22,6 @@ AppPaths::Inputs inputs(const fs::path& root, std::map<std::string, std::string>
   };
   return in;
 }
-void touch(const fs::path& p) {
-  fs::create_directories(p.parent_path());
-  std::ofstream(p) << "#\n";
-}
 }  // namespace
 
 TEST(AppPaths, DevelopmentTreeLivesInTheRepository) {

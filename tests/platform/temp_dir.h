@@ -28,3 +28,9 @@ inline std::string slurp(const std::filesystem::path& p) {
   ss << in.rdbuf();
   return ss.str();
 }
+
+// A small file at `p`, its folders made: a file that exists is all some tests need.
+inline void touch(const std::filesystem::path& p) {
+  std::filesystem::create_directories(p.parent_path());
+  std::ofstream(p) << "x";
+}

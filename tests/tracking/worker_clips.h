@@ -9,6 +9,9 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "../platform/temp_dir.h"
 #include "platform/app_paths.h"
 #include "tracking/tap_server.h"
 
@@ -70,5 +73,20 @@ inline WorkerSetup testWorkerSetup(const std::filesystem::path& logs) {
   s.logs = logs;
   return s;
 }
+
+// A suite over one plate clip made once, big enough (480 x 270, 48 frames) that a job on it lasts
+// about a second: a stop or a kill on its first progress lands mid-job.
+struct PlateClipSuite : ::testing::Test {
+  static inline TempDir* clips = nullptr;
+  static std::filesystem::path clip() { return clips->path / "plate.mp4"; }
+  static void SetUpTestSuite() {
+    clips = new TempDir;
+    ASSERT_TRUE(writePlateClip(clip(), {.W = 480, .H = 270, .frames = 48}));
+  }
+  static void TearDownTestSuite() {
+    delete clips;
+    clips = nullptr;
+  }
+};
 
 }  // namespace ombrik::test

@@ -16,15 +16,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct WorkerTest : ::testing::Test {
-  static inline TempDir* clips = nullptr;
-  static fs::path clip() { return clips->path / "plate.mp4"; }
-  static void SetUpTestSuite() {
-    clips = new TempDir;
-    // Big enough that a job lasts about a second: a kill on its first frame lands mid-job.
-    ASSERT_TRUE(test::writePlateClip(clip(), {.W = 480, .H = 270, .frames = 48}));
-  }
-  static void TearDownTestSuite() { delete clips; }
+struct WorkerTest : test::PlateClipSuite {
 
   TempDir logs;
   fs::path python = workerPython(AppPaths::shared()).value_or("/usr/bin/python3");
