@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "bench_clips.h"
+#include "chain_model.h"
 #include "document/app_model.h"
 #include "engine/engine.h"
 #include "platform/scheduler.h"
@@ -39,20 +40,11 @@ int main(int argc, char** argv) {
   if (!bench::writeHdClip(clip, 10, bench::kH264Veryfast)) return std::fprintf(stderr, "could not write the clip\n"), 1;
 
   auto clock = std::make_shared<ManualScheduler>();
-  AppModel m(AppModel::Options{.blankStart = true, .withEngine = true, .scheduler = clock,
-                               .defaultsFile = (dir / "d.conf").string(), .dataDir = dir / "data"});
-  if (!m.engine) return std::fprintf(stderr, "%s\n", m._status.c_str()), 1;
-  if (!m.importURL(clip)) return std::fprintf(stderr, "%s\n", m._status.c_str()), 1;
-  const Uuid out = m._nodes.front().id;
-  const Uuid media = m.addNode(NodeKind::media(), {0, 0});
-  const Uuid color = m.addNode(NodeKind::color(), {200, 0});
-  const Uuid blur = m.addNode(*NodeKind::find("blur"), {400, 0});
-  m.setMedia(media, m._media.back().id);
-  m.connect(media, color, 0, 0);
-  m.connect(color, blur, 0, 0);
-  m.connect(blur, out, 0, 0);
+  auto chain = bench::colourBlurChain(clip, dir, clock);
+  if (!chain) return 1;
+  AppModel& m = *chain->m;
+  const Uuid color = chain->color;
   m.select(color);
-  m.setPreviewScale(0.5);
   m.recomputeComp();
   for (int i = 0; i < 200; ++i) {  // the first picture in, everything compiled and warm
     clock->waitForThreads(0.02);

@@ -59,6 +59,30 @@ struct Errors {
   std::size_t frames = 0;
 };
 
+// The default graph on a shot, its mask drawn at frame 0 as the square `kCorners` around the
+// middle, posed on the picture's centre (where the shot turns).
+constexpr Point kCorners[4] = {{110, 50}, {210, 50}, {210, 130}, {110, 130}};
+
+std::unique_ptr<AppModel> modelOnShot(const fs::path& shot, const TempDir& dir, std::shared_ptr<ManualScheduler> clock,
+                                      Uuid& mask) {
+  auto m = std::make_unique<AppModel>(AppModel::Options{.blankStart = true, .withEngine = false, .scheduler = clock,
+                                                        .defaultsFile = (dir.path / "defaults.conf").string(),
+                                                        .dataDir = dir.path / "data"});
+  m->buildDefaultGraph();
+  if (!m->importURL(shot, true)) return nullptr;
+  m->recomputeComp();
+  for (const auto& n : m->_nodes)
+    if (n.kind->id == "mask") mask = n.id;
+  Node* node = m->nodeByID(mask);
+  node->shape.clear();
+  for (const Point& p : kCorners) node->shape.push_back({{p.x / kW, p.y / kH}, {}, {}});
+  node->shapeClosed = true;
+  node->params["cx"] = 50, node->params["cy"] = 50;
+  node->shapeBase = m->key(*node);
+  m->nodesChanged();
+  return m;
+}
+
 }  // namespace
 
 TEST(MaskTracking, AShapeFollowsAKnownMotionWithBothEnginesAndModes) {
@@ -84,23 +108,12 @@ TEST(MaskTracking, AShapeFollowsAKnownMotionWithBothEnginesAndModes) {
   ASSERT_TRUE(writeShot(shots[1], true));
   for (const Case& c : cases) {
     auto clock = std::make_shared<ManualScheduler>();
-    AppModel m(AppModel::Options{.blankStart = true, .withEngine = false, .scheduler = clock,
-                                 .defaultsFile = (dir.path / "defaults.conf").string(), .dataDir = dir.path / "data"});
-    m.buildDefaultGraph();
-    ASSERT_TRUE(m.importURL(shots[c.similar ? 1 : 0], true)) << m._status;
-    m.recomputeComp();
-    ASSERT_EQ(m._compSize.width, kW);
     Uuid mask;
-    for (const auto& n : m._nodes)
-      if (n.kind->id == "mask") mask = n.id;
-    // A square around the middle of the picture, drawn at frame 0.
-    const Point corners[4] = {{110, 50}, {210, 50}, {210, 130}, {110, 130}};
-    Node* node = m.nodeByID(mask);
-    node->shape.clear();
-    for (const Point& p : corners) node->shape.push_back({{p.x / kW, p.y / kH}, {}, {}});
-    node->shapeClosed = true;
-    node->shapeBase = m.key(*node);
-    m.nodesChanged();
+    const auto model = modelOnShot(shots[c.similar ? 1 : 0], dir, clock, mask);
+    ASSERT_TRUE(model);
+    AppModel& m = *model;
+    ASSERT_EQ(m._compSize.width, kW);
+    const auto& corners = kCorners;
     m.tracking.engine = c.engine;
     m.tracking.mode = c.mode;
     m.trackMask(mask, true);
@@ -197,21 +210,12 @@ TEST(MaskTracking, PinsChainRunsBothWaysIntoOneTrackThroughEveryPinAsOneUndoStep
   const fs::path shot = dir.path / "turn.mp4";
   ASSERT_TRUE(writeShot(shot, true));
   auto clock = std::make_shared<ManualScheduler>();
-  AppModel m(AppModel::Options{.blankStart = true, .withEngine = false, .scheduler = clock,
-                               .defaultsFile = (dir.path / "defaults.conf").string(), .dataDir = dir.path / "data"});
-  m.buildDefaultGraph();
-  ASSERT_TRUE(m.importURL(shot, true)) << m._status;
-  m.recomputeComp();
   Uuid mask;
-  for (const auto& n : m._nodes)
-    if (n.kind->id == "mask") mask = n.id;
-  const Point corners[4] = {{110, 50}, {210, 50}, {210, 130}, {110, 130}};
+  const auto model = modelOnShot(shot, dir, clock, mask);
+  ASSERT_TRUE(model);
+  AppModel& m = *model;
+  const auto& corners = kCorners;
   Node* node = m.nodeByID(mask);
-  node->shape.clear();
-  for (const Point& p : corners) node->shape.push_back({{p.x / kW, p.y / kH}, {}, {}});
-  node->shapeClosed = true;
-  node->params["cx"] = 50, node->params["cy"] = 50;  // the pose pivots where the shot turns
-  node->shapeBase = m.key(*node);
   // Two pins where the truth puts the mask: the shot's turn, growth and drift at those frames.
   for (int t : {15, 45}) {
     const Point c = truth({kW / 2.0, kH / 2.0}, t, true);
