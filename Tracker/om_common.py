@@ -34,9 +34,15 @@ _TEXTS = {
 }
 
 
-def text(key, *args):
-    fr, en = _TEXTS[key]
-    return (en if LANG == "en" else fr).format(*args)
+def texts(table):
+    """The text function of a module's table of (French, English) pairs, in OMBRIK_LANG."""
+    def text(key, *args):
+        fr, en = table[key]
+        return (en if LANG == "en" else fr).format(*args)
+    return text
+
+
+text = texts(_TEXTS)
 
 
 class JobError(Exception):

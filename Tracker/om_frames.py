@@ -13,7 +13,7 @@ import threading
 import cv2
 import numpy as np
 
-from om_common import LANG, JobError, reply
+from om_common import JobError, reply, texts
 
 _TEXTS = {
     "no_image": ("image illisible : {}", "unreadable image: {}"),
@@ -33,9 +33,7 @@ _TEXTS = {
 }
 
 
-def text(key, *args):
-    fr, en = _TEXTS[key]
-    return (en if LANG == "en" else fr).format(*args)
+text = texts(_TEXTS)
 
 
 # ---- whole-file writes

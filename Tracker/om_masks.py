@@ -13,7 +13,7 @@ import sys
 import cv2
 import numpy as np
 
-from om_common import LANG, JobError, reply
+from om_common import JobError, reply, texts
 
 _TEXTS = {
     "no_image": ("image illisible : {}", "unreadable image: {}"),
@@ -22,9 +22,7 @@ _TEXTS = {
 }
 
 
-def text(key, *args):
-    fr, en = _TEXTS[key]
-    return (en if LANG == "en" else fr).format(*args)
+text = texts(_TEXTS)
 
 
 def guided_filter(guide_bgr, src, radius, eps=1e-4, sub=4):

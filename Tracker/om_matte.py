@@ -9,7 +9,7 @@ import cv2
 import numpy as np
 
 import om_models
-from om_common import LANG, JobError, need, reply
+from om_common import JobError, need, reply, texts
 from om_masks import colour_distance, read_image, refine, to_u8, video_job, write_png
 
 _TEXTS = {
@@ -18,9 +18,7 @@ _TEXTS = {
 }
 
 
-def text(key, *args):
-    fr, en = _TEXTS[key]
-    return (en if LANG == "en" else fr).format(*args)
+text = texts(_TEXTS)
 
 
 def body(bgr):

@@ -9,7 +9,7 @@ import os
 import cv2
 import numpy as np
 
-from om_common import LANG, JobError, log
+from om_common import JobError, log, texts
 
 SELFIE = "selfie.onnx"
 FACES = "face_detection_back_256x256_barracuda.onnx"
@@ -20,9 +20,7 @@ _TEXTS = {
 }
 
 
-def text(key, *args):
-    fr, en = _TEXTS[key]
-    return (en if LANG == "en" else fr).format(*args)
+text = texts(_TEXTS)
 
 
 def folders():

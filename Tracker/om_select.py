@@ -15,7 +15,7 @@ import cv2
 import numpy as np
 
 import om_models
-from om_common import LANG, JobError, log, need, reply
+from om_common import JobError, log, need, reply, texts
 from om_masks import Outputs, colour_distance, frames, read_image, refine, write_png
 
 WORK_SIDE = 512  # GrabCut and the flow run at this long side; the masks are written at full size
@@ -29,9 +29,7 @@ _TEXTS = {
 }
 
 
-def text(key, *args):
-    fr, en = _TEXTS[key]
-    return (en if LANG == "en" else fr).format(*args)
+text = texts(_TEXTS)
 
 
 def _working(bgr):
