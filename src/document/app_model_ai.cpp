@@ -141,29 +141,28 @@ void AppModel::endAI() {
 }
 
 void AppModel::resolveAIResult(Node& r, int frame) const {
-  const std::string& kind = r.kind ? r.kind->id : std::string();
+  if (!r.kind) return;
+  const std::string& kind = r.kind->id;
+  if (kind == "retime") return resolveRetime(r, frame);
+  const bool matte = kind == "greenkeyai" || kind == "magicmask" || kind == "bodymask" || kind == "hairmatte" ||
+                     kind == "objectmask" || (kind == "mask" && r.p("aimode") > 0.5);
+  if (!matte && kind != "denoise" && kind != "freeze" && kind != "mux") return;  // most nodes read no file
   auto found = [&](const fs::path& file) {
     if (fileThere(file)) r.magicFile = file.string();
   };
   const fs::path dir = magicDir(r.id);
-  if (kind == "greenkeyai" || kind == "magicmask" || kind == "bodymask" || kind == "hairmatte" || kind == "objectmask") {
+  if (matte) {
     const bool frozen = kind == "objectmask" && r.p("freeze") > 0.5;
-    found(frameFile(dir, frozen ? r.magicFrame : frame, "png"));
-    r.magicDirPath = dir.string();
     r.magicCur = frozen ? r.magicFrame : frame;
+    found(frameFile(dir, r.magicCur, "png"));
+    r.magicDirPath = dir.string();
   } else if (kind == "denoise") {
     found(frameFile(dir, frame, "dn"));
     if (!r.magicFile) found(frameFile(dir, frame, "png"));
   } else if (kind == "freeze") {
     found(dir / "freeze.tif");
-  } else if (kind == "mux") {
-    found(frameFile(dir, frame, "tif"));
-  } else if (kind == "retime") {
-    resolveRetime(r, frame);
-  } else if (kind == "mask" && r.p("aimode") > 0.5) {
-    found(frameFile(dir, frame, "png"));
-    r.magicDirPath = dir.string();
-    r.magicCur = frame;
+  } else {
+    found(frameFile(dir, frame, "tif"));  // a Relais checkpoint
   }
 }
 

@@ -7,6 +7,7 @@
 #include "ai/ai_cache.h"
 #include "ai/green_detect.h"
 #include "ai/retime_map.h"
+#include "document/ai_input.h"
 #include "document/app_model.h"
 #include "engine/engine.h"
 #include "media/video_source.h"
@@ -19,13 +20,6 @@ using nlohmann::json;
 namespace {
 
 const char* denoiseEngine(const Node& n) { return n.p("engine") > 0.5 ? "scunet" : "fast"; }
-
-Engine::Tex frontOf(const AppModel& m, const Uuid& id) {
-  if (!m.engine) return nullptr;
-  for (const Edge& e : m._edges)
-    if (e.to == id && e.port == 0) return m.engine->inputTexture(e);
-  return nullptr;
-}
 
 }  // namespace
 
@@ -72,7 +66,7 @@ void AppModel::denoiseVideo(const Uuid& id) {
 
 void AppModel::greenKeyDetect(const Uuid& id) {
   Node* n = nodeByID(id);
-  const Engine::Tex front = n ? frontOf(*this, id) : nullptr;
+  const Engine::Tex front = n ? aiInput(*this, *n) : nullptr;
   if (!front) {
     _status = "Reliez d'abord une image à l'entrée Source du keyer.";
     return;
@@ -92,8 +86,9 @@ void AppModel::greenKeyDetect(const Uuid& id) {
 }
 
 void AppModel::greenAIFrame(const Uuid& id) {
-  if (!nodeByID(id) || aiWaits(aiKey(aiprefix::greenFrame, id), "Keyer IA", [this, id] { greenAIFrame(id); })) return;
-  const Engine::Tex front = frontOf(*this, id);
+  const Node* n = nodeByID(id);
+  if (!n || aiWaits(aiKey(aiprefix::greenFrame, id), "Keyer IA", [this, id] { greenAIFrame(id); })) return;
+  const Engine::Tex front = aiInput(*this, *n);
   const fs::path dir = magicDir(id);
   std::error_code ec;
   fs::create_directories(dir, ec);
@@ -139,13 +134,15 @@ std::string AppModel::retimeSig(const Node& node) const {
   return ombrik::retimeSig(retimeMap(node), video ? video->url().string() : std::string());
 }
 
-bool AppModel::retimeFlowReady(const Node& node) const {
-  std::ifstream in(magicDir(node.id) / "retime.json");
+// The computed movie in `dir` matches the signature: it was made for this map and source.
+static bool retimeMovieMatches(const fs::path& dir, const std::string& sig) {
+  std::ifstream in(dir / "retime.json");
   const json done = json::parse(in, nullptr, false);
-  const fs::path movie = magicDir(node.id) / "retime.mov";
   std::error_code ec;
-  return done.is_object() && done.value("sig", std::string()) == retimeSig(node) && fs::exists(movie, ec);
+  return done.is_object() && done.value("sig", std::string()) == sig && fs::exists(dir / "retime.mov", ec);
 }
+
+bool AppModel::retimeFlowReady(const Node& node) const { return retimeMovieMatches(magicDir(node.id), retimeSig(node)); }
 
 void AppModel::retimeCompute(const Uuid& id) {
   const Node* n = nodeByID(id);
@@ -192,7 +189,11 @@ void AppModel::resolveRetime(Node& r, int frame) const {
   r.params["_f"] = frame;
   r.params["_t"] = map.empty() ? frame : map[std::size_t(std::clamp(frame, 0, int(map.size()) - 1))];
   const double method = r.p("method");
-  if (method > 0.5 && method < 1.5 && retimeFlowReady(r)) r.retimeSource = (magicDir(r.id) / "retime.mov").string();
+  if (method <= 0.5 || method >= 1.5) return;
+  VideoSource* video = upstreamVideo(r.id);
+  const fs::path dir = magicDir(r.id);
+  if (retimeMovieMatches(dir, ombrik::retimeSig(map, video ? video->url().string() : std::string())))
+    r.retimeSource = (dir / "retime.mov").string();
 }
 
 }  // namespace ombrik

@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "ai/ai_cache.h"
+#include "document/ai_input.h"
 #include "document/app_model.h"
 #include "engine/engine.h"
 #include "media/video_source.h"
@@ -30,8 +31,7 @@ json pointsJson(const std::vector<MagicPoint>& points) {
 
 }  // namespace
 
-// The picture entering a node on its Front, or for a mask the plate of its media, as evaluated last.
-static Engine::Tex aiInput(const AppModel& m, const Node& n) {
+Engine::Tex aiInput(const AppModel& m, const Node& n) {
   if (!m.engine) return nullptr;
   for (const Edge& e : m._edges)
     if (e.to == n.id && e.port == 0) return m.engine->inputTexture(e);
