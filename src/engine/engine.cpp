@@ -240,9 +240,9 @@ void Engine::blurInto(gpu::CommandList& commands, const Tex& from, const Tex& to
   const bool direct = level == 0 && to->width() == cur->width() && to->height() == cur->height();
   Tex down = direct ? to : scratch(cur->width(), cur->height(), 1);
   const Tex h[] = {cur, across};
-  commands.dispatch("g_blurh", h, P);
+  commands.dispatch("g_blurh", h, P, {}, {8, 1});  // each thread makes 8 pixels of a row
   const Tex v[] = {across, down};
-  commands.dispatch("g_blurv", v, P);
+  commands.dispatch("g_blurv", v, P, {}, {1, 8});
   if (!direct) {
     const Tex up[] = {down, to};
     commands.dispatch("k_resample", up, {});

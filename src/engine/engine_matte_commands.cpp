@@ -21,8 +21,10 @@ Engine::Tex Engine::diffMatte(const Tex& a, const Tex& b) {
   commands->dispatch("k_diffmatte", {a, b, diff}, {0.006f, 0.03f});
   // A Gaussian of sigma 1 softens the edges of the change. Its passes get textures of their own
   // rather than the evaluation's blur scratch, which an evaluation may be using meanwhile.
-  commands->dispatch("g_blurh", {diff, across}, {1.0f, 3.0f});
-  commands->dispatch("g_blurv", {across, out}, {1.0f, 3.0f});
+  const float P[] = {1.0f, 3.0f};
+  const Tex acrossPass[] = {diff, across}, down[] = {across, out};
+  commands->dispatch("g_blurh", acrossPass, P, {}, {8, 1});
+  commands->dispatch("g_blurv", down, P, {}, {1, 8});
   return device_->submitAndWait(*commands) ? out : nullptr;
 }
 

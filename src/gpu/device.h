@@ -21,6 +21,11 @@ struct DeviceInfo {
 
 class CommandList;
 
+// The pixels one thread of a pass makes: 1 x 1, or a block for kernels that make neighbours at once.
+struct Span {
+  int x = 1, y = 1;
+};
+
 class Device {
 public:
   // Picks a GPU when one exists (discrete first), else the CPU driver. Null with a message on failure.
@@ -75,10 +80,11 @@ class CommandList {
 public:
   ~CommandList();
   // One compute pass: textures bound in list order, P as push constants (at most 32 floats),
-  // an optional table as a storage buffer; one thread per pixel of the last texture.
+  // an optional table as a storage buffer; one thread per pixel of the last texture, or per
+  // block of `span` pixels for kernels that make several neighbours at once.
   // An unknown kernel does nothing.
   void dispatch(const std::string& kernel, std::span<const TexturePtr> textures, std::span<const float> P,
-                std::span<const float> table = {});
+                std::span<const float> table = {}, Span span = {});
   void dispatch(const std::string& kernel, std::initializer_list<TexturePtr> textures,
                 std::initializer_list<float> P = {}) {
     dispatch(kernel, std::span<const TexturePtr>(textures.begin(), textures.size()),

@@ -288,7 +288,7 @@ CommandList::~CommandList() = default;
 std::size_t CommandList::passCount() const { return impl_->passes; }
 
 void CommandList::dispatch(const std::string& kernel, std::span<const TexturePtr> textures, std::span<const float> P,
-                           std::span<const float> table) {
+                           std::span<const float> table, Span span) {
   Device::Impl* dev = impl_->dev;
   VkPipeline pipeline;
   {
@@ -357,7 +357,8 @@ void CommandList::dispatch(const std::string& kernel, std::span<const TexturePtr
   dev->pushDescriptors(cb, VK_PIPELINE_BIND_POINT_COMPUTE, dev->pipelineLayout, 0, n, writes);
   vkCmdPushConstants(cb, dev->pipelineLayout, VK_SHADER_STAGE_COMPUTE_BIT, 0, kPushBytes, push);
   const TexturePtr& grid = textures.back();
-  vkCmdDispatch(cb, (grid->width() + kGroup - 1) / kGroup, (grid->height() + kGroup - 1) / kGroup, 1);
+  const std::uint32_t gx = kGroup * std::max(1, span.x), gy = kGroup * std::max(1, span.y);
+  vkCmdDispatch(cb, (grid->width() + gx - 1) / gx, (grid->height() + gy - 1) / gy, 1);
   impl_->barrier();
   for (const auto& t : textures) impl_->keep.push_back(t);
   ++impl_->passes;
