@@ -5,6 +5,7 @@
 
 #include "engine/engine_eval_state.h"
 #include "engine/kernel_library.h"
+#include "engine/pass_fusion.h"
 #include "gpu/device.h"
 #include "platform/app_paths.h"
 
@@ -53,6 +54,9 @@ std::unique_ptr<Engine> Engine::create(std::unique_ptr<gpu::Device> device, cons
     if (error) *error = report.fatalMessage;
     return nullptr;
   }
+  engine->fusion_ = std::make_unique<PassFusion>(*engine->device_, PassFusion::Options{options.shaderCache, options.errorLog});
+  // OMBRIK_FUSE=0 runs every pass on its own: the way to time or check what merging brings.
+  if (const char* fuse = std::getenv("OMBRIK_FUSE"); fuse && std::string(fuse) == "0") engine->fusePasses = false;
   return engine;
 }
 
@@ -101,6 +105,15 @@ Engine::Tex Engine::fitPicture(const SourcePicture& picture, int width, int heig
                      transparent ? 1.0f : 0.0f};
   const Tex list[] = {src, out};
   commands.dispatch("g_conform", list, P);
+  return out;
+}
+
+Engine::Tex Engine::fitInEvaluation(const SourcePicture& picture) {
+  if (!ev_ || picture.empty() || compW < 1 || compH < 1) return nullptr;
+  Tex out = device_->createTexture(compW, compH, gpu::Format::rgba16Float);
+  if (!out) return nullptr;
+  const int w = compW, h = compH;
+  record([this, picture, w, h, out](gpu::CommandList& c) { fitPicture(picture, w, h, c, false, out); }, {out});
   return out;
 }
 
@@ -190,31 +203,32 @@ std::size_t Engine::poolSize() const {
 // ---- passes
 
 void Engine::dispatch(const std::string& kernel, std::span<const Tex> textures, std::span<const float> P,
-                      std::span<const float> table) {
-  if (!ev_ || !ev_->commands) return;
-  ev_->commands->dispatch(kernel, textures, P, table);
+                      std::span<const float> table, gpu::Span span) {
+  if (!ev_) return;
+  ev_->plan.dispatch({kernel, {textures.begin(), textures.end()}, {P.begin(), P.end()}, {table.begin(), table.end()}, span});
+}
+
+void Engine::record(std::function<void(gpu::CommandList&)> command, std::vector<Tex> touched) {
+  if (ev_) ev_->plan.other(std::move(command), std::move(touched));
 }
 
 void Engine::dispatch(const std::string& kernel, std::initializer_list<Tex> textures, std::initializer_list<float> P) {
   dispatch(kernel, std::span<const Tex>(textures.begin(), textures.size()), std::span<const float>(P.begin(), P.size()));
 }
 
-void Engine::blur(const Tex& from, const Tex& to, float sigma) {
-  if (ev_ && ev_->commands) blurInto(*ev_->commands, from, to, sigma);
-}
-
 void Engine::rescale(const Tex& from, const Tex& to) {
-  if (!ev_ || !ev_->commands || !from || !to) return;
+  if (!ev_ || !from || !to) return;
   const Tex list[] = {from, to};
-  ev_->commands->dispatch("k_resample", list, {});
+  dispatch("k_resample", list, {});
 }
 
 void Engine::drawMesh(const Tex& source, const Tex& target, std::span<const float> vertices) {
-  if (ev_ && ev_->commands) ev_->commands->drawTriangles("mesh", source, target, vertices);
+  std::vector<float> copy(vertices.begin(), vertices.end());
+  record([source, target, copy](gpu::CommandList& c) { c.drawTriangles("mesh", source, target, copy); }, {source, target});
 }
 
-void Engine::blurInto(gpu::CommandList& commands, const Tex& from, const Tex& to, float sigma) {
-  if (!from || !to) return;
+void Engine::blur(const Tex& from, const Tex& to, float sigma) {
+  if (!ev_ || !from || !to) return;
   // A direct separable Gaussian up to sigma 8 (radius 3 sigma). Beyond, the picture is halved
   // until sigma fits, blurred there, and brought back bilinearly: wide blurs cost little.
   auto scratch = [&](int w, int h, int n) {
@@ -229,7 +243,7 @@ void Engine::blurInto(gpu::CommandList& commands, const Tex& from, const Tex& to
   while (s > 8.0f && std::min(cur->width(), cur->height()) > 16) {
     Tex half = scratch((cur->width() + 1) / 2, (cur->height() + 1) / 2, 10 + level++);
     const Tex list[] = {cur, half};
-    commands.dispatch("g_down2", list, {});
+    dispatch("g_down2", list, {});
     cur = half;
     s *= 0.5f;
   }
@@ -240,12 +254,12 @@ void Engine::blurInto(gpu::CommandList& commands, const Tex& from, const Tex& to
   const bool direct = level == 0 && to->width() == cur->width() && to->height() == cur->height();
   Tex down = direct ? to : scratch(cur->width(), cur->height(), 1);
   const Tex h[] = {cur, across};
-  commands.dispatch("g_blurh", h, P, {}, {8, 1});  // each thread makes 8 pixels of a row
+  dispatch("g_blurh", h, P, {}, {8, 1});  // each thread makes 8 pixels of a row
   const Tex v[] = {across, down};
-  commands.dispatch("g_blurv", v, P, {}, {1, 8});
+  dispatch("g_blurv", v, P, {}, {1, 8});
   if (!direct) {
     const Tex up[] = {down, to};
-    commands.dispatch("k_resample", up, {});
+    dispatch("k_resample", up, {});
   }
 }
 

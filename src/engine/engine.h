@@ -10,6 +10,7 @@
 // read straight from clips).
 #include <array>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -29,6 +30,8 @@
 #include "gpu/texture.h"
 
 namespace ombrik {
+
+class PassFusion;
 
 namespace gpu {
 class Device;
@@ -85,6 +88,13 @@ public:
   std::set<Uuid> cacheAlphaFor;
   std::optional<Uuid> viewAlphaOf;
   bool leanEval = false;
+  // Runs of pixel-wise passes merged into one kernel each (pass_fusion.h); off, every pass runs
+  // on its own. Both give the same pictures.
+  bool fusePasses = true;
+  struct FusionStats {
+    int passes = 0, runs = 0, merged = 0;
+  };
+  FusionStats lastFusion() const;
   int evalCount = 0;
   float evalTime = 0;
   std::size_t producedCount() const { return produced_; }  // nodes produced in the last evaluation
@@ -124,7 +134,9 @@ public:
   // ---- passes, recorded into the open evaluation (no-ops outside one)
   void dispatch(const std::string& kernel, std::initializer_list<Tex> textures, std::initializer_list<float> P);
   void dispatch(const std::string& kernel, std::span<const Tex> textures, std::span<const float> P,
-                std::span<const float> table = {});
+                std::span<const float> table = {}, gpu::Span span = {});
+  // Any other command, in order with the passes; `touched`: the textures it reads or writes.
+  void record(std::function<void(gpu::CommandList&)> command, std::vector<Tex> touched);
   void blur(const Tex& from, const Tex& to, float sigma);  // Gaussian, clamp-to-edge
   void rescale(const Tex& from, const Tex& to);           // bilinear
   // Triangles from `source` drawn over `target`: 4 floats a vertex (position 0..1, texture coordinate).
@@ -197,6 +209,8 @@ private:
   friend struct EngineProduce;
 
   Tex eval(const Uuid& id);
+  void recordPlan();
+  Tex fitInEvaluation(const SourcePicture& picture);  // fitPicture at the comp size, in order with the passes  // the evaluation's passes into its command list, runs merged
   std::vector<Uuid> upstreamFirst(const std::vector<Uuid>& roots) const;
   Tex input(const Uuid& id, int port);
   Tex produce(const Node& node);
@@ -221,10 +235,10 @@ private:
   Tex limitToMatte(const Node& node, const Tex& front, const Tex& result);
   Tex readCacheFile(const Node& node, const std::string& path);
   const Edge* edgeInto(const Uuid& id, int port) const;
-  void blurInto(gpu::CommandList& commands, const Tex& from, const Tex& to, float sigma);
   Tex resampled(const Tex& from, int width, int height, gpu::Format format);
 
   std::unique_ptr<gpu::Device> device_;
+  std::unique_ptr<PassFusion> fusion_;
   std::unordered_map<Uuid, SourcePicture> sources_;
   std::unordered_map<Uuid, Tex> sourceTex_;  // the picture as uploaded, at its own size
   std::unordered_map<Uuid, Tex> mediaTex_;

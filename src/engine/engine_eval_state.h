@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "engine/engine.h"
+#include "engine/pass_fusion.h"
 #include "gpu/device.h"
 #include "graph/edge_index.h"
 
@@ -15,6 +16,7 @@ namespace ombrik {
 
 struct Engine::Eval {
   std::unique_ptr<gpu::CommandList> commands;
+  PassPlan plan;  // the passes, written to `commands` when the evaluation ends
   std::vector<Node> nodeStore;
   std::unordered_map<Uuid, const Node*> nodes;
   std::vector<Edge> edges;

@@ -91,9 +91,40 @@ void Engine::evaluate(const std::vector<Node>& nodes, const std::vector<Edge>& e
     if (Tex a = alphaOut(id)) compAlpha[id] = a;
   viewAlpha = viewAlphaOf ? alphaOut(*viewAlphaOf) : nullptr;
 
+  recordPlan();
   device_->submitAndWait(*ev_->commands);
   outputs = std::move(ev_->done);
+  // A node whose picture stayed in a merged kernel's registers has no result to show.
+  for (auto it = outputs.begin(); it != outputs.end();)
+    if (it->second && fusion_->last().unwritten.count(it->second.get())) it = outputs.erase(it);
+    else ++it;
   ev_.reset();
+}
+
+void Engine::recordPlan() {
+  // What is read after the evaluation: every node's result (only those the lean walk was asked
+  // for when lean), and the side textures kept between evaluations.
+  std::set<const gpu::Texture*> visible;
+  auto add = [&](const Tex& t) {
+    if (t) visible.insert(t.get());
+  };
+  for (const auto& [id, t] : ev_->done) {
+    const Node* n = ev_->node(id);
+    const bool asked = !leanEval || (n && (n->kind->id == "output" || n->kind->id == "mux")) || alwaysEval.count(id) ||
+                       ev_->cut.count(id) || (viewAlphaOf && *viewAlphaOf == id);
+    if (asked) add(t);
+  }
+  for (const auto* side : {&muxAlpha, &compAlpha, &alphaSide_, &mergedSide, &ev_->muxCached})
+    for (const auto& [id, t] : *side) add(t);
+  for (const auto& [key, t] : maskSide_) add(t);
+  add(viewAlpha);
+  fusion_->enabled = fusePasses;
+  fusion_->record(ev_->plan, *ev_->commands, visible);
+}
+
+Engine::FusionStats Engine::lastFusion() const {
+  const auto& s = fusion_->last();
+  return {s.passes, s.runs, s.merged};
 }
 
 std::vector<Uuid> Engine::upstreamFirst(const std::vector<Uuid>& roots) const {

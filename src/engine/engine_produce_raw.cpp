@@ -41,7 +41,7 @@ Engine::Tex Engine::produceRaw(const Node& node) {
     Tex out = tex(id, 0);
     if (Tex m = refinedMatte(node)) {
       if (node.on("invert")) dispatch("k_mattecombine", {m, m, out}, {0, 1, 1, 0});
-      else ev_->commands->copy(m, out);
+      else record([m, out](gpu::CommandList& c) { c.copy(m, out); }, {m, out});
     } else {
       dispatch("k_mask", {out}, {0.5f, 0.5f, 10, 10, 0, 0, node.on("invert") ? 0.0f : 1.0f, 0});
     }
@@ -57,11 +57,11 @@ Engine::Tex Engine::produceRaw(const Node& node) {
 
   if (kind == "mux") {  // a checkpoint with its file for this frame
     if (auto picture = SourcePicture::load(*node.magicFile)) {
-      Tex out = fitPicture(*picture, compW, compH, *ev_->commands);
+      Tex out = fitInEvaluation(*picture);
       const std::string& f = *node.magicFile;
       const std::string alphaFile = f.substr(0, f.size() - (endsWith(f, ".tif") ? 4 : 0)) + "_a.tif";
       if (auto alpha = SourcePicture::load(alphaFile))
-        if (Tex a = fitPicture(*alpha, compW, compH, *ev_->commands)) ev_->muxCached[id] = a;
+        if (Tex a = fitInEvaluation(*alpha)) ev_->muxCached[id] = a;
       if (out) return out;
     }
     if (const Edge* e = edgeInto(id, 0); e && e->fromPort == 0)

@@ -108,6 +108,23 @@ std::string kernelProgram(const std::string& name) {
 
 std::string userHeader() { return effectHeader(); }
 
+std::optional<KernelSource> kernelSource(const std::string& name) {
+  const char* folders[] = {"base", "platform", "fx", "fx_more"};
+  const int levels[] = {0, 0, 1, 2};
+  for (int i = 0; i < 4; ++i) {
+    const std::string path = std::string(folders[i]) + "/" + name + ".comp";
+    if (std::string text = textOf(shaderFiles(), path); !text.empty()) return KernelSource{text, levels[i]};
+  }
+  return std::nullopt;
+}
+
+std::string kernelHeader(int level) {
+  if (level <= 0) return prelude();
+  return effectHeader() + (level >= 2 ? textOf(shaderFiles(), "fx_more_common.glsl") + "\n" : "");
+}
+
+std::string effectConvention() { return textOf(shaderFiles(), "fx_convention.glsl"); }
+
 KernelLibraryReport buildKernelLibrary(gpu::Device& device, const KernelLibraryOptions& options) {
   return buildKernelLibrary(device, options, shaderFiles());
 }

@@ -2,6 +2,7 @@
 // Builds every compute pipeline at start: the base kernels, the effect kernels of the catalogue
 // and the engine's own passes (blur, rescale, conform). SPIR-V is cached by source hash.
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,5 +37,15 @@ const std::vector<std::string>& baseKernelNames();
 std::string kernelProgram(const std::string& name);
 // What a user kernel is written after: the prelude and the effect convention.
 std::string userHeader();
+
+// A shipped kernel's own file and what it is compiled after, in increasing order: 0 the
+// prelude, 1 with the effect convention, 2 with the second effects' helpers too.
+struct KernelSource {
+  std::string text;
+  int header = 0;
+};
+std::optional<KernelSource> kernelSource(const std::string& name);
+std::string kernelHeader(int level);
+std::string effectConvention();  // the text of the effect convention alone
 
 }  // namespace ombrik

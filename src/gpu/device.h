@@ -21,11 +21,6 @@ struct DeviceInfo {
 
 class CommandList;
 
-// The pixels one thread of a pass makes: 1 x 1, or a block for kernels that make neighbours at once.
-struct Span {
-  int x = 1, y = 1;
-};
-
 class Device {
 public:
   // Picks a GPU when one exists (discrete first), else the CPU driver. Null with a message on failure.

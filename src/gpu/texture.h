@@ -30,4 +30,9 @@ private:
 
 using TexturePtr = std::shared_ptr<Texture>;
 
+// The pixels one thread of a pass makes: 1 x 1, or a block for kernels that make neighbours at once.
+struct Span {
+  int x = 1, y = 1;
+};
+
 }  // namespace ombrik::gpu

@@ -1,0 +1,131 @@
+// Merged runs of pixel-wise passes give exactly the pictures of the passes one by one, for every
+// kind of the catalogue, and keep in registers only what nothing else reads.
+#include <set>
+
+#include "engine/kernel_stages.h"
+#include "engine/pass_fusion.h"
+#include "engine_fixture.h"
+
+using namespace ombrik;
+using namespace ombrik::test;
+
+namespace {
+
+// The output of a graph evaluated lean (as the viewer and playback do), merged or not.
+struct Both {
+  std::vector<float> merged, alone;
+  Engine::FusionStats stats;
+};
+
+}  // namespace
+
+class PassFusionTest : public EngineTest {
+protected:
+  Both evaluateBoth(const std::vector<Node>& nodes, const std::vector<Edge>& edges, const Uuid& out) {
+    Engine& e = engine();
+    e.leanEval = true;
+    Both b;
+    e.fusePasses = true;
+    e.evaluate(nodes, edges, 0.7f);
+    b.stats = e.lastFusion();
+    b.merged = pixels(out);
+    e.fusePasses = false;
+    e.evaluate(nodes, edges, 0.7f);
+    b.alone = pixels(out);
+    e.fusePasses = true;
+    return b;
+  }
+};
+
+TEST_F(PassFusionTest, EveryPixelWiseKindGivesTheSamePictureMerged) {
+  Engine& e = engine();
+  e.setComp(40, 24, true);
+  const Uuid sample = Uuid::generate();
+  e.addSource(SampleImage::make(160, 96), sample);
+  PassFusion shapes(e.device(), {});
+  int pixelWise = 0;
+  for (const auto& kind : NodeKind::all()) {
+    if (!kind->kernel || !shapes.pixelWise(*kind->kernel)) continue;
+    ++pixelWise;
+    // media → colour (leads the run) → the kind → a second colour → output: the kind's input
+    // and output both stay in registers.
+    Node media = node("media"), lead = node("color"), n(kind), tail = node("color"), output = node("output");
+    media.mediaID = sample;
+    lead.params["gamma"] = 1.3;
+    lead.params["sat"] = 1.4;
+    tail.params["exposure"] = -0.4;
+    const Both b = evaluateBoth({media, lead, n, tail, output},
+                                {wire(media, lead), wire(lead, n), wire(n, tail), wire(tail, output)}, output.id);
+    ASSERT_EQ(b.merged.size(), 40u * 24 * 4) << kind->id;
+    EXPECT_EQ(b.merged, b.alone) << kind->id;
+    EXPECT_EQ(b.stats.runs, 1) << kind->id;
+    // A kind blurring its input first runs its blur between the two colours: it merges with the tail only.
+    EXPECT_EQ(b.stats.merged, kind->blurParam ? 2 : 3) << kind->id;
+  }
+  // The colour rows of the catalogue and the pixel-wise tails of others: a change to the rules
+  // that quietly stops merging them shows here.
+  EXPECT_GE(pixelWise, 30);
+}
+
+TEST_F(PassFusionTest, GlowTailMergesAndWhatIsReadElsewhereIsStillWritten) {
+  Engine& e = engine();
+  e.setComp(64, 36, true);
+  const Uuid sample = Uuid::generate();
+  e.addSource(SampleImage::make(128, 72), sample);
+  // colour feeds the glow's bright pass and its screen: its picture must be written; the
+  // blur's upscale, the screen and the grain run as one kernel.
+  Node media = node("media"), color = node("color"), glow = node("glow"), grain = node("grain"), output = node("output");
+  media.mediaID = sample;
+  color.params["gamma"] = 1.1;
+  glow.params["size"] = 40;
+  grain.params["amount"] = 0.08;
+  const std::vector<Node> nodes = {media, color, glow, grain, output};
+  const std::vector<Edge> edges = {wire(media, color), wire(color, glow), wire(glow, grain), wire(grain, output)};
+  Both b = evaluateBoth(nodes, edges, output.id);
+  EXPECT_EQ(b.merged, b.alone);
+  EXPECT_GE(b.stats.runs, 1);
+  e.fusePasses = true;
+  e.evaluate(nodes, edges, 0.7f);
+  EXPECT_FALSE(e.outputs.count(glow.id)) << "a picture kept in registers is no result to show";
+  EXPECT_TRUE(e.outputs.count(color.id)) << "read again after the run, so written";
+  // The viewed node (alwaysEval) keeps its picture, the same as passes one by one give.
+  e.alwaysEval = {glow.id};
+  e.evaluate(nodes, edges, 0.7f);
+  const auto viewedMerged = pixels(glow.id);
+  ASSERT_FALSE(viewedMerged.empty());
+  e.fusePasses = false;
+  e.evaluate(nodes, edges, 0.7f);
+  EXPECT_EQ(viewedMerged, pixels(glow.id));
+  e.alwaysEval.clear();
+  // Not lean (the thumbnails' full render): every node keeps its picture.
+  e.leanEval = false;
+  e.fusePasses = true;
+  e.evaluate(nodes, edges, 0.7f);
+  for (const auto& n : nodes) EXPECT_TRUE(e.outputs.count(n.id)) << n.kind->id;
+}
+
+TEST(KernelStages, ShapesFromTheKernelText) {
+  struct Case {
+    const char* text;
+    bool lead, pixelWise;
+  };
+  const Case cases[] = {
+      {"void k() { ivec2 g = pixelID(); if (outsideOf(g, imageSize(W1))) return; imageStore(W1, g, texelFetch(T0, g, 0)); }",
+       true, true},
+      // reads a neighbour: may lead, never join
+      {"void k() { ivec2 g = pixelID(); imageStore(W1, g, texelFetch(T0, g + ivec2(1, 0), 0)); }", true, false},
+      {"void k() { ivec2 g = pixelID(); imageStore(W1, g, textureLod(T0, vec2(0.5), 0.0)); }", true, false},
+      {"void k() { ivec2 g = pixelID(); imageStore(W1, g, sampleZero(T0, vec2(0.5))); }", true, false},
+      // `g` moved after it was the pixel
+      {"void k() { ivec2 g = pixelID(); g = g / 2; imageStore(W1, g, texelFetch(T0, g, 0)); }", false, false},
+      // two writes, shared memory, a table
+      {"void k() { ivec2 g = pixelID(); imageStore(W1, g, vec4(0)); imageStore(W1, g, vec4(1)); }", false, false},
+      {"shared vec4 s[4]; void k() { ivec2 g = pixelID(); imageStore(W1, g, s[0]); }", false, false},
+      {"void k() { ivec2 g = pixelID(); imageStore(W1, g, vec4(D[0])); }", false, false},
+  };
+  for (const auto& c : cases) {
+    const StageShape s = stageShape(c.text, "k", {"sampleZero"});
+    EXPECT_EQ(s.lead, c.lead) << c.text;
+    EXPECT_EQ(s.pixelWise, c.pixelWise) << c.text;
+  }
+}
