@@ -176,12 +176,18 @@ std::string PassFusion::halfRounding() {
     }
   }
   if (!*towardZero_) return "vec4 stageHalf(vec4 v) { return vec4(unpackHalf2x16(packHalf2x16(v.xy)), unpackHalf2x16(packHalf2x16(v.zw))); }\n";
-  return "float stageHalf1(float x) {\n"
-         "  uint h = packHalf2x16(vec2(x, 0.0)) & 0xffffu;\n"
-         "  if (abs(unpackHalf2x16(h).x) > abs(x)) h -= 1u;  // one step toward zero; NaN stays\n"
-         "  return unpackHalf2x16(h).x;\n"
-         "}\n"
-         "vec4 stageHalf(vec4 v) { return vec4(stageHalf1(v.x), stageHalf1(v.y), stageHalf1(v.z), stageHalf1(v.w)); }\n";
+  // Toward zero: a normal half keeps the top 10 bits of the float's mantissa; below the
+  // normals it counts in steps of 2^-24; past the largest finite half it stays at that.
+  return "vec4 stageHalf(vec4 v) {\n"
+         "  uvec4 bits = floatBitsToUint(v);\n"
+         "  vec4 a = abs(v);\n"
+         "  vec4 t = uintBitsToFloat(floatBitsToUint(a) & 0xffffe000u);\n"
+         "  t = mix(t, floor(a * 16777216.0) / 16777216.0, lessThan(a, vec4(6.103515625e-5)));\n"
+         "  t = mix(t, vec4(65504.0), greaterThan(a, vec4(65504.0)));\n"
+         "  t = mix(t, a, isinf(v));\n"
+         "  vec4 r = uintBitsToFloat(floatBitsToUint(t) | (bits & 0x80000000u));\n"
+         "  return mix(r, v, isnan(v));\n"
+         "}\n";
 }
 
 std::optional<std::string> PassFusion::pipeline(const std::string& source) {

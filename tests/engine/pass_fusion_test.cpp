@@ -1,5 +1,6 @@
 // Merged runs of pixel-wise passes give exactly the pictures of the passes one by one, for every
 // kind of the catalogue, and keep in registers only what nothing else reads.
+#include <cmath>
 #include <set>
 
 #include "engine/kernel_stages.h"
@@ -127,5 +128,54 @@ TEST(KernelStages, ShapesFromTheKernelText) {
     const StageShape s = stageShape(c.text, "k", {"sampleZero"});
     EXPECT_EQ(s.lead, c.lead) << c.text;
     EXPECT_EQ(s.pixelWise, c.pixelWise) << c.text;
+  }
+}
+
+TEST_F(PassFusionTest, ValuesBetweenStagesRoundAsTheTextureWouldAtEveryScale) {
+  // Tiny values (below the normal halves), negatives, values past the largest half once
+  // brightened, and ordinary ones, through colour → contrast → invert → colour.
+  Engine& e = engine();
+  e.setComp(8, 4, true);
+  const float values[] = {3e-6f, 1e-5f, 5.9e-5f, -0.3f, -2e-5f, 0.1f, 0.7071f, 1.0f, 3.3f, 900.0f, 1500.0f, 60000.0f};
+  std::vector<float> rgba;
+  for (int i = 0; i < 32; ++i) {
+    const float v = values[i % 12];
+    rgba.insert(rgba.end(), {v, values[(i + 5) % 12], values[(i + 7) % 12], 1.0f});
+  }
+  const Uuid id = Uuid::generate();
+  e.addSource(SourcePicture::fromFloats(8, 4, rgba), id);
+  // Each chain: colour at an exposure, then kinds that carry what rounding did to the next
+  // stage (the second colour undoes the exposure, so values below the normal halves come back).
+  struct Chain {
+    double exposure;
+    std::vector<const char*> kinds;
+  };
+  const Chain chains[] = {{0, {"contrast", "invert", "color"}}, {-6, {"color", "contrast"}}, {-12, {"color", "invert"}},
+                          {-20, {"color"}}, {6, {"color"}}, {12, {"invert", "color"}}};
+  for (const auto& c : chains) {
+    // Colour with nothing but its exposure, so what reaches the next stage is known.
+    auto exposed = [](double stops) {
+      Node n = node("color");
+      n.params = {{"exposure", stops}, {"lift", 0.0}, {"gamma", 1.0}, {"gain", 1.0}, {"sat", 1.0}, {"temp", 0.0}};
+      return n;
+    };
+    Node media = node("media"), first = exposed(c.exposure), output = node("output");
+    media.mediaID = id;
+    std::vector<Node> nodes = {media, first};
+    std::vector<Edge> edges = {wire(media, first)};
+    for (const char* k : c.kinds) {
+      Node n = std::string(k) == "color" ? exposed(-c.exposure) : node(k);
+      if (std::string(k) == "contrast") n.params["contrast"] = 1.7;
+      edges.push_back(wire(nodes.back(), n));
+      nodes.push_back(n);
+    }
+    edges.push_back(wire(nodes.back(), output));
+    nodes.push_back(output);
+    const Both b = evaluateBoth(nodes, edges, output.id);
+    EXPECT_EQ(b.stats.merged, int(c.kinds.size()) + 1) << c.exposure;
+    ASSERT_EQ(b.merged.size(), b.alone.size());
+    for (std::size_t i = 0; i < b.merged.size(); ++i)
+      if (!(std::isnan(b.merged[i]) && std::isnan(b.alone[i])))
+        ASSERT_EQ(b.merged[i], b.alone[i]) << "exposure " << c.exposure << " value " << i;
   }
 }
