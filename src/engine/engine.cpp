@@ -25,6 +25,8 @@ Engine::~Engine() {
   maskSide_.clear();
   mediaTex_.clear();
   sourceTex_.clear();
+  spareSourceTex_.clear();
+  fitSource_.reset();
   pool_.clear();
   imageCache_.clear();
   rawCache_.clear();
@@ -82,9 +84,14 @@ void Engine::setComp(int width, int height, bool reconform) {
 }
 
 void Engine::addSource(std::optional<SourcePicture> picture, const Uuid& id) {
-  sourceTex_.erase(id);
+  // The uploaded texture is kept for the next picture of this source: a clip's frames have one size.
+  if (auto it = sourceTex_.find(id); it != sourceTex_.end()) {
+    spareSourceTex_[id] = std::move(it->second);
+    sourceTex_.erase(it);
+  }
   if (!picture || picture->empty()) {
     sources_.erase(id);
+    spareSourceTex_.erase(id);
     mediaTex_.erase(id);
     dirtyMedia_.erase(id);
     return;
@@ -96,7 +103,10 @@ void Engine::addSource(std::optional<SourcePicture> picture, const Uuid& id) {
 Engine::Tex Engine::fitPicture(const SourcePicture& picture, int width, int height, gpu::CommandList& commands,
                                bool transparent, Tex into) {
   if (picture.empty() || width < 1 || height < 1) return nullptr;
-  Tex src = device_->createTexture(picture.width, picture.height, gpu::Format::rgba16Float);
+  // One upload texture serves every fit of its size: their commands run one after the other.
+  Tex& src = fitSource_;
+  if (!src || src->width() != picture.width || src->height() != picture.height)
+    src = device_->createTexture(picture.width, picture.height, gpu::Format::rgba16Float);
   Tex out = into ? into : device_->createTexture(width, height, gpu::Format::rgba16Float);
   if (!src || !out) return nullptr;
   commands.upload(src, picture.rgba->data(), picture.rgba->size() * 2);
@@ -143,7 +153,11 @@ Engine::Tex Engine::conform(const Uuid& id) {
   if (!commands) return nullptr;
   Tex& src = sourceTex_[id];
   if (!src) {
-    src = device_->createTexture(picture.width, picture.height, gpu::Format::rgba16Float);
+    if (auto spare = spareSourceTex_.find(id); spare != spareSourceTex_.end()) {
+      if (spare->second->width() == picture.width && spare->second->height() == picture.height) src = spare->second;
+      spareSourceTex_.erase(spare);
+    }
+    if (!src) src = device_->createTexture(picture.width, picture.height, gpu::Format::rgba16Float);
     if (!src) return nullptr;
     commands->upload(src, picture.rgba->data(), picture.rgba->size() * 2);
   }

@@ -241,6 +241,8 @@ private:
   std::unique_ptr<PassFusion> fusion_;
   std::unordered_map<Uuid, SourcePicture> sources_;
   std::unordered_map<Uuid, Tex> sourceTex_;  // the picture as uploaded, at its own size
+  std::unordered_map<Uuid, Tex> spareSourceTex_;  // a replaced picture's texture, for the next one
+  Tex fitSource_;                                 // fitPicture's upload texture
   std::unordered_map<Uuid, Tex> mediaTex_;
   std::set<Uuid> dirtyMedia_;
   std::map<std::string, Tex> pool_;

@@ -54,6 +54,13 @@ Engine::Tex Engine::produceFx(const Node& node) {
     alphaSide_[node.id] = soft;
     matte = nullptr;
   }
+  if (kind.id == "blur" && !matte) {
+    // Without a matte the kernel would only hand the blurred picture on: blur straight into
+    // the result instead of copying it there in a pass of its own.
+    Tex out = tex(node.id, 0);
+    blur(front, out, std::max(0.5f, node.p(*kind.blurParam) * 0.6f * pxScale));
+    return out;
+  }
   Tex aux = back ? back : front;
   if (kind.blurParam) {
     aux = tex(node.id, 1);

@@ -86,6 +86,43 @@ struct Device::Impl {
     return UINT32_MAX;
   }
   bool makeBuffer(VkDeviceSize size, VkBufferUsageFlags usage, VkBuffer* buffer, VkDeviceMemory* mem);
+
+  // Staging buffers of finished command lists, kept for the next list that needs one of the same
+  // size and use: steady playback uploads a frame of one size again and again, and fresh host
+  // memory costs a page fault and a cleared page for every 4 KiB.
+  struct Staging {
+    VkBuffer buffer = VK_NULL_HANDLE;
+    VkDeviceMemory memory = VK_NULL_HANDLE;
+    VkDeviceSize size = 0;
+    VkBufferUsageFlags usage = 0;
+  };
+  std::vector<Staging> spare;
+  VkDeviceSize spareBytes = 0;
+  std::mutex spareLock;
+  static constexpr VkDeviceSize kSpareBytes = 256ull << 20;
+  bool takeSpare(VkDeviceSize size, VkBufferUsageFlags usage, Staging* out) {
+    std::lock_guard g(spareLock);
+    for (auto it = spare.begin(); it != spare.end(); ++it)
+      if (it->size == size && it->usage == usage) {
+        *out = *it;
+        spareBytes -= it->size;
+        spare.erase(it);
+        return true;
+      }
+    return false;
+  }
+  void giveBack(const Staging& b) {
+    {
+      std::lock_guard g(spareLock);
+      if (spareBytes + b.size <= kSpareBytes) {
+        spare.push_back(b);
+        spareBytes += b.size;
+        return;
+      }
+    }
+    vkDestroyBuffer(device, b.buffer, nullptr);
+    vkFreeMemory(device, b.memory, nullptr);
+  }
   // Registers a pipeline under its name. Replacing one (a user kernel compiled again) waits
   // until nothing uses the old one.
   void store(const std::string& name, VkPipeline pipeline) {
@@ -179,6 +216,10 @@ Device::Impl::~Impl() {
     vkDeviceWaitIdle(device);
     dummy2D.reset();
     dummy3D.reset();
+    for (const auto& b : spare) {
+      vkDestroyBuffer(device, b.buffer, nullptr);
+      vkFreeMemory(device, b.memory, nullptr);
+    }
     if (dummyBuffer) vkDestroyBuffer(device, dummyBuffer, nullptr);
     if (dummyBufferMemory) vkFreeMemory(device, dummyBufferMemory, nullptr);
     for (auto& [name, p] : pipelines) vkDestroyPipeline(device, p, nullptr);
@@ -199,7 +240,7 @@ struct CommandList::Impl {
   Device::Impl* dev = nullptr;
   VkCommandBuffer cb = VK_NULL_HANDLE;
   std::vector<TexturePtr> keep;  // alive until the list is done
-  std::vector<std::pair<VkBuffer, VkDeviceMemory>> buffers;
+  std::vector<Device::Impl::Staging> buffers;
   struct Readback {
     VkBuffer buffer;
     VkDeviceMemory memory;
@@ -211,10 +252,7 @@ struct CommandList::Impl {
 
   ~Impl() {
     if (!dev) return;
-    for (auto& [b, m] : buffers) {
-      vkDestroyBuffer(dev->device, b, nullptr);
-      vkFreeMemory(dev->device, m, nullptr);
-    }
+    for (const auto& b : buffers) dev->giveBack(b);
     if (cb) {
       std::lock_guard g(dev->lock);
       vkFreeCommandBuffers(dev->device, dev->commandPool, 1, &cb);
@@ -251,8 +289,13 @@ struct CommandList::Impl {
   }
 
   bool stagingBuffer(std::size_t size, VkBufferUsageFlags usage, VkBuffer* b, VkDeviceMemory* m) {
-    if (!dev->makeBuffer(size, usage, b, m)) return false;
-    buffers.emplace_back(*b, *m);
+    Device::Impl::Staging st;
+    st.size = std::max<VkDeviceSize>(size, 16);
+    st.usage = usage;
+    if (!dev->takeSpare(st.size, usage, &st) && !dev->makeBuffer(st.size, usage, &st.buffer, &st.memory)) return false;
+    *b = st.buffer;
+    *m = st.memory;
+    buffers.push_back(st);
     return true;
   }
 

@@ -154,6 +154,19 @@ struct FrameReader::Impl {
     return curIndex >= 0;  // the best found: a picture after the target rather than none
   }
 
+  // Picture buffers handed out before, reused once nobody holds them any more: steady reading
+  // allocates nothing per frame.
+  std::vector<std::shared_ptr<std::vector<std::uint16_t>>> pictures;
+  std::vector<std::uint16_t> scratch;
+  std::shared_ptr<std::vector<std::uint16_t>> pictureBuffer(std::size_t size) {
+    for (auto& p : pictures)
+      if (p.use_count() == 1 && p->size() == size) return p;
+    auto fresh = std::make_shared<std::vector<std::uint16_t>>(size);
+    std::erase_if(pictures, [](const auto& p) { return p.use_count() == 1; });  // another size: let them go
+    if (pictures.size() < 4) pictures.push_back(fresh);
+    return fresh;
+  }
+
   std::optional<SourcePicture> convert(const AVFrame* frame) {
     const int rot = info.rotation;
     const bool turned = rot == 90 || rot == 270;
@@ -174,7 +187,8 @@ struct FrameReader::Impl {
     const int* coefficients = sws_getCoefficients(space);
     const int fullIn = frame->color_range == AVCOL_RANGE_JPEG || AVPixelFormat(frame->format) == AV_PIX_FMT_YUVJ420P ? 1 : 0;
     sws_setColorspaceDetails(sws, coefficients, fullIn, sws_getCoefficients(SWS_CS_DEFAULT), 1, 0, 1 << 16, 1 << 16);
-    std::vector<std::uint16_t> rgba(std::size_t(w) * h * 4);
+    std::vector<std::uint16_t>& rgba = scratch;  // kept from frame to frame: no fresh pages each time
+    rgba.resize(std::size_t(w) * h * 4);
     std::uint8_t* dst[4] = {reinterpret_cast<std::uint8_t*>(rgba.data()), nullptr, nullptr, nullptr};
     const int stride[4] = {w * 8, 0, 0, 0};
     sws_scale(sws, frame->data, frame->linesize, 0, frame->height, dst, stride);
@@ -186,7 +200,7 @@ struct FrameReader::Impl {
       return t;
     }();
     const int ow = turned ? h : w, oh = turned ? w : h;
-    auto halves = std::make_shared<std::vector<std::uint16_t>>(std::size_t(ow) * oh * 4);
+    auto halves = pictureBuffer(std::size_t(ow) * oh * 4);
     if (rot == 0) {
       std::transform(rgba.begin(), rgba.end(), halves->begin(), [](std::uint16_t v) { return toHalf[v]; });
       return SourcePicture{ow, oh, halves};

@@ -59,6 +59,7 @@ TEST_F(PassFusionTest, EveryPixelWiseKindGivesTheSamePictureMerged) {
                                 {wire(media, lead), wire(lead, n), wire(n, tail), wire(tail, output)}, output.id);
     ASSERT_EQ(b.merged.size(), 40u * 24 * 4) << kind->id;
     EXPECT_EQ(b.merged, b.alone) << kind->id;
+    if (kind->id == "blur") continue;  // without a matte it blurs into its result, no kernel of its own
     EXPECT_EQ(b.stats.runs, 1) << kind->id;
     // A kind blurring its input first runs its blur between the two colours: it merges with the tail only.
     EXPECT_EQ(b.stats.merged, kind->blurParam ? 2 : 3) << kind->id;
@@ -174,8 +175,10 @@ TEST_F(PassFusionTest, ValuesBetweenStagesRoundAsTheTextureWouldAtEveryScale) {
     const Both b = evaluateBoth(nodes, edges, output.id);
     EXPECT_EQ(b.stats.merged, int(c.kinds.size()) + 1) << c.exposure;
     ASSERT_EQ(b.merged.size(), b.alone.size());
-    for (std::size_t i = 0; i < b.merged.size(); ++i)
-      if (!(std::isnan(b.merged[i]) && std::isnan(b.alone[i])))
+    for (std::size_t i = 0; i < b.merged.size(); ++i) {
+      if (!(std::isnan(b.merged[i]) && std::isnan(b.alone[i]))) {
         ASSERT_EQ(b.merged[i], b.alone[i]) << "exposure " << c.exposure << " value " << i;
+      }
+    }
   }
 }

@@ -119,6 +119,10 @@ TEST(ForwardReaders, ReadForwardOnceAndReopenOnlyOnJumps) {
     EXPECT_EQ(test::frameShown(*pa), f);
     EXPECT_EQ(test::frameShown(*pb), std::max(0, f - 1));
   }
+  // The frame just given, asked again while the next one is read ahead, is the same picture.
+  auto again = readers.frame(a, clip.path, 10);
+  ASSERT_TRUE(again);
+  EXPECT_EQ(test::frameShown(*again), 10);
   EXPECT_EQ(readers.opened(), 2) << "walking forward never reopens";
   auto back = readers.frame(a, clip.path, 3);  // backwards: a new reader
   ASSERT_TRUE(back);
