@@ -32,7 +32,7 @@ bool AppModel::startFrameRun(std::shared_ptr<FrameRun> run) {
   run->fps = std::max(1.0, video ? video->fps() : _fps);
   run->nodes = _nodes;
   run->edges = _edges;
-  run->readers = std::make_unique<ForwardReaders>();
+  run->readers = std::make_unique<ForwardReaders>(true);
   rendering = true;
   delivery.renderCancel = false;
   delivery.renderProgress = 0.0;

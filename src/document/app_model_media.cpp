@@ -165,7 +165,7 @@ void AppModel::resetTime() {
 }
 
 void AppModel::loadVideoFrames(int frame) {
-  if (!renderReaders_) renderReaders_ = std::make_unique<ForwardReaders>();
+  if (!renderReaders_) renderReaders_ = std::make_unique<ForwardReaders>(true);
   feedClipFrames(*renderReaders_, frame);
 }
 

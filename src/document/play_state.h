@@ -19,7 +19,7 @@ struct PlayState {
   gpu::TexturePtr display;               // what the viewer draws while playing
   int displayFrame = 0;
   std::optional<std::uint64_t> timer;  // the play clock's repeating tick
-  ForwardReaders readers;
+  ForwardReaders readers{true};  // frames go to the engine only: planes, converted there
   double startTime = 0;  // clock origin, seconds
   int startFrame = 0;    // frame at the clock origin
   int budgetFrames = 0;

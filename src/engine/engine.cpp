@@ -27,6 +27,7 @@ Engine::~Engine() {
   sourceTex_.clear();
   spareSourceTex_.clear();
   fitSource_.reset();
+  for (auto& t : planeTex_) t.reset();
   pool_.clear();
   imageCache_.clear();
   rawCache_.clear();
@@ -103,19 +104,44 @@ void Engine::addSource(std::optional<SourcePicture> picture, const Uuid& id) {
 Engine::Tex Engine::fitPicture(const SourcePicture& picture, int width, int height, gpu::CommandList& commands,
                                bool transparent, Tex into) {
   if (picture.empty() || width < 1 || height < 1) return nullptr;
+  Tex out = into ? into : device_->createTexture(width, height, gpu::Format::rgba16Float);
+  if (!out) return nullptr;
+  const float s = std::min(float(out->width()) / picture.width, float(out->height()) / picture.height);
+  const float P[] = {s, (out->width() - picture.width * s) * 0.5f, (out->height() - picture.height * s) * 0.5f,
+                     transparent ? 1.0f : 0.0f};
+  if (picture.planar) return recordPlanar(commands, picture, P, out) ? out : nullptr;
   // One upload texture serves every fit of its size: their commands run one after the other.
   Tex& src = fitSource_;
   if (!src || src->width() != picture.width || src->height() != picture.height)
     src = device_->createTexture(picture.width, picture.height, gpu::Format::rgba16Float);
-  Tex out = into ? into : device_->createTexture(width, height, gpu::Format::rgba16Float);
-  if (!src || !out) return nullptr;
+  if (!src) return nullptr;
   commands.upload(src, picture.rgba->data(), picture.rgba->size() * 2);
-  const float s = std::min(float(out->width()) / picture.width, float(out->height()) / picture.height);
-  const float P[] = {s, (out->width() - picture.width * s) * 0.5f, (out->height() - picture.height * s) * 0.5f,
-                     transparent ? 1.0f : 0.0f};
   const Tex list[] = {src, out};
   commands.dispatch("g_conform", list, P);
   return out;
+}
+
+bool Engine::recordPlanar(gpu::CommandList& commands, const SourcePicture& picture, std::span<const float, 4> fit,
+                          const Tex& out) {
+  const PlanarPicture& p = *picture.planar;
+  Tex list[4];
+  for (int i = 0; i < 3; ++i) {
+    const auto& bytes = p.planes[i];
+    const int stride = p.strides[i];
+    if (!bytes || stride < 4 || stride % 4 || bytes->size() % stride) return false;
+    // Four bytes a texel: a row of `stride` bytes is stride / 4 texels wide.
+    const int w = stride / 4, h = int(bytes->size() / stride);
+    Tex& t = planeTex_[i];
+    if (!t || t->width() != w || t->height() != h) t = device_->createTexture(w, h, gpu::Format::rgba8Unorm);
+    if (!t) return false;
+    commands.upload(t, bytes->data(), bytes->size());
+    list[i] = t;
+  }
+  list[3] = out;
+  const float P[] = {fit[0], fit[1], fit[2], fit[3], float(picture.width), float(picture.height), float(p.chromaShiftX),
+                     float(p.chromaShiftY), float(p.bytesPerSample), float(p.bits), p.fullRange ? 1.0f : 0.0f, p.kr, p.kb};
+  commands.dispatch("g_yuv", list, P);
+  return true;
 }
 
 Engine::Tex Engine::fitInEvaluation(const SourcePicture& picture) {
@@ -151,6 +177,16 @@ Engine::Tex Engine::conform(const Uuid& id) {
   const SourcePicture& picture = it->second;
   auto commands = device_->begin();
   if (!commands) return nullptr;
+  if (picture.planar) {  // converted and fitted by the device in one pass, no upload texture kept
+    Tex& out = mediaTex_[id];
+    if (!out || out->width() != compW || out->height() != compH)
+      out = device_->createTexture(compW, compH, gpu::Format::rgba16Float);
+    const float s = std::min(float(compW) / picture.width, float(compH) / picture.height);
+    const float P[] = {s, (compW - picture.width * s) * 0.5f, (compH - picture.height * s) * 0.5f, 0};
+    if (!out || !recordPlanar(*commands, picture, P, out) || !device_->submitAndWait(*commands)) return nullptr;
+    dirtyMedia_.erase(id);
+    return out;
+  }
   Tex& src = sourceTex_[id];
   if (!src) {
     if (auto spare = spareSourceTex_.find(id); spare != spareSourceTex_.end()) {

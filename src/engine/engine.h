@@ -210,7 +210,9 @@ private:
 
   Tex eval(const Uuid& id);
   void recordPlan();
-  Tex fitInEvaluation(const SourcePicture& picture);  // fitPicture at the comp size, in order with the passes  // the evaluation's passes into its command list, runs merged
+  Tex fitInEvaluation(const SourcePicture& picture);
+  // A frame's planes uploaded and converted into `out`, fitted as P of g_conform says.
+  bool recordPlanar(gpu::CommandList& commands, const SourcePicture& picture, std::span<const float, 4> fit, const Tex& out);  // fitPicture at the comp size, in order with the passes  // the evaluation's passes into its command list, runs merged
   std::vector<Uuid> upstreamFirst(const std::vector<Uuid>& roots) const;
   Tex input(const Uuid& id, int port);
   Tex produce(const Node& node);
@@ -243,6 +245,7 @@ private:
   std::unordered_map<Uuid, Tex> sourceTex_;  // the picture as uploaded, at its own size
   std::unordered_map<Uuid, Tex> spareSourceTex_;  // a replaced picture's texture, for the next one
   Tex fitSource_;                                 // fitPicture's upload texture
+  std::array<Tex, 3> planeTex_;                   // a decoded frame's planes, as uploaded
   std::unordered_map<Uuid, Tex> mediaTex_;
   std::set<Uuid> dirtyMedia_;
   std::map<std::string, Tex> pool_;

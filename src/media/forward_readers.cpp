@@ -4,7 +4,7 @@
 
 namespace ombrik {
 
-ForwardReaders::ForwardReaders() = default;
+ForwardReaders::ForwardReaders(bool planar) : planar_(planar) {}
 ForwardReaders::~ForwardReaders() = default;
 
 void ForwardReaders::cancel() { readers_.clear(); }
@@ -32,6 +32,7 @@ std::optional<SourcePicture> ForwardReaders::frame(const Uuid& id, const std::fi
     if (e.reader) ++opened_;
   }
   if (e.reader) {
+    e.reader->setPlanar(planar_);
     e.reader->setSizeLimit(maxWidth_, maxHeight_);
     if (auto picture = e.reader->read(frame)) e.last = std::move(picture);
   }

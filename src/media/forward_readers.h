@@ -19,7 +19,9 @@ class FrameReader;
 
 class ForwardReaders {
 public:
-  ForwardReaders();
+  // `planar`: frames come as the decoder's planes where the clip allows (FrameReader::setPlanar),
+  // for callers that hand them to the engine only.
+  explicit ForwardReaders(bool planar = false);
   ~ForwardReaders();
   // The picture of `frame` of the clip at `url`, read for the media `id`.
   std::optional<SourcePicture> frame(const Uuid& id, const std::filesystem::path& url, int frame);
@@ -44,6 +46,7 @@ private:
   void readAhead(Entry& e, int frame);
   std::map<Uuid, Entry> readers_;
   int opened_ = 0;
+  bool planar_ = false;
   int maxWidth_ = 0, maxHeight_ = 0;
 };
 

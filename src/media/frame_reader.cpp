@@ -5,11 +5,13 @@ extern "C" {
 #include <libavformat/avformat.h>
 #include <libavutil/display.h>
 #include <libavutil/imgutils.h>
+#include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
 }
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 #include "engine/half_float.h"
@@ -29,6 +31,7 @@ struct FrameReader::Impl {
   ClipInfo info;
   int seekCount = 0;
   int maxWidth = 0, maxHeight = 0;  // the size limit, as displayed
+  bool planarWanted = false;
   bool ended = false;
   // The last decoded picture (the one shown until the next one's time) and the one decoded
   // after it, not reached yet. A frame index with no picture of its own shows the one before.
@@ -167,6 +170,61 @@ struct FrameReader::Impl {
     return fresh;
   }
 
+  std::vector<std::shared_ptr<std::vector<std::uint8_t>>> planeBuffers;
+  std::shared_ptr<std::vector<std::uint8_t>> planeBuffer(std::size_t size) {
+    for (auto& p : planeBuffers)
+      if (p.use_count() == 1 && p->size() == size) return p;
+    auto fresh = std::make_shared<std::vector<std::uint8_t>>(size);
+    std::erase_if(planeBuffers, [](const auto& p) { return p.use_count() == 1; });
+    if (planeBuffers.size() < 12) planeBuffers.push_back(fresh);
+    return fresh;
+  }
+
+  // The frame's planes as they are, for the device to convert; nothing for what it doesn't
+  // convert (RGB, alpha, big-endian, a turned clip), which the CPU path below handles.
+  std::optional<SourcePicture> planar(const AVFrame* frame) {
+    const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(AVPixelFormat(frame->format));
+    if (!d || info.rotation != 0 || d->nb_components != 3 || !(d->flags & AV_PIX_FMT_FLAG_PLANAR) ||
+        (d->flags & (AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_ALPHA | AV_PIX_FMT_FLAG_BE | AV_PIX_FMT_FLAG_PAL)))
+      return std::nullopt;
+    const int bits = d->comp[0].depth, bytes = d->comp[0].step;
+    if (!((bits == 8 && bytes == 1) || (bits > 8 && bits <= 16 && bytes == 2))) return std::nullopt;
+    for (int c = 0; c < 3; ++c)
+      if (d->comp[c].plane != c || d->comp[c].step != bytes || d->comp[c].shift != 0) return std::nullopt;
+    auto pic = std::make_shared<PlanarPicture>();
+    int space = frame->colorspace;
+    if (space == AVCOL_SPC_UNSPECIFIED) space = frame->height >= 720 ? AVCOL_SPC_BT709 : AVCOL_SPC_BT470BG;
+    switch (space) {
+      case AVCOL_SPC_BT709: pic->kr = 0.2126f, pic->kb = 0.0722f; break;
+      case AVCOL_SPC_BT470BG:
+      case AVCOL_SPC_SMPTE170M: pic->kr = 0.299f, pic->kb = 0.114f; break;
+      case AVCOL_SPC_BT2020_NCL: pic->kr = 0.2627f, pic->kb = 0.0593f; break;
+      case AVCOL_SPC_SMPTE240M: pic->kr = 0.212f, pic->kb = 0.087f; break;
+      default: return std::nullopt;
+    }
+    pic->chromaShiftX = d->log2_chroma_w;
+    pic->chromaShiftY = d->log2_chroma_h;
+    pic->bytesPerSample = bytes;
+    pic->bits = bits;
+    const AVPixelFormat f = AVPixelFormat(frame->format);
+    pic->fullRange = frame->color_range == AVCOL_RANGE_JPEG || f == AV_PIX_FMT_YUVJ420P || f == AV_PIX_FMT_YUVJ422P ||
+                     f == AV_PIX_FMT_YUVJ444P;
+    for (int c = 0; c < 3; ++c) {
+      const int w = c ? AV_CEIL_RSHIFT(frame->width, d->log2_chroma_w) : frame->width;
+      const int h = c ? AV_CEIL_RSHIFT(frame->height, d->log2_chroma_h) : frame->height;
+      const int row = w * bytes, stride = (row + 3) / 4 * 4;
+      auto buffer = planeBuffer(std::size_t(stride) * h);
+      for (int y = 0; y < h; ++y) std::memcpy(buffer->data() + std::size_t(y) * stride, frame->data[c] + std::ptrdiff_t(y) * frame->linesize[c], row);
+      pic->planes[c] = buffer;
+      pic->strides[c] = stride;
+    }
+    SourcePicture out;
+    out.width = frame->width;
+    out.height = frame->height;
+    out.planar = std::move(pic);
+    return out;
+  }
+
   std::optional<SourcePicture> convert(const AVFrame* frame) {
     const int rot = info.rotation;
     const bool turned = rot == 90 || rot == 270;
@@ -223,6 +281,12 @@ FrameReader::FrameReader(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 FrameReader::~FrameReader() = default;
 const ClipInfo& FrameReader::info() const { return impl_->info; }
 int FrameReader::seeks() const { return impl_->seekCount; }
+
+void FrameReader::setPlanar(bool planar) {
+  if (planar == impl_->planarWanted) return;
+  impl_->planarWanted = planar;
+  impl_->curPicture.reset();
+}
 
 void FrameReader::setSizeLimit(int maxWidth, int maxHeight) {
   if (maxWidth == impl_->maxWidth && maxHeight == impl_->maxHeight) return;
@@ -303,6 +367,7 @@ std::optional<SourcePicture> FrameReader::read(int frame) {
     d.aheadIndex = -1;
     d.curPicture.reset();
   }
+  if (!d.curPicture && d.planarWanted) d.curPicture = d.planar(d.cur);
   if (!d.curPicture) d.curPicture = d.convert(d.cur);
   return d.curPicture;
 }

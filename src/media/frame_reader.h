@@ -39,6 +39,9 @@ public:
   // Pictures no larger than this (as displayed, aspect kept): playback at a preview scale
   // converts a quarter of the pixels. 0 or less: the clip's own size.
   void setSizeLimit(int maxWidth, int maxHeight);
+  // Frames as the decoder's planes (SourcePicture::planar), converted and scaled by the engine
+  // on the device, where the clip's format allows; the size limit then plays no part.
+  void setPlanar(bool planar);
 
   struct Impl;
 
