@@ -28,6 +28,7 @@ Engine::~Engine() {
   spareSourceTex_.clear();
   fitSource_.reset();
   for (auto& t : planeTex_) t.reset();
+  planarRGB_.reset();
   pool_.clear();
   imageCache_.clear();
   rawCache_.clear();
@@ -137,10 +138,31 @@ bool Engine::recordPlanar(gpu::CommandList& commands, const SourcePicture& pictu
     commands.upload(t, bytes->data(), bytes->size());
     list[i] = t;
   }
-  list[3] = out;
-  const float P[] = {fit[0], fit[1], fit[2], fit[3], float(picture.width), float(picture.height), float(p.chromaShiftX),
-                     float(p.chromaShiftY), float(p.bytesPerSample), float(p.bits), p.fullRange ? 1.0f : 0.0f, p.kr, p.kb};
-  commands.dispatch("g_yuv", list, P);
+  // Straight into `out` when the fit is the frame's own size or exactly half of it (the
+  // preview); else converted at its own size and fitted from there as any picture is.
+  int step = 0;
+  for (int n : {1, 2})
+    if (picture.width % n == 0 && picture.height % n == 0 && out->width() == picture.width / n &&
+        out->height() == picture.height / n && fit[0] == 1.0f / float(n) && fit[1] == 0.0f && fit[2] == 0.0f)
+      step = n;
+  const bool same = step > 0;
+  Tex& rgb = planarRGB_;
+  if (!same && (!rgb || rgb->width() != picture.width || rgb->height() != picture.height))
+    rgb = device_->createTexture(picture.width, picture.height, gpu::Format::rgba16Float);
+  list[3] = same ? out : rgb;
+  if (!list[3]) return false;
+  // Code values to 0..1 luma and -0.5..0.5 chroma, as scale and offset: full range spans every
+  // code, limited range 16..235 (luma) and 16..240 (chroma) at 8 bits, shifted up for more.
+  const float unit = float(1 << (p.bits - 8)), top = float((1 << p.bits) - 1);
+  const float ys = p.fullRange ? 1.0f / top : 1.0f / (219.0f * unit), yo = p.fullRange ? 0.0f : -16.0f / 219.0f;
+  const float cs = p.fullRange ? 1.0f / top : 1.0f / (224.0f * unit);
+  const float co = p.fullRange ? -128.0f * unit / top : -128.0f / 224.0f;
+  const float P[] = {0, 0, float(p.chromaShiftX), float(p.chromaShiftY), float(p.bytesPerSample),
+                     ys, yo, cs, co, p.kr, p.kb, float(picture.width), float(picture.height)};
+  commands.dispatch(step == 2 ? "g_yuv2" : "g_yuv", list, P);
+  if (same) return true;
+  const Tex conform[] = {rgb, out};
+  commands.dispatch("g_conform", conform, fit);
   return true;
 }
 

@@ -246,6 +246,7 @@ private:
   std::unordered_map<Uuid, Tex> spareSourceTex_;  // a replaced picture's texture, for the next one
   Tex fitSource_;                                 // fitPicture's upload texture
   std::array<Tex, 3> planeTex_;                   // a decoded frame's planes, as uploaded
+  Tex planarRGB_;                                 // such a frame converted, before its fit
   std::unordered_map<Uuid, Tex> mediaTex_;
   std::set<Uuid> dirtyMedia_;
   std::map<std::string, Tex> pool_;

@@ -165,7 +165,11 @@ KernelLibraryReport buildKernelLibrary(gpu::Device& device, const KernelLibraryO
       if (kind->kernel)
         if (auto it = fx.kernels.find(*kind->kernel); it != fx.kernels.end())
           jobs.emplace_back(*kind->kernel, program(fxPre, it->second, *kind->kernel));
-  for (const auto& [name, text] : library("platform", files).kernels) jobs.emplace_back(name, program(pre, text, name));
+  const Library platform = library("platform", files);
+  for (const auto& [name, text] : platform.kernels) jobs.emplace_back(name, program(pre, text, name));
+  // The frame conversion at half size: the same kernel with its block made a constant.
+  if (auto it = platform.kernels.find("g_yuv"); it != platform.kernels.end())
+    jobs.emplace_back("g_yuv2", program(pre + "\n#define YUV_STEP 2\n", it->second, "g_yuv"));
   // 3. The second effect source, its own library after the user header; its failure is logged
   //    and leaves the rest running.
   const Library fxMore = library("fx_more", files);
