@@ -199,7 +199,7 @@ Engine::Tex Engine::conform(const Uuid& id) {
   const SourcePicture& picture = it->second;
   auto commands = device_->begin();
   if (!commands) return nullptr;
-  if (picture.planar) {  // converted and fitted by the device in one pass, no upload texture kept
+  if (picture.planar) {  // converted and fitted by the device, no upload texture kept
     Tex& out = mediaTex_[id];
     if (!out || out->width() != compW || out->height() != compH)
       out = device_->createTexture(compW, compH, gpu::Format::rgba16Float);
