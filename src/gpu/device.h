@@ -70,7 +70,8 @@ private:
   friend class CommandList;
 };
 
-// Passes recorded in order, with a full barrier between passes, submitted once.
+// Passes recorded in order and submitted once; a pass waits for earlier ones only when it touches
+// a texture they touched.
 class CommandList {
 public:
   ~CommandList();

@@ -1,8 +1,9 @@
 // The Vulkan implementation of the device layer: the only code that includes Vulkan.
 //
 // Every texture lives in the GENERAL layout, so a pass can sample one texture and write another
-// without layout transitions; a full memory barrier after each recorded operation keeps passes
-// in order. Descriptors are pushed per pass (VK_KHR_push_descriptor): no pools to manage.
+// without layout transitions; a full memory barrier goes before an operation that touches a
+// texture an earlier one touched since the last barrier, so passes on textures of their own may
+// overlap. Descriptors are pushed per pass (VK_KHR_push_descriptor): no pools to manage.
 #include "gpu/vulkan_impl.h"
 
 namespace ombrik::gpu {
@@ -153,14 +154,21 @@ void CommandList::dispatch(const std::string& kernel, std::span<const TexturePtr
   float push[kPushBytes / 4] = {};
   std::copy_n(P.begin(), std::min<std::size_t>(P.size(), kPushBytes / 4), push);
 
+  for (const auto& t : textures)
+    if (std::find(impl_->touched.begin(), impl_->touched.end(), t.get()) != impl_->touched.end()) {
+      impl_->barrier();
+      break;
+    }
   vkCmdBindPipeline(cb, VK_PIPELINE_BIND_POINT_COMPUTE, pipeline);
   dev->pushDescriptors(cb, VK_PIPELINE_BIND_POINT_COMPUTE, dev->pipelineLayout, 0, n, writes);
   vkCmdPushConstants(cb, dev->pipelineLayout, VK_SHADER_STAGE_COMPUTE_BIT, 0, kPushBytes, push);
   const TexturePtr& grid = textures.back();
   const std::uint32_t gx = kGroup * std::max(1, span.x), gy = kGroup * std::max(1, span.y);
   vkCmdDispatch(cb, (grid->width() + gx - 1) / gx, (grid->height() + gy - 1) / gy, 1);
-  impl_->barrier();
-  for (const auto& t : textures) impl_->keep.push_back(t);
+  for (const auto& t : textures) {
+    impl_->touched.push_back(t.get());
+    impl_->keep.push_back(t);
+  }
   ++impl_->passes;
 }
 
@@ -172,8 +180,9 @@ void CommandList::upload(const TexturePtr& texture, const void* bytes, std::size
   VkBufferImageCopy region{};
   region.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
   region.imageExtent = {std::uint32_t(texture->width()), std::uint32_t(texture->height()), std::uint32_t(texture->depth())};
+  impl_->before({texture.get()});
   vkCmdCopyBufferToImage(impl_->cb, b, vk(texture)->image, VK_IMAGE_LAYOUT_GENERAL, 1, &region);
-  impl_->barrier();
+  impl_->after({texture.get()});
   impl_->keep.push_back(texture);
 }
 
@@ -190,8 +199,9 @@ void CommandList::copy(const TexturePtr& from, const TexturePtr& to) {
   VkImageCopy region{};
   region.srcSubresource = region.dstSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
   region.extent = {std::uint32_t(from->width()), std::uint32_t(from->height()), std::uint32_t(from->depth())};
+  impl_->before({from.get(), to.get()});
   vkCmdCopyImage(impl_->cb, vk(from)->image, VK_IMAGE_LAYOUT_GENERAL, vk(to)->image, VK_IMAGE_LAYOUT_GENERAL, 1, &region);
-  impl_->barrier();
+  impl_->after({from.get(), to.get()});
   impl_->keep.push_back(from);
   impl_->keep.push_back(to);
 }
@@ -202,8 +212,9 @@ void CommandList::clear(const TexturePtr& texture, float r, float g, float b, fl
   VkClearColorValue c{};
   c.float32[0] = r, c.float32[1] = g, c.float32[2] = b, c.float32[3] = a;
   VkImageSubresourceRange range{VK_IMAGE_ASPECT_COLOR_BIT, 0, 1, 0, 1};
+  impl_->before({texture.get()});
   vkCmdClearColorImage(impl_->cb, vk(texture)->image, VK_IMAGE_LAYOUT_GENERAL, &c, 1, &range);
-  impl_->barrier();
+  impl_->after({texture.get()});
   impl_->keep.push_back(texture);
 }
 
@@ -225,6 +236,7 @@ void CommandList::drawTriangles(const std::string& pipelineName, const TexturePt
   if (!b) return;
 
   VkCommandBuffer cb = impl_->cb;
+  impl_->before({source.get(), target.get()});
   auto color = vkInit<VkRenderingAttachmentInfoKHR>(VK_STRUCTURE_TYPE_RENDERING_ATTACHMENT_INFO_KHR);
   color.imageView = vk(target)->view;
   color.imageLayout = VK_IMAGE_LAYOUT_GENERAL;
@@ -251,7 +263,7 @@ void CommandList::drawTriangles(const std::string& pipelineName, const TexturePt
   vkCmdBindVertexBuffers(cb, 0, 1, &b, &offset);
   vkCmdDraw(cb, std::uint32_t(vertices.size() / 4 / 3 * 3), 1, 0, 0);
   dev->endRendering(cb);
-  impl_->barrier();
+  impl_->after({source.get(), target.get()});
   impl_->keep.push_back(source);
   impl_->keep.push_back(target);
   ++impl_->passes;

@@ -96,7 +96,8 @@ struct Device::Impl {
   std::vector<Staging> spare;
   VkDeviceSize spareBytes = 0;
   std::mutex spareLock;
-  static constexpr VkDeviceSize kSpareBytes = 256ull << 20;
+  // Enough for a few 4K frames; past it the oldest go, so sizes no longer used don't stay.
+  static constexpr VkDeviceSize kSpareBytes = 192ull << 20;
   bool takeSpare(VkDeviceSize size, VkBufferUsageFlags usage, Staging* out) {
     std::lock_guard g(spareLock);
     for (auto it = spare.begin(); it != spare.end(); ++it)
@@ -109,16 +110,25 @@ struct Device::Impl {
     return false;
   }
   void giveBack(const Staging& b) {
+    std::vector<Staging> out;
     {
       std::lock_guard g(spareLock);
-      if (spareBytes + b.size <= kSpareBytes) {
+      if (b.size > kSpareBytes) {
+        out.push_back(b);
+      } else {
+        while (spareBytes + b.size > kSpareBytes) {
+          out.push_back(spare.front());
+          spareBytes -= spare.front().size;
+          spare.erase(spare.begin());
+        }
         spare.push_back(b);
         spareBytes += b.size;
-        return;
       }
     }
-    vkDestroyBuffer(device, b.buffer, nullptr);
-    vkFreeMemory(device, b.memory, nullptr);
+    for (const auto& o : out) {
+      vkDestroyBuffer(device, o.buffer, nullptr);
+      vkFreeMemory(device, o.memory, nullptr);
+    }
   }
   // Registers a pipeline under its name. Replacing one (a user kernel compiled again) waits
   // until nothing uses the old one.
@@ -181,7 +191,17 @@ struct CommandList::Impl {
     }
   }
 
+  // Textures touched since the last barrier. An operation waits (a full memory barrier) only
+  // when it touches one of them, reading or writing: passes on textures of their own may overlap.
+  std::vector<const Texture*> touched;
+  void before(std::initializer_list<const Texture*> textures) {
+    for (const Texture* t : textures)
+      if (std::find(touched.begin(), touched.end(), t) != touched.end()) return barrier();
+  }
+  void after(std::initializer_list<const Texture*> textures) { touched.insert(touched.end(), textures); }
+
   void barrier() {
+    touched.clear();
     auto mb = vkInit<VkMemoryBarrier>(VK_STRUCTURE_TYPE_MEMORY_BARRIER);
     mb.srcAccessMask = VK_ACCESS_MEMORY_WRITE_BIT;
     mb.dstAccessMask = VK_ACCESS_MEMORY_READ_BIT | VK_ACCESS_MEMORY_WRITE_BIT;
@@ -242,8 +262,9 @@ struct CommandList::Impl {
     VkBufferImageCopy region{};
     region.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
     region.imageExtent = {std::uint32_t(t->width()), std::uint32_t(t->height()), std::uint32_t(t->depth())};
+    before({t.get()});
     vkCmdCopyImageToBuffer(cb, vk(t)->image, VK_IMAGE_LAYOUT_GENERAL, b, 1, &region);
-    barrier();
+    barrier();  // and the host reads the buffer once the list is done
     readbacks.push_back({b, m, t->byteSize(), out});
   }
 };
