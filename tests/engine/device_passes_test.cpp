@@ -27,6 +27,17 @@ TEST(DevicePasses, UploadThenReadBackIsExact) {
   }
   const Image zero = k.read(k.blank(5, 3));
   for (const auto& p : zero.px) EXPECT_EQ(p.r + p.g + p.b + p.a, 0.0f);  // a new texture starts black
+  // Transfers of one size in turn reuse the staging memory of the ones before: each still
+  // carries its own picture, never one left there.
+  for (float scale : {2.0f, -1.0f, 0.5f}) {
+    Image next = in;
+    for (auto& p : next.px) p = {half(p.r * scale), half(p.g + scale), half(p.b), 1.0f};
+    const Image back = k.read(k.upload(next));
+    for (std::size_t i = 0; i < next.px.size(); ++i) {
+      ASSERT_EQ(back.px[i].r, next.px[i].r) << scale;
+      ASSERT_EQ(back.px[i].g, next.px[i].g) << scale;
+    }
+  }
 }
 
 TEST(DevicePasses, MixTwoPicturesPerChannel) {
