@@ -102,16 +102,20 @@ void Engine::evaluate(const std::vector<Node>& nodes, const std::vector<Edge>& e
 }
 
 void Engine::recordPlan() {
-  // What is read after the evaluation: every node's result (only those the lean walk was asked
-  // for when lean), and the side textures kept between evaluations.
+  // What is read after the evaluation: every node's result (when lean, only those asked for and
+  // those of nodes feeding two consumers), and the side textures kept between evaluations.
   std::set<const gpu::Texture*> visible;
   auto add = [&](const Tex& t) {
     if (t) visible.insert(t.get());
   };
+  // A node feeding two consumers keeps its picture too: one of them may read it after the
+  // evaluation rather than in a pass (an AI tool's input).
+  std::unordered_map<Uuid, int> consumers;
+  for (const auto& e : ev_->edges) ++consumers[e.from];
   for (const auto& [id, t] : ev_->done) {
     const Node* n = ev_->node(id);
     const bool asked = !leanEval || (n && (n->kind->id == "output" || n->kind->id == "mux")) || alwaysEval.count(id) ||
-                       ev_->cut.count(id) || (viewAlphaOf && *viewAlphaOf == id);
+                       ev_->cut.count(id) || (viewAlphaOf && *viewAlphaOf == id) || consumers[id] > 1;
     if (asked) add(t);
   }
   for (const auto* side : {&muxAlpha, &compAlpha, &alphaSide_, &mergedSide, &ev_->muxCached})

@@ -90,6 +90,13 @@ TEST_F(PassFusionTest, GlowTailMergesAndWhatIsReadElsewhereIsStillWritten) {
   e.evaluate(nodes, edges, 0.7f);
   EXPECT_FALSE(e.outputs.count(glow.id)) << "a picture kept in registers is no result to show";
   EXPECT_TRUE(e.outputs.count(color.id)) << "read again after the run, so written";
+  // A second consumer (a node reading no pass, as an AI tool reads its input) keeps colour's
+  // picture even where the first consumer merges it away.
+  Node tail = node("invert"), ai = node("magicmask");
+  e.evaluate({media, color, tail, ai, output}, {wire(media, color), wire(color, tail), wire(color, ai), wire(tail, output)},
+             0.7f);
+  EXPECT_TRUE(e.outputs.count(color.id));
+  EXPECT_GE(e.lastFusion().runs, 1);
   // The viewed node (alwaysEval) keeps its picture, the same as passes one by one give.
   e.alwaysEval = {glow.id};
   e.evaluate(nodes, edges, 0.7f);
