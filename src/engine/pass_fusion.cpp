@@ -46,7 +46,10 @@ const PassFusion::Stage& PassFusion::stage(const std::string& kernel) {
       s->known = true;
       s->header = source->header;
       s->text = expandEffectMacros(source->text, effectConvention());
-      s->shape = stageShape(s->text, kernel, samplerHelpers(kernelHeader(source->header)));
+      auto helpers = helpers_.find(source->header);  // each header parsed once
+      if (helpers == helpers_.end())
+        helpers = helpers_.emplace(source->header, samplerHelpers(kernelHeader(source->header))).first;
+      s->shape = stageShape(s->text, kernel, helpers->second);
     }
   }
   return *s;

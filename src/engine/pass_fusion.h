@@ -85,6 +85,7 @@ private:
   gpu::Device& device_;
   Options options_;
   std::map<std::string, std::unique_ptr<Stage>> stages_;
+  std::map<int, std::vector<std::string>> helpers_;  // header level -> functions taking a texture
   std::map<std::string, std::string> pipelines_;  // program hash -> pipeline name, "" when it failed
   Stats last_;
   std::optional<bool> towardZero_;

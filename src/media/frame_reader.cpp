@@ -19,6 +19,28 @@ extern "C" {
 
 namespace ombrik {
 
+namespace {
+// Buffers handed out before, reused once nobody holds them any more: steady reading allocates
+// nothing per frame. Up to `keep` are remembered; one of another size lets the idle ones go.
+template <class T>
+class BufferPool {
+public:
+  explicit BufferPool(std::size_t keep) : keep(keep) {}
+  std::shared_ptr<std::vector<T>> take(std::size_t size) {
+    for (auto& p : held)
+      if (p.use_count() == 1 && p->size() == size) return p;
+    auto fresh = std::make_shared<std::vector<T>>(size);
+    std::erase_if(held, [](const auto& p) { return p.use_count() == 1; });
+    if (held.size() < keep) held.push_back(fresh);
+    return fresh;
+  }
+
+private:
+  std::size_t keep;
+  std::vector<std::shared_ptr<std::vector<T>>> held;
+};
+}  // namespace
+
 struct FrameReader::Impl {
   AVFormatContext* format = nullptr;
   AVCodecContext* codec = nullptr;
@@ -157,28 +179,9 @@ struct FrameReader::Impl {
     return curIndex >= 0;  // the best found: a picture after the target rather than none
   }
 
-  // Picture buffers handed out before, reused once nobody holds them any more: steady reading
-  // allocates nothing per frame.
-  std::vector<std::shared_ptr<std::vector<std::uint16_t>>> pictures;
+  BufferPool<std::uint16_t> pictureBuffers{4};
+  BufferPool<std::uint8_t> planeBuffers{12};  // three a frame
   std::vector<std::uint16_t> scratch;
-  std::shared_ptr<std::vector<std::uint16_t>> pictureBuffer(std::size_t size) {
-    for (auto& p : pictures)
-      if (p.use_count() == 1 && p->size() == size) return p;
-    auto fresh = std::make_shared<std::vector<std::uint16_t>>(size);
-    std::erase_if(pictures, [](const auto& p) { return p.use_count() == 1; });  // another size: let them go
-    if (pictures.size() < 4) pictures.push_back(fresh);
-    return fresh;
-  }
-
-  std::vector<std::shared_ptr<std::vector<std::uint8_t>>> planeBuffers;
-  std::shared_ptr<std::vector<std::uint8_t>> planeBuffer(std::size_t size) {
-    for (auto& p : planeBuffers)
-      if (p.use_count() == 1 && p->size() == size) return p;
-    auto fresh = std::make_shared<std::vector<std::uint8_t>>(size);
-    std::erase_if(planeBuffers, [](const auto& p) { return p.use_count() == 1; });
-    if (planeBuffers.size() < 12) planeBuffers.push_back(fresh);
-    return fresh;
-  }
 
   // The frame's planes as they are, for the device to convert; nothing for what it doesn't
   // convert (RGB, alpha, big-endian, a turned clip), which the CPU path below handles.
@@ -213,7 +216,7 @@ struct FrameReader::Impl {
       const int w = c ? AV_CEIL_RSHIFT(frame->width, d->log2_chroma_w) : frame->width;
       const int h = c ? AV_CEIL_RSHIFT(frame->height, d->log2_chroma_h) : frame->height;
       const int row = w * bytes, stride = (row + 3) / 4 * 4;
-      auto buffer = planeBuffer(std::size_t(stride) * h);
+      auto buffer = planeBuffers.take(std::size_t(stride) * h);
       for (int y = 0; y < h; ++y) std::memcpy(buffer->data() + std::size_t(y) * stride, frame->data[c] + std::ptrdiff_t(y) * frame->linesize[c], row);
       pic->planes[c] = buffer;
       pic->strides[c] = stride;
@@ -258,7 +261,7 @@ struct FrameReader::Impl {
       return t;
     }();
     const int ow = turned ? h : w, oh = turned ? w : h;
-    auto halves = pictureBuffer(std::size_t(ow) * oh * 4);
+    auto halves = pictureBuffers.take(std::size_t(ow) * oh * 4);
     if (rot == 0) {
       std::transform(rgba.begin(), rgba.end(), halves->begin(), [](std::uint16_t v) { return toHalf[v]; });
       return SourcePicture{ow, oh, halves};
