@@ -159,7 +159,9 @@ bool Engine::recordPlanar(gpu::CommandList& commands, const SourcePicture& pictu
   const float co = p.fullRange ? -128.0f * unit / top : -128.0f / 224.0f;
   const float P[] = {0, 0, float(p.chromaShiftX), float(p.chromaShiftY), float(p.bytesPerSample),
                      ys, yo, cs, co, p.kr, p.kb, float(picture.width), float(picture.height)};
-  commands.dispatch(step == 2 ? "g_yuv2" : "g_yuv", list, P);
+  // A thread makes the pixels of one luma texel: 4 samples at 8 bits, 2 at 16.
+  const gpu::Span span{4 / std::max(1, p.bytesPerSample), 1};
+  commands.dispatch(step == 2 ? "g_yuv2" : "g_yuv", list, P, {}, span);
   if (same) return true;
   const Tex conform[] = {rgb, out};
   commands.dispatch("g_conform", conform, fit);
