@@ -238,10 +238,12 @@ int main(int argc, char** argv) {
   paints.paints = 0;
   t0 = Clock::now();
   long turns = 0;
+  std::vector<double> rssEvery5s;  // whether memory settles or keeps climbing
   while (seconds(t0) < cachedSeconds) {
     turn();
     ++turns;
     loopWatch.sample();
+    if (seconds(t0) >= 5.0 * double(rssEvery5s.size() + 1)) rssEvery5s.push_back(currentRssMB());
   }
   const double loop = seconds(t0);
   const bool stillNative = model.play && model.play->native;
@@ -293,6 +295,9 @@ int main(int argc, char** argv) {
               rssReady, rssCached, rssAfter);
   std::printf("%-34s %7.0f MB ready, %.0f MB cached, %.0f MB after the loop\n", "RSS peak", peakReady, peakCached,
               peakAfter);
+  std::printf("%-34s", "RSS every 5 s of the pass");
+  for (double r : rssEvery5s) std::printf(" %.0f", r);
+  std::printf(" MB\n");
   std::printf("%-34s %+7.1f MB now, %+.1f MB peak\n", "RSS over the cached pass", rssAfter - rssCached,
               peakAfter - peakCached);
 

@@ -35,6 +35,7 @@ TEST(PlanarFrames, DeviceConversionMatchesTheCpuPath) {
     const char* name;
     const char* options;  // after the colourful source
     double worst;         // the largest difference allowed on a channel
+    const char* size = "96x64";
   };
   // Where chroma has all its rows the two paths agree to the 16-bit rounding of the CPU one; with
   // half the rows they interpolate rows differently at the pattern's hard chroma edges.
@@ -44,12 +45,15 @@ TEST(PlanarFrames, DeviceConversionMatchesTheCpuPath) {
       {"prores.mov", "-c:v prores_ks -profile:v 3 -pix_fmt yuv422p10le", 0.006},   // 10 bits in 16
       {"full.mov", "-c:v mjpeg -q:v 1 -pix_fmt yuvj444p", 0.006},                  // full range
       {"bt2020.mkv", "-c:v libx264 -qp 0 -pix_fmt yuv444p -colorspace bt2020nc", 0.006},
+      // Rows that end partway through a thread's pixels, at both fits.
+      {"odd.mp4", "-c:v libx264 -qp 0 -pix_fmt yuv420p", 0.4, "106x70"},
+      {"odd.mov", "-c:v prores_ks -profile:v 3 -pix_fmt yuv422p10le", 0.006, "102x66"},
   };
   Engine& e = cpuEngine();
   for (const auto& c : cases) {
     const fs::path clip = dir.path / c.name;
-    const std::string cmd = "ffmpeg -v error -y -f lavfi -i testsrc2=size=96x64:rate=25:duration=0.2 " +
-                            std::string(c.options) + " '" + clip.string() + "'";
+    const std::string cmd = "ffmpeg -v error -y -f lavfi -i testsrc2=size=" + std::string(c.size) +
+                            ":rate=25:duration=0.2 " + std::string(c.options) + " '" + clip.string() + "'";
     ASSERT_EQ(std::system(cmd.c_str()), 0) << c.name;
     auto cpu = FrameReader::open(clip), dev = FrameReader::open(clip);
     ASSERT_TRUE(cpu && dev) << c.name;
