@@ -134,7 +134,10 @@ std::string seedProject(std::mt19937_64& rng, const fs::path& clip) {
   f.batches = {b};
   f.current = b.id;
   f.recent = {"color", "group"};
-  f.timelinesJSON = R"([{"id":"T","layers":[1,2,{"clips":[[0,24],[24,48]]}]}])";
+  Timeline cut{Uuid::generate(), "Montage", 25, 640, 360, {}, 48, std::vector<double>{0.1, 0.2, 0.3}, "/films/f.mov"};
+  cut.layers = {{Uuid::generate(), "A", LayerSource::batch(b.id), 0, 3, 24, true, 0.5, 2},
+                {Uuid::generate(), "B", LayerSource::media(f.media[0].id), 24, 0, 24, false, 1, 0}};
+  f.timelines = {cut};
   f.groups = {WorldGroup{Uuid::generate(), "Plans", std::vector<double>{150, 160}}, WorldGroup{Uuid::generate(), "Vide", std::nullopt}};
   f.userNodesJSON = R"([{"name":"Mon look","graph":{"nodes":[],"edges":[]},"tags":[null,1.5,"x"]}])";
   return *ProjectCodec::encode(f);

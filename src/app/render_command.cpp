@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
 #include <csignal>
 #include <charconv>
 #include <filesystem>
@@ -70,12 +71,16 @@ std::string noPicture(const AppModel& model, const Uuid& outputID, int frame) {
          whyNoPicture(model._nodes, model._edges, outputID, model.mediaTroubles);
 }
 
-// Frames first..last (from 1) into one movie, encoded as they are evaluated.
-bool renderMovie(AppModel& model, const Uuid& outputID, const std::string& out, MovieCodec codec, double fps, int first,
-                 int last, std::ostream& err) {
+// The picture delivered at a frame (from 0), or nothing with the reason.
+using PictureAt = std::function<std::shared_ptr<gpu::Texture>(int frame, std::string* why)>;
+
+// Frames first..last (from 1) into one movie, encoded as they are evaluated. A timeline keeps
+// its own time scale.
+bool renderMovie(AppModel& model, const PictureAt& pictureAt, const std::string& out, MovieCodec codec, double fps,
+                 bool exactTimeScale, int first, int last, std::ostream& err) {
   std::string error;
   model.recomputeComp();
-  const MovieSpec spec{codec, model.engine->compW, model.engine->compH, fps, 18};
+  const MovieSpec spec{codec, model.engine->compW, model.engine->compH, fps, 18, exactTimeScale};
   auto writer = MovieWriter::open(out, spec, &error);
   if (!writer) {
     err << "ombrik render : " << error << std::endl;
@@ -86,15 +91,12 @@ bool renderMovie(AppModel& model, const Uuid& outputID, const std::string& out, 
       err << "ombrik render : interrompu à l'image " << frame << " · aucun film écrit" << std::endl;
       return false;  // the writer goes without a trace
     }
-    model._currentFrame = frame - 1;
-    model.loadVideoFrames(frame - 1);
-    model.performRender(true);
-    auto it = model.engine->outputs.find(outputID);
-    if (it == model.engine->outputs.end()) {
-      err << "ombrik render : " << noPicture(model, outputID, frame) << std::endl;
+    const auto picture = pictureAt(frame - 1, &error);
+    if (!picture) {
+      err << "ombrik render : " << error << std::endl;
       return false;  // the writer goes without a trace
     }
-    const std::vector<float> pixels = model.engine->readPixels(model.deliveredPicture(it->second));
+    const std::vector<float> pixels = model.engine->readPixels(picture);
     if (pixels.empty() || !writer->append(pixels.data(), &error)) {
       err << "ombrik render : " << (error.empty() ? std::string("image illisible") : error) << std::endl;
       return false;
@@ -110,11 +112,11 @@ bool renderMovie(AppModel& model, const Uuid& outputID, const std::string& out, 
 }
 
 constexpr const char* kUsage =
-    "usage : ombrik render PROJET.tarvom [--world NOM] [--frames A-B] [--scale S] [--codec C] --out SORTIE\n"
+    "usage : ombrik render PROJET.tarvom [--world NOM | --timeline NOM] [--frames A-B] [--scale S] [--codec C] --out SORTIE\n"
     "  SORTIE : un film (.mov ProRes 4444 ou, avec --codec, prores422hq ou h264 ; .mp4 H.264), ou un motif\n"
     "  d'images PNG, TIFF ou EXR avec %d ou %05d. --frames compte depuis 1, comme la timeline ; les fichiers\n"
     "  sont numérotés depuis 0, comme les séquences rendues par l'application (image 1 → 00000).\n"
-    "  Un film prend tout le monde quand --frames manque.";
+    "  Un film prend tout le monde (ou toute la timeline) quand --frames manque.";
 
 }  // namespace
 
@@ -131,7 +133,7 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
     err << "ombrik render : " << message << std::endl;
     return 1;
   };
-  std::string project, world, out;
+  std::string project, world, timeline, out;
   int first = 1, last = 1;
   bool rangeGiven = false;
   std::optional<MovieCodec> codecHint;
@@ -149,6 +151,10 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
       auto v = value();
       if (!v) return fail("--world attend un nom de monde");
       world = *v;
+    } else if (a == "--timeline") {
+      auto v = value();
+      if (!v) return fail("--timeline attend un nom de timeline");
+      timeline = *v;
     } else if (a == "--frames") {
       auto v = value();
       const auto dash = v ? v->find('-') : std::string::npos;
@@ -181,6 +187,7 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
   }
   if (project.empty() || out.empty())
     return fail(tr(kUsage));
+  if (!world.empty() && !timeline.empty()) return fail("--world et --timeline ne vont pas ensemble");
   if (frameField(out).at != std::string::npos && frameField(out.substr(frameField(out).at + frameField(out).length)).at != std::string::npos)
     return fail("le motif de sortie ne peut numéroter les images qu'une fois (un seul %d)");
   const std::optional<MovieCodec> movie = movieCodecFor(out, codecHint);
@@ -222,38 +229,65 @@ int RenderCommand::run(const std::vector<std::string>& args, std::ostream& err) 
     model._edges = it->edges;
     model.layout.replaceAll(it->positions);
   }
-  auto output = std::find_if(model._nodes.begin(), model._nodes.end(), [](const Node& n) { return n.kind->id == "output"; });
-  if (output == model._nodes.end()) return fail("le monde n'a pas de node Sortie");
-  const Uuid outputID = output->id;
   model._previewScale = scale;
-
-  {
-    // A range past the world's end would only repeat its last frame, and numbers near the integer
-    // limit would wrap: both are refused.
+  PictureAt pictureAt;
+  int length = 1;
+  double fps = 25;
+  if (!timeline.empty()) {
+    auto it = std::find_if(model.tl.timelines.begin(), model.tl.timelines.end(),
+                           [&](const Timeline& t) { return t.name == timeline; });
+    if (it == model.tl.timelines.end())
+      return fail("aucune timeline « " + timeline + " » dans " + fs::path(project).filename().string());
+    model.openTimeline(it->id);
+    length = it->duration();
+    fps = std::max(1.0, it->fps);
+    pictureAt = [&model](int frame, std::string* why) -> std::shared_ptr<gpu::Texture> {
+      model.recomputeComp();
+      auto job = model.timelineJob(frame);
+      auto picture = job ? job->render(*model.engine, model.timelineReader()) : nullptr;
+      if (!picture) *why = "la timeline ne donne pas d'image à l'image " + std::to_string(frame + 1);
+      return picture;
+    };
+  } else {
+    auto output = std::find_if(model._nodes.begin(), model._nodes.end(), [](const Node& n) { return n.kind->id == "output"; });
+    if (output == model._nodes.end()) return fail("le monde n'a pas de node Sortie");
+    const Uuid outputID = output->id;
     VideoSource* video = model.activeVideo();
-    const int length = std::max(1, video ? model.batchFrames(*video) : model._frameCount);
-    if (rangeGiven && last > length)
-      return fail("--frames va au-delà de la dernière image du monde (" + std::to_string(length) + ")");
+    length = std::max(1, video ? model.batchFrames(*video) : model._frameCount);
+    fps = video ? video->fps() : model._fps;
+    pictureAt = [&model, outputID](int frame, std::string* why) -> std::shared_ptr<gpu::Texture> {
+      model._currentFrame = frame;
+      model.loadVideoFrames(frame);  // clips read forward, each frame exactly
+      model.performRender(true);
+      auto it = model.engine->outputs.find(outputID);
+      if (it == model.engine->outputs.end()) {
+        *why = noPicture(model, outputID, frame + 1);
+        return nullptr;
+      }
+      return model.deliveredPicture(it->second);
+    };
   }
+  // A range past the end would only repeat the last frame, and numbers near the integer limit
+  // would wrap: both are refused.
+  if (rangeGiven && last > length)
+    return fail(std::string(timeline.empty() ? "--frames va au-delà de la dernière image du monde ("
+                                             : "--frames va au-delà de la dernière image de la timeline (") +
+                std::to_string(length) + ")");
   if (movie) {
-    VideoSource* video = model.activeVideo();
-    if (!rangeGiven) first = 1, last = std::max(1, video ? model.batchFrames(*video) : model._frameCount);
-    return renderMovie(model, outputID, out, *movie, video ? video->fps() : model._fps, first, last, err) ? 0 : 1;
+    if (!rangeGiven) first = 1, last = length;
+    return renderMovie(model, pictureAt, out, *movie, fps, !timeline.empty(), first, last, err) ? 0 : 1;
   }
   const int count = last - first + 1;
   for (int frame = first; frame <= last; ++frame) {
     if (gStop) return fail("interrompu avant l'image " + std::to_string(frame) + " · les images déjà écrites restent");
-    model._currentFrame = frame - 1;
-    model.loadVideoFrames(frame - 1);  // clips read forward, each frame exactly
-    model.performRender(true);
-    auto it = model.engine->outputs.find(outputID);
-    if (it == model.engine->outputs.end())
-      return fail(noPicture(model, outputID, frame));
+    std::string why;
+    const auto picture = pictureAt(frame - 1, &why);
+    if (!picture) return fail(why);
     const std::string file = fileFor(out, frame - 1);  // files count from 0, as the desktop's sequences
     std::error_code ec;
     if (const auto dir = fs::path(file).parent_path(); !dir.empty()) fs::create_directories(dir, ec);
     std::string error;
-    if (!model.engine->export_(model.deliveredPicture(it->second), file, &error)) return fail(error);
+    if (!model.engine->export_(picture, file, &error)) return fail(error);
     err << "image " << frame << " (" << (frame - first + 1) << "/" << count << ") → " << file << std::endl;
   }
   return 0;

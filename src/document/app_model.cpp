@@ -8,6 +8,7 @@
 #include "engine/source_picture.h"
 #include "document/play_state.h"
 #include "document/world_pack.h"
+#include "media/timeline_reader.h"
 #include "media/forward_readers.h"
 #include "media/video_source.h"
 #include "platform/app_paths.h"

@@ -29,6 +29,9 @@
 #include "groups/node_group.h"
 #include "groups/user_nodes.h"
 #include "editorial/render_queue.h"
+#include "editorial/timeline.h"
+#include "editorial/timeline_keys.h"
+#include "editorial/timeline_render.h"
 #include "tracking/roto_state.h"
 #include "tracking/tracking_state.h"
 #include "ai/ai_state.h"
@@ -43,6 +46,7 @@ class Engine;
 struct JobResult;
 struct Workers;
 class ForwardReaders;
+class TimelineReader;
 class PackCopy;
 struct PlayState;
 class VideoSource;
@@ -397,7 +401,7 @@ public:
   std::unique_ptr<PlayState> play;
   std::set<int> _cachedFrames;          // frames in the play cache, for the transport
   std::optional<double> playEvalScale;  // evaluation scale while playing
-  bool canPlay() const { return true; }  // a world is always playable; timelines will decide for themselves
+  bool canPlay() const { return tl.workspace != Workspace::timeline || tl.current(); }
   int pbFrames() const;
   double pbFPS() const;
   std::optional<Uuid> playTarget() const;
@@ -572,6 +576,78 @@ public:
   static std::optional<std::string> writeMatteMovie(const std::filesystem::path& dir, int frames, double fps, int width,
                                                     int height, const std::filesystem::path& to);
 
+  // ---- timelines (app_model_timeline.cpp: timelines and their edits; app_model_timeline_layers.cpp:
+  // layers and the worlds behind them; app_model_timeline_render.cpp: frames of a timeline). The
+  // edits themselves live in src/editorial.
+  TimelineState tl;
+  // The timeline shown: the current one while the timeline workspace is in front of the worlds.
+  const Timeline* shownTimeline() const;
+  void newTimeline();
+  std::optional<Uuid> emptySequence();
+  void openTimeline(const Uuid& id);
+  void backToBatch();
+  void renameTimeline(const Uuid& id, const std::string& to);
+  void deleteTimeline(const Uuid& id);
+  // Duration: a fixed one, or none for the end of the last layer.
+  void applyTimelineSettings(const Uuid& id, const std::string& name, int width, int height, double fps,
+                             std::optional<int> duration, std::optional<std::vector<double>> background);
+  void showFilms();
+  void addLayer(const LayerSource& source, int at);
+  void updateLayer(const Uuid& id, const std::function<void(TLayer&)>& mutate);
+  void moveLayer(const Uuid& id, bool up);
+  void deleteLayer(const Uuid& id);
+  void selectLayer(const Uuid& id, bool add);
+  void selectAllLayers();
+  void bladeAtPlayhead();
+  void deleteSelectedLayers(bool ripple);
+  void trimToPlayhead(bool start);
+  void moveSelectedLayers(bool up);
+  void duplicateSelectedLayers();
+  void toggleSelectedLayersEnabled();
+  void jumpEditPoint(bool next);
+  void tlCheckpoint();
+  bool tlUndoStep();
+  bool tlRedoStep();
+  bool timelineKey(const TimelineKeyPress& press);  // true when the key was the timeline's
+  struct SourceLength {
+    int length = 100;
+    std::string name;
+  };
+  // How long a new layer of the source is and what it is called.
+  SourceLength sourceLength(const LayerSource& source) const;
+  // Layers and their worlds (app_model_timeline_layers.cpp).
+  void layerToBatch(const Uuid& id);
+  void openLayerBatch(const Uuid& id);
+  void focusLayerBatch(const Uuid& id, std::optional<Uuid> select);
+  std::vector<Node> layerEffects(const TLayer& layer) const;  // the world's chain, upstream first
+  void addLayerEffect(const KindRef& kind);
+  bool returnToFilm();
+  // Keys "batch:<id>", "media:<id>", "file:<path>", "dir:<path>", and files, as layers from `at`.
+  void dropOnTimeline(const std::vector<std::string>& keys, const std::vector<std::filesystem::path>& files, int at);
+  std::optional<Uuid> worldFor(const Uuid& mediaID);
+  void createSequence(const std::vector<Uuid>& worldIDs);
+  void appendToSequence(const std::vector<Uuid>& worldIDs, const Uuid& sequence);
+  // Timelines to and from OpenTimelineIO files (app_model_timeline_exchange.cpp): false, with the
+  // reason in the status, when the file can't be written or read; nothing changes then.
+  bool exportTimelineOTIO(const Uuid& id, const std::filesystem::path& to);
+  bool importTimelineOTIO(const std::filesystem::path& from);
+  void exportTimelineOTIOPanel();
+  void importTimelineOTIOPanel();
+  // The film of a timeline at its own rate, every frame in order, in ProRes 422 HQ with the sound
+  // of the film it was cut from (app_model_timeline_export.cpp). The panel asks where; with a
+  // path, false when it can't start (the status says why).
+  void exportTimelineMovie(const Uuid& id);
+  bool exportTimelineMovie(const Uuid& id, const std::filesystem::path& to);
+  // Frames of a timeline (app_model_timeline_render.cpp): jobs made here, rendered one a turn of
+  // the main loop into the play cache; the latest request wins.
+  std::optional<int> scrubPending;
+  std::shared_ptr<gpu::Texture> timelineTex;  // the frame shown in the timeline workspace
+  std::optional<TimelineJob> timelineJob(int frame);
+  void timelineScrub(int frame);
+  void startScrubJob();
+  void prefetchTimeline();
+  TimelineReader& timelineReader();
+
   // ---- the drop folder (app_model_inbox.cpp)
   std::filesystem::path inboxDir();
   void scanInbox();
@@ -680,7 +756,6 @@ private:
   std::filesystem::path dataDir_;
   std::function<void()> relaunch_;
   bool installed_ = false;
-  std::optional<std::string> timelinesJSON_;  // carried until timelines exist
   std::optional<Scheduler::Token> pumpTimer_;
   std::optional<Scheduler::Token> fullRenderTimer_;  // the full render after a lean one
   double lastDragRender_ = -1e9;
@@ -703,6 +778,11 @@ private:
   void pinRunEnded(bool ok);
   void endPinPlan(const std::string& status);  // a plan dropped: the node as it was before it
   void endTracking();  // stops the tracker and waits for its thread: nothing outlives the model
+  void tlChanged(const std::string& message);  // the common end of a timeline edit
+  struct TimelineExport;
+  std::shared_ptr<TimelineExport> tlExport_;
+  void timelineExportStep(int i);
+  void finishTimelineExport(std::optional<std::string> error);
   std::thread aiThread_;
   std::optional<Scheduler::Token> bodyDemand_;  // the one on-demand computation waiting
   void endAI();  // cancels the job and waits for its thread
@@ -710,6 +790,7 @@ private:
   // `all` stored as the node's masks with mask `index` live in its fields; no point selected.
   void activateMask(const Uuid& nodeID, const std::vector<GMask>& all, int index);
   std::unique_ptr<ForwardReaders> renderReaders_;
+  std::unique_ptr<TimelineReader> tlReader_;
   std::map<int, std::unique_ptr<PackCopy>> packCopies_;  // copies under way, by number
   int packCount_ = 0;
 };

@@ -102,7 +102,8 @@ void AppModel::step(std::vector<SharedGraph>& from, std::vector<SharedGraph>& to
 }
 
 void AppModel::undo() {
-  if (_worldView && !worldUndo.empty()) {  // on the map, undo takes back whole-world operations
+  if (tl.workspace == Workspace::timeline && !_worldView && tlUndoStep()) return;
+  if ((_worldView || tl.filmFromWorld) && !worldUndo.empty()) {  // on the map, undo takes back whole-world operations
     undoWorld();
     return;
   }
@@ -120,6 +121,7 @@ void AppModel::undo() {
 }
 
 void AppModel::redo() {
+  if (tl.workspace == Workspace::timeline && !_worldView && tlRedoStep()) return;
   if (history.pending) commitHistory();
   if (history.redo.empty()) {
     _status = "Rien à rétablir.";
@@ -139,8 +141,7 @@ void AppModel::resetHistory() {
 
 void AppModel::pushWorldUndo(const std::string& label) {
   saveCurrentBatch();
-  // Timelines join the snapshot when they exist.
-  worldUndo.push_back({label, _batches, _worldGroups, _currentBatchID});
+  worldUndo.push_back({label, _batches, _worldGroups, _currentBatchID, tl.timelines});
   if (worldUndo.size() > 10) worldUndo.erase(worldUndo.begin());
 }
 
@@ -149,9 +150,16 @@ void AppModel::undoWorld() {
   WorldSnapshot s = std::move(worldUndo.back());
   worldUndo.pop_back();
   if (_isPlaying) stopPlayback();
+  if (tl.workspace == Workspace::timeline) {
+    tl.workspace = Workspace::batch;
+    resetTime();
+  }
   _viewerFull = false;
+  tl.filmFromWorld = false;
   _batches = std::move(s.batches);
   _worldGroups = std::move(s.groups);
+  tl.timelines = std::move(s.timelines);
+  if (tl.currentTimelineID && !tl.current()) tl.currentTimelineID.reset();
   Uuid target = _batches.empty() ? Uuid() : _batches.front().id;
   for (const auto& b : _batches)
     if (s.current && b.id == *s.current) target = b.id;

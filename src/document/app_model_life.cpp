@@ -116,7 +116,7 @@ void AppModel::newProject() {
   layout.replaceAll({});
   _openGroups.clear();
   _folders.clear();
-  timelinesJSON_.reset();
+  tl = TimelineState{};
   _worldGroups.clear();
   _openGroup.reset();
   _confidential = false;

@@ -117,7 +117,7 @@ void AppModel::startTimer() {
 }
 
 void AppModel::tick() {
-  if (_isPlaying) return;
+  if (_isPlaying || tl.workspace == Workspace::timeline) return;
   bool landed = false;
   for (const auto& [id, clip] : graphClips())
     if (auto frame = clip->takeFrame()) {
@@ -133,6 +133,11 @@ void AppModel::tick() {
 
 void AppModel::seekFrame(int n) {
   if (_isPlaying) stopPlayback();
+  if (tl.workspace == Workspace::timeline) {
+    _currentFrame = std::clamp(n, 0, pbFrames() - 1);
+    requestRender();
+    return;
+  }
   if (VideoSource* active = activeVideo()) {
     _currentFrame = std::clamp(n, 0, batchFrames(*active) - 1);
     // Every clip of the graph follows, not only the one that sets the length.

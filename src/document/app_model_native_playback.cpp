@@ -19,7 +19,7 @@ constexpr double kNativeShareOfRate = 0.8;   // the share of the clip's rate it 
 
 bool AppModel::startNativePlayback() {
   PlayState& p = *play;
-  if (p.noNative || _viewChannel != 4 || !engine) return false;
+  if (p.noNative || tl.workspace == Workspace::timeline || _viewChannel != 4 || !engine) return false;
   const std::optional<Uuid> target = playTarget();
   const std::optional<Uuid> media = target ? passthroughMedia(*target) : std::nullopt;
   if (!media) return false;

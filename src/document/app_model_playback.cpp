@@ -16,16 +16,20 @@
 namespace ombrik {
 
 int AppModel::pbFrames() const {
+  if (tl.workspace == Workspace::timeline) return tl.current() ? std::max(1, tl.current()->duration()) : 1;
   const VideoSource* v = activeVideo();
   return v ? std::max(1, batchFrames(*v)) : 100;
 }
 
 double AppModel::pbFPS() const {
+  if (tl.workspace == Workspace::timeline && tl.current()) return std::max(1.0, tl.current()->fps);
   const VideoSource* v = activeVideo();
   return v ? std::max(1.0, v->fps()) : 25.0;
 }
 
-std::optional<Uuid> AppModel::playTarget() const { return displayedNodeID(); }
+std::optional<Uuid> AppModel::playTarget() const {
+  return tl.workspace == Workspace::timeline ? tl.currentTimelineID : displayedNodeID();
+}
 
 std::optional<Uuid> AppModel::passthroughMedia(const Uuid& id) const {
   std::set<Uuid> seen;
@@ -191,21 +195,26 @@ void AppModel::kickRender() {
     if (!play || play->generation != generation) return;
     PlayState& p = *play;
     gpu::TexturePtr made;
-    p.readers.setSizeLimit(engine->compW, engine->compH);  // no more pixels than the cache frames use
-    feedClipFrames(p.readers, f);
-    if (auto source = passthroughMedia(*p.target); source && engine->sources().count(*source)) {
-      made = engine->fastFrame(engine->sources().at(*source), p.cacheW, p.cacheH);
+    if (tl.workspace == Workspace::timeline) {  // the layers read their own frames
+      if (auto job = timelineJob(f))
+        if (auto picture = job->render(*engine, timelineReader())) made = engine->snapshotScaled(picture, p.cacheW, p.cacheH);
     } else {
-      evalFrameOverride = f;
-      std::vector<Node> nodes;
-      nodes.reserve(_nodes.size());
-      for (const auto& node : _nodes) nodes.push_back(resolved(node));
-      evalFrameOverride.reset();
-      engine->alwaysEval.insert(*p.target);
-      engine->evaluate(nodes, _edges, float(f / pbFPS()));
-      engine->alwaysEval.erase(*p.target);
-      if (auto out = engine->outputs.find(*p.target); out != engine->outputs.end() && out->second)
-        made = engine->snapshotScaled(out->second, p.cacheW, p.cacheH);
+      p.readers.setSizeLimit(engine->compW, engine->compH);  // no more pixels than the cache frames use
+      feedClipFrames(p.readers, f);
+      if (auto source = passthroughMedia(*p.target); source && engine->sources().count(*source)) {
+        made = engine->fastFrame(engine->sources().at(*source), p.cacheW, p.cacheH);
+      } else {
+        evalFrameOverride = f;
+        std::vector<Node> nodes;
+        nodes.reserve(_nodes.size());
+        for (const auto& node : _nodes) nodes.push_back(resolved(node));
+        evalFrameOverride.reset();
+        engine->alwaysEval.insert(*p.target);
+        engine->evaluate(nodes, _edges, float(f / pbFPS()));
+        engine->alwaysEval.erase(*p.target);
+        if (auto out = engine->outputs.find(*p.target); out != engine->outputs.end() && out->second)
+          made = engine->snapshotScaled(out->second, p.cacheW, p.cacheH);
+      }
     }
     p.working = false;
     if (_isPlaying && made) {

@@ -24,7 +24,7 @@ ProjectFile AppModel::makeFile() {
   f.current = _currentBatchID;
   f.recent = _recentKinds;
   if (!_folders.empty()) f.folders = _folders;
-  f.timelinesJSON = timelinesJSON_;
+  f.timelines = tl.timelines;
   f.groups = _worldGroups;
   if (const auto used = usedUserDefs(); !used.empty()) f.userNodesJSON = encodeUserNodeDefs(used);
   f.confidential = _confidential;
@@ -110,7 +110,8 @@ bool AppModel::load(const fs::path& url) {
   worldUndo.clear();  // another project's worlds never come back into this one
   _recentKinds = file->recent;
   _folders = file->folders.value_or(std::vector<std::string>{});
-  timelinesJSON_ = file->timelinesJSON;
+  tl = TimelineState{};
+  tl.timelines = file->timelines;
   _worldGroups = file->groups;
   _openGroup.reset();
   _confidential = file->confidential;

@@ -31,7 +31,8 @@ void AppModel::requestRender() {
 void AppModel::recomputeComp() {
   // The base is the picture of the first media node that has one.
   CompSize base{1920, 1080};
-  for (const auto& n : _nodes) {
+  if (const Timeline* t = tl.workspace == Workspace::timeline ? tl.current() : nullptr) base = {t->width, t->height};
+  else for (const auto& n : _nodes) {
     if (n.kind->id != "media" || !n.mediaID) continue;
     auto it = std::find_if(_media.begin(), _media.end(), [&](const MediaItem& m) { return m.id == *n.mediaID; });
     if (it != _media.end() && it->width > 0 && it->height > 0) {
@@ -55,6 +56,10 @@ void AppModel::performRender(bool full) {
   if (_isPlaying) return;
   recomputeComp();
   if (!engine) return;
+  if (tl.workspace == Workspace::timeline) {
+    timelineScrub(_currentFrame);
+    return;
+  }
   engine->leanEval = !full;
   // Lean: only what the outputs, the selection and the viewer need; the rest follows in the full
   // render a moment after the last change.

@@ -75,6 +75,10 @@ AppModel::ViewerState AppModel::rawViewerState() const {
     state.main = play->display;  // cache frames are finished pictures
     return state;
   }
+  if (tl.workspace == Workspace::timeline) {
+    state.main = timelineTex;
+    return state;
+  }
   if (scrubTex) {
     state.main = scrubTex;
     return state;
@@ -115,7 +119,8 @@ AppModel::ViewerState AppModel::rawViewerState() const {
 
 AppModel::ViewerState AppModel::viewerState() const {
   ViewerState state = rawViewerState();
-  if (state.mode == 1 || _viewChannel == 3) return state;  // mattes and alphas are shown as they are
+  // Mattes and alphas are shown as they are; a timeline's layers carry their worlds' looks.
+  if (state.mode == 1 || _viewChannel == 3 || tl.workspace == Workspace::timeline) return state;
   const Batch* world = currentBatch();
   if (world && world->lut && !world->lut->empty()) state.lut = *world->lut;
   // One table for both: the viewer still makes a single pass per picture and evaluation.

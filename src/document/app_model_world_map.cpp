@@ -129,7 +129,10 @@ void AppModel::deleteWorlds(const std::vector<Uuid>& ids, bool confirm) {
     else newBatch("Batch_01");
   }
   worldlist::remove(_batches, _worldGroups, gone);
-  // The timelines of films deleted go with them once timelines exist.
+  std::erase_if(tl.timelines, [&](const Timeline& t) {
+    return std::find(gone.timelines.begin(), gone.timelines.end(), t.id) != gone.timelines.end();
+  });
+  if (tl.currentTimelineID && !tl.current()) tl.currentTimelineID.reset();
   if (_openGroup && std::find(gone.folders.begin(), gone.folders.end(), *_openGroup) != gone.folders.end())
     _openGroup.reset();
   _status = worldlist::deletedStatus(count);

@@ -37,7 +37,15 @@ void AppModel::saveCurrentBatch() {
 
 void AppModel::openBatch(const Uuid& id) {
   const bool isCurrent = _currentBatchID == id;
-  // The timeline workspace and caching the whole graph come before this once they exist.
+  if (tl.workspace == Workspace::timeline) {  // a world opened from the timeline leaves it
+    tl.workspace = Workspace::batch;
+    if (isCurrent) {
+      if (_isPlaying) stopPlayback();
+      resetTime();
+      return;
+    }
+  }
+  // Caching the whole graph comes before this once it exists.
   if (rendering && !isCurrent) {
     _status = "Rendu en cours : le monde s'ouvrira à la fin (ou arrêtez la file de rendu).";
     return;
@@ -90,6 +98,11 @@ void AppModel::enterWorld(const Uuid& id) {
 void AppModel::showWorlds() {
   if (_isPlaying) stopPlayback();
   saveCurrentBatch();
+  if (tl.workspace == Workspace::timeline) {
+    tl.workspace = Workspace::batch;
+    resetTime();
+  }
+  tl.filmFromWorld = false;
   _viewerFull = false;
   _quickAddVisible = false;
   _worldView = true;

@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "editorial/timeline.h"
 #include "graph/batch.h"
 #include "graph/edge.h"
 #include "graph/graph_snapshot.h"
@@ -49,6 +50,7 @@ struct WorldSnapshot {
   std::vector<Batch> batches;
   std::vector<WorldGroup> groups;
   std::optional<Uuid> current;
+  std::vector<Timeline> timelines;
 };
 
 }  // namespace ombrik

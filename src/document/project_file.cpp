@@ -9,6 +9,8 @@
 #include <unordered_map>
 
 #include "platform/bounded_json.h"
+#include "platform/json_fields.h"
+#include "editorial/timeline_codec.h"
 
 namespace ombrik {
 
@@ -16,11 +18,8 @@ namespace {
 
 using json = nlohmann::json;
 
-// ---- reading: a missing required field or a wrong type makes the file unreadable
-
-struct Unreadable : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
+// ---- reading: a missing required field or a wrong type makes the file unreadable (json_fields.h)
+using namespace jsonfields;
 
 // Groups inside groups are read to this many levels; a deeper file is refused whole. The text's
 // own nesting bound (bounded_json.h) would stop them near 170, but the walks of a group's inner
@@ -33,60 +32,6 @@ struct GroupsTooDeep : std::runtime_error {
   GroupsTooDeep() : std::runtime_error("groupes imbriqués sur plus de " + std::to_string(kMaxGroupDepth) + " niveaux") {}
 };
 
-const json& field(const json& o, const char* key) {
-  if (!o.is_object()) throw Unreadable("objet attendu");
-  auto it = o.find(key);
-  if (it == o.end()) throw Unreadable(std::string("champ manquant : ") + key);
-  return *it;
-}
-const json* optField(const json& o, const char* key) {
-  if (!o.is_object()) throw Unreadable("objet attendu");
-  auto it = o.find(key);
-  return it == o.end() || it->is_null() ? nullptr : &*it;
-}
-double number(const json& v) {
-  if (!v.is_number()) throw Unreadable("nombre attendu");
-  return v.get<double>();
-}
-std::int64_t integer(const json& v) {
-  if (v.is_number_integer()) return v.get<std::int64_t>();
-  if (v.is_number_float()) {
-    const double d = v.get<double>();
-    if (std::isfinite(d) && d == std::trunc(d) && std::abs(d) < 9e15) return std::int64_t(d);
-  }
-  throw Unreadable("entier attendu");
-}
-int int32(const json& v) {
-  const std::int64_t i = integer(v);
-  if (i < INT32_MIN || i > INT32_MAX) throw Unreadable("entier hors limites");
-  return int(i);
-}
-bool boolean(const json& v) {
-  if (!v.is_boolean()) throw Unreadable("booléen attendu");
-  return v.get<bool>();
-}
-const std::string& text(const json& v) {
-  if (!v.is_string()) throw Unreadable("texte attendu");
-  return v.get_ref<const std::string&>();
-}
-Uuid uuid(const json& v) {
-  auto id = Uuid::parse(text(v));
-  if (!id) throw Unreadable("identifiant illisible");
-  return *id;
-}
-const json& array(const json& v) {
-  if (!v.is_array()) throw Unreadable("tableau attendu");
-  return v;
-}
-const json& object(const json& v) {
-  if (!v.is_object()) throw Unreadable("objet attendu");
-  return v;
-}
-std::vector<double> numbers(const json& v) {
-  std::vector<double> out;
-  for (const auto& x : array(v)) out.push_back(number(x));
-  return out;
-}
 std::optional<std::int64_t> frameKey(const std::string& s) {
   if (s.empty() || s.size() > 18) return std::nullopt;
   std::size_t i = s[0] == '-' ? 1 : 0;
@@ -629,16 +574,16 @@ std::optional<std::string> ProjectCodec::encode(const ProjectFile& f, std::strin
     }
     j["groups"] = groups;
   }
-  for (auto [key, raw] : {std::pair{"timelines", &f.timelinesJSON}, {"userNodes", &f.userNodesJSON}})
-    if (*raw) {
-      std::string why;
-      auto carried = parseBoundedJson(**raw, &why);
-      if (!carried) {
-        if (error) *error = std::string(key) + " : " + why;
-        return std::nullopt;
-      }
-      j[key] = std::move(*carried);
+  if (!f.timelines.empty()) j["timelines"] = timelinecodec::encode(f.timelines);
+  if (f.userNodesJSON) {
+    std::string why;
+    auto carried = parseBoundedJson(*f.userNodesJSON, &why);
+    if (!carried) {
+      if (error) *error = "userNodes : " + why;
+      return std::nullopt;
     }
+    j["userNodes"] = std::move(*carried);
+  }
   if (f.confidential) j["confidential"] = true;
   if (!finiteEverywhere(j)) {
     if (error) *error = "une valeur n'est pas un nombre fini";
@@ -665,7 +610,7 @@ std::optional<ProjectFile> ProjectCodec::decode(const std::string& text_, std::s
       f.folders.emplace();
       for (const auto& p : array(*v)) f.folders->push_back(text(p));
     }
-    if (auto* v = optField(*j, "timelines")) f.timelinesJSON = array(*v).dump();
+    if (auto* v = optField(*j, "timelines")) f.timelines = timelinecodec::decode(*v);
     if (auto* v = optField(*j, "groups"))
       for (const auto& g : array(*v)) {
         f.groups.push_back({uuid(field(g, "id")), text(field(g, "name")), std::nullopt});

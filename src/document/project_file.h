@@ -1,14 +1,15 @@
 #pragma once
 // The project file ("*.tarvom"): JSON with sorted keys, pretty-printed, UTF-8. Live records are
-// never encoded directly: each has a stored form here, and defaults apply on reading. Records of
-// features that are not built yet (timelines) travel through unchanged; user nodes travel as JSON
-// text, read and written by the library (src/groups), which this codec doesn't know.
+// never encoded directly: each has a stored form here (timelines: editorial/timeline_codec.h), and
+// defaults apply on reading. User nodes travel as JSON text, read and written by the library
+// (src/groups), which this codec doesn't know.
 #include <functional>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "editorial/timeline.h"
 #include "graph/batch.h"
 #include "graph/node.h"
 #include "graph/world_group.h"
@@ -30,7 +31,7 @@ struct ProjectFile {
   std::optional<Uuid> current;
   std::vector<std::string> recent;
   std::optional<std::vector<std::string>> folders;
-  std::optional<std::string> timelinesJSON;  // kept as written until timelines exist
+  std::vector<Timeline> timelines;  // left out of the file when empty
   std::vector<WorldGroup> groups;  // folders of worlds on the map; left out when empty
   std::optional<std::string> userNodesJSON;  // the user nodes the project uses: an array of definitions
   bool confidential = false;

@@ -195,6 +195,18 @@ Engine::Tex Engine::fitTexture(const SourcePicture& picture, const std::string& 
   return out && device_->submitAndWait(*commands) ? out : nullptr;
 }
 
+Engine::Tex Engine::fitTexture(const Tex& texture, const std::string& key) {
+  if (!texture || compW < 1 || compH < 1) return nullptr;
+  auto commands = device_->begin();
+  Tex out = workTexture(key);
+  if (!commands || !out) return nullptr;
+  const float s = std::min(float(compW) / texture->width(), float(compH) / texture->height());
+  const float P[] = {s, (compW - texture->width() * s) * 0.5f, (compH - texture->height() * s) * 0.5f, 1.0f};
+  const Tex list[] = {texture, out};
+  commands->dispatch("g_conform", list, P);
+  return device_->submitAndWait(*commands) ? out : nullptr;
+}
+
 Engine::Tex Engine::conform(const Uuid& id) {
   auto it = sources_.find(id);
   if (it == sources_.end() || compW < 1 || compH < 1) return nullptr;

@@ -75,6 +75,7 @@ public:
   Tex fastFrame(const SourcePicture& picture, int width, int height, Tex into = nullptr);
   // The fit on a transparent background into the work texture of `key`.
   Tex fitTexture(const SourcePicture& picture, const std::string& key);
+  Tex fitTexture(const Tex& texture, const std::string& key);  // the same for a texture of any size
   std::optional<Picture> sourceThumb(const Uuid& id, int maxSide);
 
   // ---- evaluation

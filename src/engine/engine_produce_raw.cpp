@@ -29,7 +29,10 @@ Engine::Tex Engine::produceRaw(const Node& node) {
   if (kind == "media") {  // bypass has no effect on a source
     if (!node.mediaID) return nullptr;
     auto it = mediaTex_.find(*node.mediaID);
-    if (dirtyMedia_.count(*node.mediaID) || it == mediaTex_.end() || !it->second) return conform(*node.mediaID);
+    // A texture conformed at another comp size (a timeline's layers switch sizes) is made again.
+    if (dirtyMedia_.count(*node.mediaID) || it == mediaTex_.end() || !it->second || it->second->width() != compW ||
+        it->second->height() != compH)
+      return conform(*node.mediaID);
     return it->second;
   }
 

@@ -42,9 +42,9 @@ std::string lowerExtension(const fs::path& path) {
 
 // The frame rate as a rational: the NTSC rates exactly, any other to a thousandth, so that the
 // track's time scale is round(fps * 1000) and frame i sits at i * 1000.
-AVRational frameRateOf(double fps) {
+AVRational frameRateOf(double fps, bool exact) {
   for (const int base : {24, 30, 60})
-    if (std::abs(fps - base * 1000.0 / 1001.0) < 0.01) return {base * 1000, 1001};
+    if (!exact && std::abs(fps - base * 1000.0 / 1001.0) < 0.01) return {base * 1000, 1001};
   return {fps > 0 ? int(std::clamp<long>(std::lround(fps * 1000), 1, 1000000)) : 1000, 1000};
 }
 
@@ -215,7 +215,7 @@ struct MovieWriter::Impl {
       return std::string("conteneur ") + container + " indisponible";
 
     codec = avcodec_alloc_context3(encoder);
-    const AVRational rate = frameRateOf(spec.fps);
+    const AVRational rate = frameRateOf(spec.fps, spec.exactTimeScale);
     codec->width = spec.width;
     codec->height = spec.height;
     codec->framerate = rate;

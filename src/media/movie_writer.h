@@ -16,6 +16,9 @@ struct MovieSpec {
   int width = 0, height = 0;
   double fps = 25;  // 23.976 / 29.97 / 59.94 (within 0.01) are written as 24000/1001, 30000/1001, 60000/1001
   int crf = 18;     // H.264 only
+  // The track's time scale round(fps * 1000) with frame i at i * 1000 even for the NTSC rates: a
+  // timeline at 23.976 keeps its own timing rather than becoming 24000/1001.
+  bool exactTimeScale = false;
 };
 
 // The codec a movie file name asks for: ".mp4" H.264, ".mov" ProRes 4444 unless `hint` says

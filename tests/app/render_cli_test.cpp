@@ -386,3 +386,37 @@ TEST(RenderCli, ACodeNodeOfTheUsersLibraryRendersInANewProcess) {
   const float plate[3] = {0.2f, 0.1f, 0.05f};
   for (int c = 0; c < 3; ++c) EXPECT_NEAR(px[c], plate[c] * 2 + 0.1f, 2.5e-3) << "channel " << c;
 }
+
+TEST(RenderCli, ATimelineRendersItsLayersAtTheirOwnFrames) {
+  TempDir dir;
+  const fs::path project = writeColourProject(dir.path);
+  std::ifstream in(project);
+  auto f = ProjectCodec::decode(std::string(std::istreambuf_iterator<char>(in), {}));
+  ASSERT_TRUE(f);
+  // Plan_01 from its frame 1 on: timeline frames 0 and 1 show the exposure at 0, then +1.
+  Timeline cut{Uuid::generate(), "Montage", 25, 8, 4, {}, std::nullopt, std::nullopt, std::nullopt};
+  cut.layers.push_back({Uuid::generate(), "P", LayerSource::batch(f->batches[1].id), 0, 1, 2, true, 1, 0});
+  f->timelines = {cut};
+  std::ofstream(project) << *ProjectCodec::encode(*f);
+
+  const fs::path pattern = dir.path / "tl_%d.png", movie = dir.path / "tl.mov";
+  ASSERT_EQ(render({QString::fromStdString(project.string()), "--timeline", "Montage", "--out",
+                    QString::fromStdString(pattern.string()), "--frames", "1-2"}).code, 0);
+  for (int frame : {1, 2}) {
+    const auto px = readImage(RenderCommand::fileFor(pattern.string(), frame - 1));
+    ASSERT_EQ(px.size(), 8u * 4 * 4) << frame;
+    const float want = test::colourAtDefaults({0.4f, 0.3f, 0.2f}, float(frame - 1))[0];
+    EXPECT_NEAR(px[(2 * 8 + 3) * 4], want, 0.01) << "image " << frame;
+  }
+  const Result whole = render({QString::fromStdString(project.string()), "--timeline", "Montage", "--out",
+                               QString::fromStdString(movie.string())});
+  ASSERT_EQ(whole.code, 0) << whole.err;
+  EXPECT_EQ(FrameReader::open(movie)->info().frames, 2);
+  for (const QStringList& bad : {QStringList{"--timeline", "Nulle"}, QStringList{"--timeline", "Montage", "--frames", "1-3"},
+                                 QStringList{"--timeline", "Montage", "--world", "Plan_01"}}) {
+    const Result r = render(QStringList{QString::fromStdString(project.string()), "--out",
+                                        QString::fromStdString((dir.path / "no.mov").string())} + bad);
+    EXPECT_NE(r.code, 0) << bad.join(" ").toStdString();
+    EXPECT_FALSE(fs::exists(dir.path / "no.mov"));
+  }
+}

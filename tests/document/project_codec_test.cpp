@@ -117,8 +117,9 @@ TEST(ProjectCodec, WrittenAndReadBackIsEqualButForEdgeIds) {
   f.current = f.batches[0].id;
   f.recent = {"color", "mask"};
   f.folders = std::vector<std::string>{"/films"};
-  // As the writer sorts every object's keys, a record read back is in that order.
-  f.timelinesJSON = R"([{"anything":[1,2,{"a":null}],"id":"X"}])";
+  Timeline cut{Uuid::generate(), "Montage", 23.976, 1280, 720, {}, 250, std::vector<double>{0.1, 0.2}, "/films/f.mov"};
+  cut.layers.push_back({Uuid::generate(), "A", LayerSource::batch(f.batches[0].id), 5, 3, 40, false, 0.5, 3});
+  f.timelines = {cut, Timeline{}};
   f.confidential = true;
   const auto text = ProjectCodec::encode(f);
   ASSERT_TRUE(text);
@@ -139,7 +140,7 @@ TEST(ProjectCodec, WrittenAndReadBackIsEqualButForEdgeIds) {
   EXPECT_EQ(back->recent, f.recent);
   EXPECT_EQ(back->folders, f.folders);
   EXPECT_TRUE(back->confidential);
-  EXPECT_EQ(back->timelinesJSON, f.timelinesJSON);  // unknown records pass through unchanged
+  EXPECT_EQ(back->timelines, f.timelines);
   EXPECT_EQ(ProjectCodec::encode(*back), text);      // and the same state gives the same bytes
 }
 
@@ -176,7 +177,7 @@ TEST(ProjectCodec, MinimalFileReadsWithDefaults) {
   EXPECT_EQ(n.params.at("gamma"), 1.06);  // the kind's defaults fill what the file lacks
   EXPECT_EQ(n.params.size(), 6u);
   EXPECT_FALSE(f->current);
-  EXPECT_FALSE(f->timelinesJSON);
+  EXPECT_TRUE(f->timelines.empty());
 }
 
 TEST(ProjectCodec, DamagedRowsAndKeysAreSkippedOneByOne) {
@@ -363,9 +364,9 @@ TEST(ProjectCodec, NestingIsBoundedBeforeAnyWalkRecurses) {
       {"groups", project(nodeText(color, "color", "{}"), R"("groups":)" + nested(100000) + ","), kTooDeep},
       {"userNodes", project(nodeText(color, "color", "{}"), R"("userNodes":)" + nested(100000) + ","), kTooDeep},
       {"params", project(nodeText(color, "color", R"({"sat":)" + nested(100000) + "}")), kTooDeep},
-      {"512 levels", project(nodeText(color, "color", "{}"), R"("timelines":)" + nested(511) + ","), ""},
-      {"513 levels", project(nodeText(color, "color", "{}"), R"("timelines":)" + nested(512) + ","), kTooDeep},
-      {"brackets in a text", project(nodeText(color, "color", "{}"), R"("timelines":["\")" + std::string(600, '[') + R"("],)"), ""},
+      {"512 levels", project(nodeText(color, "color", "{}"), R"("userNodes":)" + nested(511) + ","), ""},
+      {"513 levels", project(nodeText(color, "color", "{}"), R"("userNodes":)" + nested(512) + ","), kTooDeep},
+      {"brackets in a text", project(nodeText(color, "color", "{}"), R"("userNodes":["\")" + std::string(600, '[') + R"("],)"), ""},
       {"10 groups", nestedGroups(10), ""},
       {"64 groups", nestedGroups(64), ""},
       {"65 groups", nestedGroups(65), kGroupsTooDeep},
@@ -383,7 +384,7 @@ TEST(ProjectCodec, NestingIsBoundedBeforeAnyWalkRecurses) {
     const auto back = ProjectCodec::decode(*text);
     ASSERT_TRUE(back) << c.what;
     EXPECT_EQ(back->batches[0].nodes, f->batches[0].nodes) << c.what;
-    EXPECT_EQ(back->timelinesJSON, f->timelinesJSON) << c.what;
+    EXPECT_EQ(back->userNodesJSON, f->userNodesJSON) << c.what;
     if (c.text.find("\"group\"") != std::string::npos) {
       EXPECT_EQ(groupLevels(back->batches[0].nodes.at(0)), std::stoi(c.what)) << c.what;
     }
