@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <fstream>
 
 #include "../platform/temp_dir.h"
 #include "document/app_model.h"
@@ -201,4 +202,27 @@ TEST(TimelineModel, DroppedFilesBecomeShotsInNaturalOrder) {
   d.m.undo();
   d.m.undo();
   EXPECT_TRUE(d.current().layers.empty());
+}
+
+TEST(TimelineModel, AnOtioFileGoesOutAndComesBackAsANewTimeline) {
+  Desk d;
+  d.open({{0, 20}, {30, 10}});
+  d.current().layers[1].source = LayerSource::batch(d.m.makeWorld(d.current().layers[1].source.id, "W"));
+  const Timeline before = d.current();
+  const fs::path file = d.dir.path / "cut.otio";
+  ASSERT_TRUE(d.m.exportTimelineOTIO(before.id, file)) << d.m._status;
+  ASSERT_TRUE(d.m.importTimelineOTIO(file)) << d.m._status;
+  EXPECT_EQ(d.m._status, "Timeline importée : " + before.name + " (2 calques)");
+  ASSERT_EQ(d.m.tl.timelines.size(), 2u);
+  Timeline back = d.current();
+  EXPECT_NE(back.id, before.id);  // a second copy, not the same timeline twice
+  back.id = before.id;
+  EXPECT_EQ(back, before);
+  d.m.undo();  // the import is one step of the timelines' undo
+  EXPECT_EQ(d.m.tl.timelines.size(), 1u);
+
+  std::ofstream(d.dir.path / "bad.otio") << "{\"OTIO_SCHEMA\": \"Clip.2\"}";
+  EXPECT_FALSE(d.m.importTimelineOTIO(d.dir.path / "bad.otio"));
+  EXPECT_EQ(d.m._status.rfind("Import OTIO impossible : ", 0), 0u) << d.m._status;
+  EXPECT_EQ(d.m.tl.timelines.size(), 1u);
 }
