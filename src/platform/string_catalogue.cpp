@@ -154,7 +154,11 @@ std::optional<std::string> fromTextTemplate(std::string_view text) {
     std::size_t k = 0, f = 0;
     for (std::size_t i = 0; i < shape.size(); ++i) {
       if (shape.compare(i, 2, "%s") == 0 && f < fields.size()) {
-        filled += fields[f++];
+        // A field that is itself a text of the catalogue (a node's title, a reason) is put in
+        // English too: "Export interrompu : annulé" gives "Export stopped: cancelled".
+        const auto known = english().find(fields[f]);
+        filled += known != english().end() ? known->second : fields[f];
+        ++f;
         ++i;
       } else if (shape[i] == kField && k < numbers.size()) {
         filled += numbers[k++];

@@ -49,6 +49,7 @@ MainMenus::MainMenus(QMainWindow& window, AppModel& model, ViewerWidget& viewer,
   editMenu(window);
   viewMenu(window, viewer, std::move(panels.toggleCurves));
   worldsMenu(window);
+  timelineMenu(window, std::move(panels.timelineSettings));
   userNodesMenu(window);
   renderMenu(window, std::move(panels.showQueue));
   languageMenu(window);
@@ -172,6 +173,24 @@ void MainMenus::worldsMenu(QMainWindow& window) {
   });
 }
 
+void MainMenus::timelineMenu(QMainWindow& window, std::function<void()> openSettings) {
+  QMenu* m = window.menuBar()->addMenu(shown("Timeline"));
+  m->setObjectName("timelineMenu");
+  entry(m, "Nouvelle timeline", {}, this, [this] { model_.newTimeline(); })->setObjectName("newTimeline");
+  QAction* settings = entry(m, "Réglages de la timeline…", QKeySequence(Qt::CTRL | Qt::Key_K), this, std::move(openSettings));
+  settings->setObjectName("timelineSettings");
+  m->addSeparator();
+  QAction* movie = entry(m, "Exporter le film…", {}, this, [this] {
+    if (model_.tl.currentTimelineID) model_.exportTimelineMovie(*model_.tl.currentTimelineID);
+  });
+  QAction* otio = entry(m, "Exporter en OTIO…", {}, this, [this] { model_.exportTimelineOTIOPanel(); });
+  entry(m, "Importer un OTIO…", {}, this, [this] { model_.importTimelineOTIOPanel(); })->setObjectName("importOTIO");
+  m->addSeparator();
+  backToBatch_ = entry(m, "Retour au graphe", {}, this, [this] { model_.backToBatch(); });
+  backToBatch_->setObjectName("backToBatch");
+  timelineOnly_ = {settings, movie, otio};
+}
+
 void MainMenus::renderMenu(QMainWindow& window, std::function<void()> showQueue) {
   QMenu* m = window.menuBar()->addMenu(shown("Rendus"));
   renderWorld_ = entry(m, "Rendre le monde", {}, this, [this] {
@@ -224,6 +243,8 @@ void MainMenus::refresh() {
   queueWorld_->setEnabled(model_._currentBatchID.has_value());
   stopRenders_->setEnabled(model_.rendering || renderqueue::count(model_.delivery.renderQueue, RenderJob::State::waiting) > 0);
   showLast_->setEnabled(model_.delivery.lastRender.has_value());
+  for (QAction* a : timelineOnly_) a->setEnabled(model_.tl.current() != nullptr);
+  backToBatch_->setEnabled(model_.tl.workspace == Workspace::timeline);
   const int chosen = int(AppLanguage::Value(model_.chosenLanguage()));
   for (const auto& [lang, action] : languages_) action->setChecked(lang == chosen);
 }

@@ -1,5 +1,5 @@
 #pragma once
-// The menu bar: file, edit, view, worlds, the user's nodes, render, language and help. Every entry calls one model
+// The menu bar: file, edit, view, worlds, timeline, the user's nodes, render, language and help. Every entry calls one model
 // operation, or opens a panel of the window.
 #include <QObject>
 #include <functional>
@@ -18,10 +18,12 @@ class ViewerWidget;
 
 class MainMenus : public QObject {
 public:
-  // What the window opens from its menus: the render queue's panel, the curve editor.
+  // What the window opens from its menus: the render queue's panel, the curve editor, the
+  // timeline's settings.
   struct Panels {
     std::function<void()> showQueue;
     std::function<void()> toggleCurves;
+    std::function<void()> timelineSettings;
   };
   MainMenus(QMainWindow& window, AppModel& model, ViewerWidget& viewer, Panels panels);
   void refresh();  // ticks the settings in force, greys what can't be done now
@@ -33,6 +35,7 @@ private:
   void compareMenu(QMenu* view);
   void playSizeMenu(QMenu* view);
   void worldsMenu(QMainWindow& window);
+  void timelineMenu(QMainWindow& window, std::function<void()> openSettings);
   void userNodesMenu(QMainWindow& window);
   void renderMenu(QMainWindow& window, std::function<void()> showQueue);
   void languageMenu(QMainWindow& window);
@@ -51,6 +54,8 @@ private:
   QAction* queueWorld_ = nullptr;
   QAction* stopRenders_ = nullptr;
   QAction* showLast_ = nullptr;
+  std::vector<QAction*> timelineOnly_;  // greyed without a current timeline
+  QAction* backToBatch_ = nullptr;
   std::vector<std::pair<int, QAction*>> languages_;  // by AppLanguage value
 };
 

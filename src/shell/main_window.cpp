@@ -10,11 +10,13 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSplitter>
+#include <QStackedWidget>
 #include <QStatusBar>
 #include <QTimer>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "document/app_model.h"
 #include "shell/ai_progress_row.h"
@@ -26,6 +28,8 @@
 #include "shell/render_queue_panel.h"
 #include "shell/roto_tool_bar.h"
 #include "shell/shown_text.h"
+#include "shell/timeline_settings.h"
+#include "shell/timeline_view.h"
 #include "shell/transport_bar.h"
 #include "shell/viewer_widget.h"
 #include "shell/worlds_panel.h"
@@ -51,11 +55,15 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent) : QMainWindow(parent), 
   pictureColumn->addWidget(transport_);
 
   auto* left = left_ = new QSplitter(Qt::Vertical, this);
-  nodeEditor_ = new NodeEditor(model_, left);
+  editors_ = new QStackedWidget(left);
+  nodeEditor_ = new NodeEditor(model_, editors_);
+  timeline_ = new TimelineView(model_, editors_);
+  editors_->addWidget(nodeEditor_);
+  editors_->addWidget(timeline_);
   curves_ = new CurveEditorWidget(model_, left);
   curves_->hide();  // shown on demand, under the graph
   left->addWidget(picture);
-  left->addWidget(nodeEditor_);
+  left->addWidget(editors_);
   left->addWidget(curves_);
   left->setStretchFactor(0, 3);
   left->setStretchFactor(1, 2);
@@ -100,7 +108,8 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent) : QMainWindow(parent), 
 
   // A node dragged from the graph onto the picture is shown there.
   nodeEditor_->setShowTarget(viewer_, [this](bool over) { viewer_->setDropHint(over); });
-  menus_ = new MainMenus(*this, model_, *viewer_, {[this] { showRenderQueue(); }, [this] { toggleCurveEditor(); }});
+  menus_ = new MainMenus(*this, model_, *viewer_,
+                         {[this] { showRenderQueue(); }, [this] { toggleCurveEditor(); }, [this] { openTimelineSettings(); }});
   resize(1280, 800);
   columns->setSizes({910, 370});
   left->setSizes({470, 330});
@@ -124,6 +133,18 @@ void MainWindow::toggleCurveEditor() {
     left_->setSizes(sizes);
   }
   curves_->refresh();
+}
+
+TimelineSettings* MainWindow::openTimelineSettings() {
+  if (!model_.tl.current()) return nullptr;
+  if (settings_) settings_->close();
+  settings_ = new TimelineSettings(model_, *model_.tl.currentTimelineID, this);
+  settings_->setAttribute(Qt::WA_DeleteOnClose);
+  connect(settings_, &QObject::destroyed, this, [this, sheet = settings_] {
+    if (settings_ == sheet) settings_ = nullptr;
+  });
+  settings_->open();
+  return settings_;
 }
 
 RenderQueuePanel* MainWindow::showRenderQueue() {
@@ -194,7 +215,15 @@ void MainWindow::refresh() {
   viewer_->refresh();
   transport_->refresh();
   inspector_->refresh();
-  nodeEditor_->refresh();
+  // The timeline stands in for the graph while it is in front; a new one opens its settings.
+  QWidget* editor = model_.shownTimeline() ? static_cast<QWidget*>(timeline_) : nodeEditor_;
+  if (editors_->currentWidget() != editor) {
+    editors_->setCurrentWidget(editor);
+    editor->setFocus();
+  }
+  if (editor == timeline_) timeline_->refresh();
+  else nodeEditor_->refresh();
+  if (std::exchange(model_.tl.timelineSettingsOpen, false)) openTimelineSettings();
   if (curves_->isVisible()) curves_->refresh();
   menus_->refresh();
   refreshProgress();

@@ -1,5 +1,5 @@
 #pragma once
-// The main window: viewer and transport over the node editor, the inspector beside them, the
+// The main window: viewer and transport over the node editor (or the timeline), the inspector beside them, the
 // status line below, with a render's or an AI job's progress while one runs. It only places the widgets and
 // keeps them in step with the model.
 #include <QList>
@@ -12,6 +12,7 @@ class QLabel;
 class QProgressBar;
 class QPushButton;
 class QSplitter;
+class QStackedWidget;
 class QTimer;
 
 namespace ombrik {
@@ -23,6 +24,8 @@ class MainMenus;
 class NodeEditor;
 class RotoToolBar;
 class TransportBar;
+class TimelineSettings;
+class TimelineView;
 class ViewerWidget;
 
 class CurveEditorWidget;
@@ -41,6 +44,11 @@ public:
   RotoToolBar* rotoToolBar() const { return rotoBar_; }
   InspectorWidget* inspector() const { return inspector_; }
   NodeEditor* nodeEditor() const { return nodeEditor_; }
+  // In the node editor's place while the timeline workspace is in front.
+  TimelineView* timelineView() const { return timeline_; }
+  // The current timeline's settings sheet, opened without waiting on it; none without a timeline.
+  TimelineSettings* openTimelineSettings();
+  TimelineSettings* timelineSettings() const { return settings_; }
   CurveEditorWidget* curveEditor() const { return curves_; }
   void toggleCurveEditor();
   RenderQueuePanel* showRenderQueue();
@@ -75,6 +83,9 @@ private:
   RotoToolBar* rotoBar_ = nullptr;  // over the picture while a mask node is edited
   InspectorWidget* inspector_ = nullptr;
   NodeEditor* nodeEditor_ = nullptr;
+  TimelineView* timeline_ = nullptr;
+  QStackedWidget* editors_ = nullptr;  // the node editor or the timeline
+  TimelineSettings* settings_ = nullptr;  // while open
   CurveEditorWidget* curves_ = nullptr;
   QSplitter* left_ = nullptr;
   MainMenus* menus_ = nullptr;

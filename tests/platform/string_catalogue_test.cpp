@@ -35,6 +35,7 @@ TEST(StringCatalogue, TextsMadeFromNumberedTemplatesFindTheirEnglish) {
       {"LUT du monde « Drone 04 » : drone.cube", "World LUT \"Drone 04\": drone.cube"},
       {"Rassembler « B » interrompu : No space left on device", "Packing \"B\" stopped: No space left on device"},
       {"LUT du monde « X » sans deux-points", "LUT du monde « X » sans deux-points"},  // the words between are missing
+      {"Export interrompu : annulé", "Export stopped: cancelled"},  // a field that is a text of its own
   };
   for (const auto& [french, english] : mixed) EXPECT_EQ(translate(french, AppLanguage::english), english) << french;
 }
