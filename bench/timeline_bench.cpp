@@ -46,10 +46,10 @@ int main(int argc, char** argv) {
   m.setPreviewScale(0.5);
   clock->runAll();  // the first scrub and its neighbours
 
-  // First pass of playback: from an empty cache until every frame is in.
+  // First pass of playback: from an empty cache until every frame is in. Nothing runs between the
+  // emptying and the start, or the neighbouring frames would fill it while stopped.
+  m._currentFrame = 0;
   m.invalidatePlayCache();
-  m.seekFrame(0);
-  clock->runAll();
   auto t0 = Clock::now();
   m.startPlayback();
   clock->runAll();

@@ -2,7 +2,6 @@
 
 #include <QContextMenuEvent>
 #include <QFontMetricsF>
-#include <QInputDialog>
 #include <QMenu>
 #include <QPainter>
 #include <QWheelEvent>
@@ -16,6 +15,7 @@
 #include "shell/quick_add_panel.h"
 #include "shell/schematic_painter.h"
 #include "shell/schematic_picks.h"
+#include "shell/qt_dialogs.h"
 #include "shell/shown_text.h"
 
 namespace ombrik {
@@ -578,14 +578,8 @@ std::unique_ptr<QMenu> NodeEditor::nodeMenu(const Uuid& id) {
 void NodeEditor::renameNode(const Uuid& id) {
   const Node* n = model_.nodeByID(id);
   if (!n) return;
-  auto dialog = [this](const QString& present) -> std::optional<QString> {
-    QInputDialog ask(this);
-    ask.setObjectName("renameNode");
-    ask.setWindowTitle(shown("Renommer le node"));
-    ask.setLabelText(shown("Nom du node (vide : le nom de son type)"));
-    ask.setTextValue(present);
-    if (ask.exec() != QDialog::Accepted) return std::nullopt;
-    return ask.textValue();
+  auto dialog = [this](const QString& present) {
+    return askLine(this, "renameNode", shown("Renommer le node"), shown("Nom du node (vide : le nom de son type)"), present);
   };
   const auto name = askName ? askName(qs(n->title())) : dialog(qs(n->title()));
   if (!name) return;

@@ -1,5 +1,7 @@
 #include "shell/qt_dialogs.h"
 
+#include <QInputDialog>
+
 #include <QFileDialog>
 #include <QMessageBox>
 #include <QPushButton>
@@ -67,6 +69,17 @@ int QtDialogs::alert(const Alert& a) {
   for (std::size_t i = 0; i < buttons.size(); ++i)
     if (box.clickedButton() == buttons[i]) return int(i);
   return int(buttons.size()) - 1;
+}
+
+std::optional<QString> askLine(QWidget* parent, const char* objectName, const QString& title, const QString& label,
+                               const QString& present) {
+  QInputDialog ask(parent);
+  ask.setObjectName(objectName);
+  ask.setWindowTitle(title);
+  ask.setLabelText(label);
+  ask.setTextValue(present);
+  if (ask.exec() != QDialog::Accepted) return std::nullopt;
+  return ask.textValue();
 }
 
 }  // namespace ombrik

@@ -1,4 +1,8 @@
 #pragma once
+#include <optional>
+
+#include <QString>
+
 #include "platform/dialogs.h"
 
 class QWidget;
@@ -19,5 +23,10 @@ public:
 private:
   QWidget* parent_;
 };
+
+// One line of text asked in a small dialog named `objectName`, starting from `present`; none when
+// cancelled.
+std::optional<QString> askLine(QWidget* parent, const char* objectName, const QString& title, const QString& label,
+                               const QString& present);
 
 }  // namespace ombrik

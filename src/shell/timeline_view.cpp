@@ -3,7 +3,6 @@
 #include <QContextMenuEvent>
 #include <QDragEnterEvent>
 #include <QDropEvent>
-#include <QInputDialog>
 #include <QMenu>
 #include <QMimeData>
 #include <QPainter>
@@ -15,6 +14,7 @@
 
 #include "document/app_model.h"
 #include "editorial/timeline_keys.h"
+#include "shell/qt_dialogs.h"
 #include "shell/shown_text.h"
 
 namespace ombrik {
@@ -382,14 +382,8 @@ void TimelineView::renameLayer(const Uuid& id) {
   const Timeline* t = timeline();
   const TLayer* l = t ? t->layer(id) : nullptr;
   if (!l) return;
-  auto dialog = [this](const QString& present) -> std::optional<QString> {
-    QInputDialog ask(this);
-    ask.setObjectName("renameLayer");
-    ask.setWindowTitle(shown("Renommer le calque"));
-    ask.setLabelText(shown("Nom du calque"));
-    ask.setTextValue(present);
-    if (ask.exec() != QDialog::Accepted) return std::nullopt;
-    return ask.textValue();
+  auto dialog = [this](const QString& present) {
+    return askLine(this, "renameLayer", shown("Renommer le calque"), shown("Nom du calque"), present);
   };
   const auto name = askName ? askName(qs(l->name)) : dialog(qs(l->name));
   if (!name || name->trimmed().isEmpty() || name->trimmed().toStdString() == l->name) return;
