@@ -9,10 +9,12 @@
 #include <cmath>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "engine/fx_reference.h"
+#include "engine/fx_table.h"
 #include "engine/kernel_runner.h"
 #include "engine/test_pictures.h"
 
@@ -35,7 +37,6 @@ V3 operator/(V3 a, double k) { return {a.x / k, a.y / k, a.z / k}; }
 V3 all(double v) { return {v, v, v}; }
 V3 rgbOf(const Rgba& c) { return {c.r, c.g, c.b}; }
 V3 rgbOf(C c) { return {c.r, c.g, c.b}; }
-Rgba withAlpha(V3 c, float a) { return {float(c.x), float(c.y), float(c.z), a}; }
 V3 apply(V3 c, const std::function<double(double)>& f) { return {f(c.x), f(c.y), f(c.z)}; }
 double dot(V3 a, V3 b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
 double length(V3 a) { return std::sqrt(dot(a, a)); }
@@ -78,13 +79,22 @@ Image depthPicture(int w, int h) {
   });
 }
 
-bool samePicture(const Image& a, const Image& b) { return bool(matches(a, b, 0.0f)); }
+using Ps = std::vector<float>;
+// A reference of the colour channels; the alpha is the source pixel's own.
+using LightRef = V3 (*)(const FxInputs&, const Ps&, double, int, int);
+PixelRef lit(LightRef f) {
+  return [f](const FxInputs& in, const Ps& P, float t, int x, int y) {
+    const V3 c = f(in, P, t, x, y);
+    return std::optional<C>(C{c.x, c.y, c.z, in.src.at(x, y).a});
+  };
+}
 
 // ---------------------------------------------------------------------------------------------
 // Light
 
 // cx, cy, length, thresh, intensity, hue, tintsat, only, beams
-V3 shafts(const Image& src, int x, int y, const std::vector<float>& P, double time) {
+V3 shafts(const FxInputs& in, const Ps& P, double time, int x, int y) {
+  const Image& src = in.src;
   const double w = src.w, h = src.h, u = (x + 0.5) / w, v = (y + 0.5) / h, asp = w / h;
   const double cx = P[0] / 100.0, cy = P[1] / 100.0;
   const double dx = (cx - u) * P[2] / 64, dy = (cy - v) * P[2] / 64;
@@ -111,54 +121,27 @@ V3 shafts(const Image& src, int x, int y, const std::vector<float>& P, double ti
   return P[7] > 0.5 ? rays : s + rays * (all(1) - sat(s) * 0.5);
 }
 
-TEST(FxMoreLightKernels, ShaftsGatherTheBrightSamplesOnTheWayToTheCentre) {
-  const int w = 32, h = 24;
-  const Image src = noisy(w, h, 101, 0.0f, 1.4f);
-  const std::vector<std::vector<float>> cases = {
-      {50, 25, 0.5f, 0.72f, 0.9f, 40, 0.3f, 0, 0.7f},   // defaults
-      {20, 80, 0.9f, 0.5f, 1.5f, 200, 0.8f, 0, 1.0f},   // centre low left, strong beams
-      {110, -10, 0.3f, 0.9f, 2.0f, 0, 1.0f, 1, 0.0f},   // centre outside, rays alone, no beams
-  };
-  for (const auto& P : cases)
-    for (float time : {0.0f, 4.5f}) {
-      Image want = expected(w, h, [&](int x, int y) { return withAlpha(shafts(src, x, y, P, time), src.at(x, y).a); });
-      EXPECT_TRUE(matches(runFx("fx_shafts", src, P, {.time = time}), want, kSampled))
-          << "centre " << P[0] << "," << P[1] << " time " << time;
-    }
-  // Nothing above the threshold: no rays at all.
-  const Image dark = noisy(w, h, 102, 0.0f, 0.5f);
-  EXPECT_TRUE(matches(runFx("fx_shafts", dark, cases[0]), dark));
-}
-
-TEST(FxMoreLightKernels, PrismGlowDispersesTheBlurredHighlights) {
-  const int w = 24, h = 16;
-  const Image src = noisy(w, h, 111, 0.0f, 1.0f), blurred = noisy(w, h, 112, 0.0f, 1.5f);
-  // thresh, size (already spent on the blur), intensity, disp, sat
-  const std::vector<std::vector<float>> cases = {
-      {0.78f, 30, 0.5f, 0.03f, 1.2f}, {0.3f, 30, 1.5f, 0.15f, 2.0f}, {0.5f, 30, 1.0f, 0.1f, 0.0f}};
-  for (const auto& P : cases) {
-    Image want = expected(w, h, [&](int x, int y) {
-      double dx = (x + 0.5) / w - 0.5, dy = (y + 0.5) / h - 0.5;
-      V3 acc, wsum;
-      for (int j = 0; j <= 6; ++j) {
-        double t = j / 6.0, k = 1 + (t - 0.5) * P[3];
-        V3 wt = hueColor(260 * t);
-        V3 g = apply(sample(blurred, 0.5 + dx * k, 0.5 + dy * k),
-                     [&](double c) { return std::max(c - P[0], 0.0) / std::max(1.0 - P[0], 0.05); });
-        acc = acc + g * wt;
-        wsum = wsum + wt;
-      }
-      V3 g = {acc.x / std::max(wsum.x, 1e-4), acc.y / std::max(wsum.y, 1e-4), acc.z / std::max(wsum.z, 1e-4)};
-      g = floorAt0(saturate(g, P[4]));
-      return withAlpha(rgbOf(src.at(x, y)) + g * P[2], src.at(x, y).a);
-    });
-    EXPECT_TRUE(matches(runFx("fx_prismglow", src, P, {.aux = &blurred}), want, kSampled))
-        << "disp " << P[3] << " sat " << P[4];
+// thresh, size (already spent on the blur), intensity, disp, sat
+V3 prismglow(const FxInputs& in, const Ps& P, double, int x, int y) {
+  const Image &src = in.src, &blurred = in.aux;
+  double dx = (x + 0.5) / src.w - 0.5, dy = (y + 0.5) / src.h - 0.5;
+  V3 acc, wsum;
+  for (int j = 0; j <= 6; ++j) {
+    double t = j / 6.0, k = 1 + (t - 0.5) * P[3];
+    V3 wt = hueColor(260 * t);
+    V3 g = apply(sample(blurred, 0.5 + dx * k, 0.5 + dy * k),
+                 [&](double c) { return std::max(c - P[0], 0.0) / std::max(1.0 - P[0], 0.05); });
+    acc = acc + g * wt;
+    wsum = wsum + wt;
   }
+  V3 g = {acc.x / std::max(wsum.x, 1e-4), acc.y / std::max(wsum.y, 1e-4), acc.z / std::max(wsum.z, 1e-4)};
+  g = floorAt0(saturate(g, P[4]));
+  return rgbOf(src.at(x, y)) + g * P[2];
 }
 
 // thresh, length, branches, angle, intensity, iris
-V3 glints(const Image& src, int x, int y, const std::vector<float>& P) {
+V3 glints(const FxInputs& in, const Ps& P, double, int x, int y) {
+  const Image& src = in.src;
   const int menu = int(rounded(P[2])), nb = menu <= 0 ? 4 : menu == 1 ? 6 : 8;
   const double th = P[0], ik = 1 / std::max(1 - th, 0.02), u = (x + 0.5) / src.w, v = (y + 0.5) / src.h;
   V3 acc;
@@ -175,28 +158,9 @@ V3 glints(const Image& src, int x, int y, const std::vector<float>& P) {
   return rgbOf(src.at(x, y)) + acc * (0.2 * P[4]);
 }
 
-TEST(FxMoreLightKernels, GlintsDrawStarBranchesFromTheBrightPoints) {
-  const int w = 32, h = 24;
-  const Image src = noisy(w, h, 121, 0.0f, 1.2f);
-  const std::vector<std::vector<float>> cases = {
-      {0.85f, 12, 0, 45, 1, 0.3f}, {0.6f, 9, 1, 10, 0.5f, 1}, {0.7f, 15, 2, -120, 0.7f, 0}, {0.7f, 15, 5, 0, 0.3f, 0.5f}};
-  for (const auto& P : cases) {
-    Image want = expected(w, h, [&](int x, int y) { return withAlpha(glints(src, x, y, P), src.at(x, y).a); });
-    EXPECT_TRUE(matches(runFx("fx_glints", src, P), want, kSampled)) << "branches " << P[2] << " angle " << P[3];
-  }
-  // A single bright point on black: with four branches at 0 degrees its light goes along the row
-  // and the column only.
-  Image dot(w, h, {0, 0, 0, 1});
-  dot.at(16, 12) = {4, 4, 4, 1};
-  Image got = runFx("fx_glints", dot, {0.5f, 20, 0, 0, 1, 0});
-  EXPECT_GT(got.at(26, 12).r, 0.05f);
-  EXPECT_GT(got.at(16, 4).r, 0.05f);
-  EXPECT_EQ(got.at(26, 4).r, 0.0f);
-  EXPECT_EQ(got.at(22, 18).r, 0.0f);
-}
-
 // lx, ly, intensity, size, ghosts, ring, streak, hue, follow
-V3 flare(const Image& src, int x, int y, const std::vector<float>& P) {
+V3 flare(const FxInputs& in, const Ps& P, double, int x, int y) {
+  const Image& src = in.src;
   const double asp = double(src.w) / src.h, u = (x + 0.5) / src.w, v = (y + 0.5) / src.h;
   const double lu = P[0] / 100.0, lv = P[1] / 100.0;
   const V2 p{(u - 0.5) * asp, v - 0.5}, l{(lu - 0.5) * asp, lv - 0.5};
@@ -223,32 +187,9 @@ V3 flare(const Image& src, int x, int y, const std::vector<float>& P) {
   return rgbOf(src.at(x, y)) + f * (P[2] * vis);
 }
 
-TEST(FxMoreLightKernels, FlareDrawsCoreStreakRingAndGhostsAroundTheLight) {
-  const int w = 48, h = 32;
-  const Image src = noisy(w, h, 131, 0.0f, 0.6f);
-  const std::vector<std::vector<float>> cases = {
-      {72, 28, 1, 1, 0.7f, 0.5f, 0.6f, 30, 0},     // defaults
-      {20, 70, 0.6f, 2.5f, 2, 2, 0, 200, 0},       // big, no streak
-      {105, -10, 1.5f, 0.4f, 1, 1, 2, 310, 0},     // light outside the picture
-  };
-  for (const auto& P : cases) {
-    Image want = expected(w, h, [&](int x, int y) { return withAlpha(flare(src, x, y, P), src.at(x, y).a); });
-    EXPECT_TRUE(matches(runFx("fx_flare", src, P), want, kSampled)) << "light " << P[0] << "," << P[1];
-  }
-  // Following the source's brightness: a covered light (dark there) draws nothing, a bright one
-  // draws the flare scaled by how bright it is.
-  Image lit = src;
-  for (int y = 8; y < 16; ++y)
-    for (int x = 24; x < 40; ++x) lit.at(x, y) = {0.7f, 0.7f, 0.7f, 1};
-  const std::vector<float> follow = {66, 37, 1, 1, 0.7f, 0.5f, 0.6f, 30, 1};
-  Image want = expected(w, h, [&](int x, int y) { return withAlpha(flare(lit, x, y, follow), lit.at(x, y).a); });
-  EXPECT_TRUE(matches(runFx("fx_flare", lit, follow), want, kSampled));
-  const Image black(w, h, {0, 0, 0, 0.5f});
-  EXPECT_TRUE(matches(runFx("fx_flare", black, follow), black));
-}
-
 // intensity, hue1, hue2, side, extent, speed, seed
-V3 lightleak(const Image& src, int x, int y, const std::vector<float>& P, double time) {
+V3 lightleak(const FxInputs& in, const Ps& P, double time, int x, int y) {
+  const Image& src = in.src;
   const double asp = double(src.w) / src.h, u = (x + 0.5) / src.w, v = (y + 0.5) / src.h;
   const double t = time * P[5], qx = u * asp, qy = v;
   const double n1 = fbm(1.6 * qx + 0.35 * t, 1.6 * qy + 0.12 * t, P[6], 4);
@@ -268,158 +209,92 @@ V3 lightleak(const Image& src, int x, int y, const std::vector<float>& P, double
   return s + col * (all(1) - sat(s)) * (leak * P[0] * flick);
 }
 
-TEST(FxMoreLightKernels, LightLeakEntersFromTheChosenSide) {
-  const int w = 48, h = 32;
-  const Image src = noisy(w, h, 141, 0.0f, 0.9f);
-  for (int side = 0; side <= 4; ++side) {
-    const std::vector<float> P = {1.5f, 20, 330, float(side), 0.6f, 0.8f, float(3 + side * 7)};
-    for (float time : {0.0f, 2.7f}) {
-      Image want = expected(w, h, [&](int x, int y) { return withAlpha(lightleak(src, x, y, P, time), src.at(x, y).a); });
-      EXPECT_TRUE(matches(runFx("fx_lightleak", src, P, {.time = time}), want, kSampled)) << "side " << side << " time " << time;
-    }
-  }
-  // White stays white: the leak only fills what is left below 1.
-  const Image white(w, h, {1, 1, 1, 1});
-  EXPECT_TRUE(matches(runFx("fx_lightleak", white, {2, 20, 330, 4, 1, 0.3f, 1}), white));
+// amount, size, thresh, warm, lift; the matte, when bound, limits the effect
+V3 mist(const FxInputs& in, const Ps& P, double, int x, int y) {
+  V3 s = rgbOf(in.src.at(x, y)), b = rgbOf(in.aux.at(x, y));
+  V3 warm = lerp(all(1), V3{1, 0.9, 0.78}, P[3]);
+  V3 hl = apply(b, [&](double c) { return std::max(c - P[2], 0.0) / std::max(1.0 - P[2], 0.05); });
+  V3 c = lerp(s, V3{std::max(s.x, b.x), std::max(s.y, b.y), std::max(s.z, b.z)}, 0.6 * P[0]);
+  c = c + hl * warm * (0.8 * P[0]);
+  c = c + warm * (all(1) - sat(c)) * P[4];
+  double k = in.matte ? in.matte->at(x, y).r : 1;
+  return lerp(s, c, k);
 }
 
-TEST(FxMoreLightKernels, MistLiftsAndBleedsTheBlurredHighlightsWithinTheMatte) {
-  const int w = 16, h = 12;
-  const Image src = noisy(w, h, 151, 0.0f, 1.2f), blurred = noisy(w, h, 152, 0.0f, 1.4f), matte = noisy(w, h, 153, 0, 1);
-  // amount, size, thresh, warm, lift
-  const std::vector<std::vector<float>> cases = {{0.4f, 30, 0.55f, 0.2f, 0.03f}, {1, 30, 0.2f, 1, 0.2f}, {0.7f, 30, 1, 0.5f, 0}};
-  for (const auto& P : cases)
-    for (const Image* m : {(const Image*)nullptr, &matte}) {
-      Image want = expected(w, h, [&](int x, int y) {
-        V3 s = rgbOf(src.at(x, y)), b = rgbOf(blurred.at(x, y));
-        V3 warm = lerp(all(1), V3{1, 0.9, 0.78}, P[3]);
-        V3 hl = apply(b, [&](double c) { return std::max(c - P[2], 0.0) / std::max(1.0 - P[2], 0.05); });
-        V3 c = lerp(s, V3{std::max(s.x, b.x), std::max(s.y, b.y), std::max(s.z, b.z)}, 0.6 * P[0]);
-        c = c + hl * warm * (0.8 * P[0]);
-        c = c + warm * (all(1) - sat(c)) * P[4];
-        double k = m ? m->at(x, y).r : 1;
-        return withAlpha(lerp(s, c, k), src.at(x, y).a);
-      });
-      EXPECT_TRUE(matches(runFx("fx_mist", src, P, {.matte = m, .aux = &blurred}), want))
-          << "amount " << P[0] << " matte " << (m != nullptr);
-    }
+// thresh, size, intensity, hue, only
+V3 halation(const FxInputs& in, const Ps& P, double, int x, int y) {
+  V3 s = rgbOf(in.src.at(x, y));
+  double ik = 1 / std::max(1.0 - P[0], 0.05);
+  double hb = sat((luma(in.aux.at(x, y)) - P[0]) * ik), hs = sat((luma(s) - P[0]) * ik);
+  V3 add = lerp(hueColor(P[3]), all(1), 0.12) * (std::max(hb - 0.6 * hs, 0.0) * P[2]);
+  return P[4] > 0.5 ? add : s + add;
 }
 
-TEST(FxMoreLightKernels, HalationRingsTheHighlightsWithTheBlurOutsideThem) {
-  const int w = 16, h = 12;
-  const Image src = noisy(w, h, 161, 0.0f, 1.2f), blurred = noisy(w, h, 162, 0.0f, 1.2f);
-  // thresh, size, intensity, hue, only
-  const std::vector<std::vector<float>> cases = {{0.6f, 10, 0.6f, 8, 0}, {0.3f, 10, 2, 200, 1}, {0.98f, 10, 1, 40, 0}};
-  for (const auto& P : cases) {
-    Image want = expected(w, h, [&](int x, int y) {
-      V3 s = rgbOf(src.at(x, y));
-      double ik = 1 / std::max(1.0 - P[0], 0.05);
-      double hb = sat((luma(blurred.at(x, y)) - P[0]) * ik), hs = sat((luma(s) - P[0]) * ik);
-      V3 add = lerp(hueColor(P[3]), all(1), 0.12) * (std::max(hb - 0.6 * hs, 0.0) * P[2]);
-      return withAlpha(P[4] > 0.5 ? add : s + add, src.at(x, y).a);
-    });
-    EXPECT_TRUE(matches(runFx("fx_halation", src, P, {.aux = &blurred}), want)) << "thresh " << P[0] << " only " << P[4];
-  }
-}
-
-TEST(FxMoreLightKernels, NeonLightsTheEdgesAndTheirBlurredGlow) {
-  const int w = 24, h = 16;
-  const Image src = noisy(w, h, 171, 0.0f, 1.0f), blurred = noisy(w, h, 172, 0.2f, 0.6f);
-  // thresh, size, intensity, hue, imgcolor, orig
-  const std::vector<std::vector<float>> cases = {{0.45f, 8, 1.5f, 190, 0, 0.15f}, {0.2f, 5, 0.8f, 0, 1, 1}, {0.9f, 1, 0.5f, 300, 0, 0.5f}};
-  for (const auto& P : cases) {
-    Image want = expected(w, h, [&](int x, int y) {
-      double u = (x + 0.5) / w, v = (y + 0.5) / h;
-      V3 s = rgbOf(src.at(x, y));
-      double e = smooth(P[0], P[0] + 0.25, sobel(src, u, v, 1));
-      double g = 2.5 * sobel(blurred, u, v, std::max(1.0, P[1] / 2.0));
-      V3 col = P[4] > 0.5 ? normalize(apply(s, [](double c) { return std::max(c, 0.02); })) * 1.4 : hueColor(P[3]);
-      return withAlpha(s * P[5] + (col * (1.2 * e + g) + all(0.35 * e)) * P[2], src.at(x, y).a);
-    });
-    EXPECT_TRUE(matches(runFx("fx_neon", src, P, {.aux = &blurred}), want, kSampled)) << "size " << P[1] << " imgcolor " << P[4];
-  }
+// thresh, size, intensity, hue, imgcolor, orig
+V3 neon(const FxInputs& in, const Ps& P, double, int x, int y) {
+  const Image &src = in.src, &blurred = in.aux;
+  double u = (x + 0.5) / src.w, v = (y + 0.5) / src.h;
+  V3 s = rgbOf(src.at(x, y));
+  double e = smooth(P[0], P[0] + 0.25, sobel(src, u, v, 1));
+  double g = 2.5 * sobel(blurred, u, v, std::max(1.0, P[1] / 2.0));
+  V3 col = P[4] > 0.5 ? normalize(apply(s, [](double c) { return std::max(c, 0.02); })) * 1.4 : hueColor(P[3]);
+  return s * P[5] + (col * (1.2 * e + g) + all(0.35 * e)) * P[2];
 }
 
 // ---------------------------------------------------------------------------------------------
 // Blur and sharpness
 
-TEST(FxMoreBlurKernels, TiltShiftBlursOutsideTheBandThenLiftsColour) {
-  const int w = 32, h = 24;
-  const Image src = noisy(w, h, 201, 0.0f, 1.3f);
-  // cy, band, trans, blur (pixels), angle, sat, contrast
-  const std::vector<std::vector<float>> cases = {
-      {55, 15, 25, 3, 0, 1.25f, 1.1f}, {30, 10, 40, 5, 30, 2, 0.5f}, {50, 0, 1, 2.5f, -90, 0, 1.6f}, {60, 20, 20, 0.4f, 10, 1, 1}};
-  for (const auto& P : cases) {
-    Image want = expected(w, h, [&](int x, int y) {
-      const double asp = double(w) / h, u = (x + 0.5) / w, v = (y + 0.5) / h;
-      V2 q = rot({(u - 0.5) * asp, v - P[0] / 100.0}, -P[4]);
-      double k = smooth(0, std::max(P[2] / 100.0, 0.001), std::fabs(q.y) - P[1] / 200.0), rad = k * P[3];
-      V3 c = rgbOf(src.at(x, y));
-      if (rad > 0.5) {
-        V3 acc;
-        double ws = 0;
-        for (int i = 0; i < 48; ++i) {
-          V2 d = disc(i, 48);
-          V3 t = sample(src, u + rad * d.x / w, v + rad * d.y / h);
-          double wt = 1 + 4 * std::max(luma(t) - 0.8, 0.0);
-          acc = acc + t * wt;
-          ws += wt;
-        }
-        c = acc / ws;
-      }
-      c = floorAt0(saturate(c, P[5]));
-      c = floorAt0((c - all(0.5)) * P[6] + all(0.5));
-      return withAlpha(c, src.at(x, y).a);
-    });
-    EXPECT_TRUE(matches(runFx("fx_tiltshift", src, P), want, kSampled)) << "cy " << P[0] << " angle " << P[4];
+// cy, band, trans, blur (pixels), angle, sat, contrast
+V3 tiltshift(const FxInputs& in, const Ps& P, double, int x, int y) {
+  const Image& src = in.src;
+  const double w = src.w, h = src.h, asp = w / h, u = (x + 0.5) / w, v = (y + 0.5) / h;
+  V2 q = rot({(u - 0.5) * asp, v - P[0] / 100.0}, -P[4]);
+  double k = smooth(0, std::max(P[2] / 100.0, 0.001), std::fabs(q.y) - P[1] / 200.0), rad = k * P[3];
+  V3 c = rgbOf(src.at(x, y));
+  if (rad > 0.5) {
+    V3 acc;
+    double ws = 0;
+    for (int i = 0; i < 48; ++i) {
+      V2 d = disc(i, 48);
+      V3 t = sample(src, u + rad * d.x / w, v + rad * d.y / h);
+      double wt = 1 + 4 * std::max(luma(t) - 0.8, 0.0);
+      acc = acc + t * wt;
+      ws += wt;
+    }
+    c = acc / ws;
   }
-  // Neutral colour and a blur of at most half a pixel: the picture is kept.
-  EXPECT_TRUE(matches(runFx("fx_tiltshift", src, {50, 10, 10, 0.5f, 0, 1, 1}), src));
+  c = floorAt0(saturate(c, P[5]));
+  return floorAt0((c - all(0.5)) * P[6] + all(0.5));
 }
 
-TEST(FxMoreBlurKernels, SpinBlurAveragesFortyJitteredTapsOnTheArc) {
-  const int w = 32, h = 20;
-  const Image src = noisy(w, h, 211, 0.0f, 1.0f);
-  // angle, cx, cy
-  const std::vector<std::vector<float>> cases = {{8, 50, 50}, {40, 20, 70}, {90, 100, 0}};
-  for (const auto& P : cases) {
-    Image want = expected(w, h, [&](int x, int y) {
-      const double asp = double(w) / h, u = (x + 0.5) / w, v = (y + 0.5) / h, cx = P[1] / 100.0, cy = P[2] / 100.0;
-      const V2 d{(u - cx) * asp, v - cy};
-      const double j = hash2(x, y, 5) - 0.5;
-      V3 acc;
-      for (int i = 0; i < 40; ++i) {
-        V2 r = rot(d, P[0] * ((i + j) / 39.0 - 0.5));
-        acc = acc + sample(src, cx + r.x / asp, cy + r.y);
-      }
-      return withAlpha(acc / 40, src.at(x, y).a);
-    });
-    EXPECT_TRUE(matches(runFx("fx_spinblur", src, P), want, kSampled)) << "angle " << P[0];
+// angle, cx, cy: forty taps on the arc, jittered per pixel
+V3 spinblur(const FxInputs& in, const Ps& P, double, int x, int y) {
+  const Image& src = in.src;
+  const double asp = double(src.w) / src.h, u = (x + 0.5) / src.w, v = (y + 0.5) / src.h;
+  const double cx = P[1] / 100.0, cy = P[2] / 100.0;
+  const V2 d{(u - cx) * asp, v - cy};
+  const double j = hash2(x, y, 5) - 0.5;
+  V3 acc;
+  for (int i = 0; i < 40; ++i) {
+    V2 r = rot(d, P[0] * ((i + j) / 39.0 - 0.5));
+    acc = acc + sample(src, cx + r.x / asp, cy + r.y);
   }
-  // No angle: every tap is the pixel itself.
-  EXPECT_TRUE(matches(runFx("fx_spinblur", src, {0, 30, 40}), src, kSampled));
+  return acc / 40;
 }
 
-TEST(FxMoreBlurKernels, ClarityAddsLocalContrastSparingTheExtremes) {
-  const int w = 16, h = 12;
-  const Image src = noisy(w, h, 221, 0.0f, 1.0f), blurred = noisy(w, h, 222, 0.0f, 1.0f);
-  // amount, radius, protect
-  const std::vector<std::vector<float>> cases = {{0.6f, 30, 0.6f}, {2, 30, 0}, {-1, 30, 1}};
-  for (const auto& P : cases) {
-    Image want = expected(w, h, [&](int x, int y) {
-      V3 s = rgbOf(src.at(x, y));
-      double l = luma(s), lb = luma(blurred.at(x, y)), e = sat(2 * std::fabs(l - 0.5));
-      return withAlpha(floorAt0(s + all((l - lb) * P[0] * (1 - P[2] * e * e))), src.at(x, y).a);
-    });
-    EXPECT_TRUE(matches(runFx("fx_clarity", src, P, {.aux = &blurred}), want)) << "amount " << P[0];
-  }
+// amount, radius, protect
+V3 clarity(const FxInputs& in, const Ps& P, double, int x, int y) {
+  V3 s = rgbOf(in.src.at(x, y));
+  double l = luma(s), lb = luma(in.aux.at(x, y)), e = sat(2 * std::fabs(l - 0.5));
+  return floorAt0(s + all((l - lb) * P[0] * (1 - P[2] * e * e)));
 }
 
 // ---------------------------------------------------------------------------------------------
 // Depth (the depth picture in aux, near white)
 
 // density, start, end, hue, tintsat, bright, wisps, speed, ground, invdepth
-V3 depthfog(const Image& src, const Image& dep, int x, int y, const std::vector<float>& P, double time) {
+V3 depthfog(const FxInputs& in, const Ps& P, double time, int x, int y) {
+  const Image &src = in.src, &dep = in.aux;
   const double asp = double(src.w) / src.h, u = (x + 0.5) / src.w, v = (y + 0.5) / src.h;
   const double dist = 1 - depthAt(dep, u, v, P[9]);
   double f = smooth(P[1], std::max<double>(P[2], P[1] + 0.01), dist);
@@ -431,28 +306,9 @@ V3 depthfog(const Image& src, const Image& dep, int x, int y, const std::vector<
   return lerp(rgbOf(src.at(x, y)), fog, f);
 }
 
-TEST(FxMoreDepthKernels, FogThickensWithDistance) {
-  const int w = 40, h = 28;
-  const Image src = noisy(w, h, 301, 0.0f, 1.0f), dep = depthPicture(w, h);
-  const std::vector<std::vector<float>> cases = {
-      {0.7f, 0.25f, 1, 210, 0.15f, 0.85f, 0.3f, 0.5f, 0, 0},
-      {1, 0.1f, 0.6f, 30, 1, 1.2f, 1, 2, 1, 0},
-      {0.9f, 0.5f, 0.2f, 120, 0.5f, 0.5f, 0, 0, 0.5f, 1},  // end before start: a 0.01 ramp
-  };
-  for (const auto& P : cases)
-    for (float time : {0.0f, 3.3f}) {
-      Image want = expected(w, h, [&](int x, int y) { return withAlpha(depthfog(src, dep, x, y, P, time), src.at(x, y).a); });
-      EXPECT_TRUE(matches(runFx("fx_depthfog", src, P, {.aux = &dep, .time = time}), want, kSampled))
-          << "start " << P[1] << " time " << time;
-    }
-  // Without a depth input the engine passes the picture itself: its own luminance is the depth.
-  const auto& P = cases[0];
-  Image want = expected(w, h, [&](int x, int y) { return withAlpha(depthfog(src, src, x, y, P, 1), src.at(x, y).a); });
-  EXPECT_TRUE(matches(runFx("fx_depthfog", src, P, {.time = 1}), want, kSampled));
-}
-
 // focus, range, blur (pixels), bokeh, show, invdepth
-V3 depthdof(const Image& src, const Image& dep, int x, int y, const std::vector<float>& P) {
+V3 depthdof(const FxInputs& in, const Ps& P, double, int x, int y) {
+  const Image &src = in.src, &dep = in.aux;
   const double u = (x + 0.5) / src.w, v = (y + 0.5) / src.h, R = P[2];
   auto coc = [&](double z) { return sat((std::fabs(z - P[0]) - std::max<double>(P[1], 0.001) / 2) / 0.3) * R; };
   const double zc = depthAt(dep, u, v, P[5]), cc = coc(zc);
@@ -474,34 +330,9 @@ V3 depthdof(const Image& src, const Image& dep, int x, int y, const std::vector<
   return c;
 }
 
-TEST(FxMoreDepthKernels, DepthOfFieldBlursByTheCircleOfConfusion) {
-  const int w = 32, h = 24;
-  const Image src = noisy(w, h, 311, 0.0f, 1.3f), dep = depthPicture(w, h);
-  const std::vector<std::vector<float>> cases = {
-      {0.75f, 0.08f, 4, 1, 0, 0}, {0.3f, 0.2f, 6, 3, 0, 0}, {0.5f, 0, 3, 0, 1, 1}, {0.9f, 0.6f, 5, 0.5f, 1, 0}};
-  for (const auto& P : cases) {
-    Image want = expected(w, h, [&](int x, int y) { return withAlpha(depthdof(src, dep, x, y, P), src.at(x, y).a); });
-    EXPECT_TRUE(matches(runFx("fx_depthdof", src, P, {.aux = &dep}), want, kSampled)) << "focus " << P[0] << " blur " << P[2];
-  }
-  // A maximum blur of half a pixel or less gives the source.
-  EXPECT_TRUE(matches(runFx("fx_depthdof", src, {0.1f, 0, 0.5f, 3, 0, 0}, {.aux = &dep}), src));
-  // A sharp foreground (near, white depth, left half, in focus) takes nothing from the blurred
-  // background beside it, whose own circle of confusion would otherwise reach over it.
-  const Rgba fore{0.2f, 0.6f, 0.3f, 1};
-  Image split = storedPicture(w, h, [&](int x, int) { return x < w / 2 ? Rgba{1, 1, 1, 1} : Rgba{0, 0, 0, 1}; });
-  Image pic = storedPicture(w, h, [&](int x, int y) {
-    return x < w / 2 ? fore : ((x + y) % 2) ? Rgba{0.9f, 0.1f, 0.1f, 1} : Rgba{0.1f, 0.1f, 0.9f, 1};
-  });
-  Image got = runFx("fx_depthdof", pic, {1, 0.1f, 4, 0, 0, 0}, {.aux = &split});
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x <= w / 2 - 2; ++x) EXPECT_TRUE(matches(Image(1, 1, got.at(x, y)), Image(1, 1, fore))) << x << "," << y;
-  // The checked background is blurred towards the mean of its two colours.
-  EXPECT_NEAR(got.at(w - 6, 10).r, 0.5f, 0.15f);
-  EXPECT_NEAR(got.at(w - 5, 10).r, 0.5f, 0.15f);
-}
-
 // lx, ly, height, intensity, hue, tintsat, relief, shadow, spec, falloff, smooth (pixels), invdepth
-V3 depthrelight(const Image& src, const Image& dep, int x, int y, const std::vector<float>& P) {
+V3 depthrelight(const FxInputs& in, const Ps& P, double, int x, int y) {
+  const Image &src = in.src, &dep = in.aux;
   const double w = src.w, h = src.h, asp = w / h, u = (x + 0.5) / w, v = (y + 0.5) / h, inv = P[11];
   const double st = std::max<double>(P[10], 1);
   const double gx = (depthAt(dep, u + st / w, v, inv) - depthAt(dep, u - st / w, v, inv)) * h / (2 * st);
@@ -519,22 +350,9 @@ V3 depthrelight(const Image& src, const Image& dep, int x, int y, const std::vec
   return s * (1 - P[7] + P[7] * sat(1.6 * sh)) + s * tint * (sh * P[3]) + tint * (spec * att * P[3]);
 }
 
-TEST(FxMoreDepthKernels, RelightShadesTheDepthSurfaceFromAPointLight) {
-  const int w = 40, h = 28;
-  const Image src = noisy(w, h, 321, 0.0f, 1.0f), dep = depthPicture(w, h);
-  const std::vector<std::vector<float>> cases = {
-      {25, 25, 0.6f, 1, 35, 0.4f, 2, 0.5f, 0.2f, 1, 4, 0},
-      {80, 60, 0.2f, 2.5f, 200, 1, 8, 1, 1, 3, 1, 0},
-      {-50, 150, 2, 0.5f, 0, 0, 0.5f, 0, 0.5f, 0, 2.5f, 1},
-  };
-  for (const auto& P : cases) {
-    Image want = expected(w, h, [&](int x, int y) { return withAlpha(depthrelight(src, dep, x, y, P), src.at(x, y).a); });
-    EXPECT_TRUE(matches(runFx("fx_depthrelight", src, P, {.aux = &dep}), want, kSampled)) << "light " << P[0] << "," << P[1];
-  }
-}
-
 // ox, oy, dolly, pivot, anim, period, invdepth
-V3 depthparallax(const Image& src, const Image& dep, int x, int y, const std::vector<float>& P, double time) {
+V3 depthparallax(const FxInputs& in, const Ps& P, double time, int x, int y) {
+  const Image &src = in.src, &dep = in.aux;
   const double u = (x + 0.5) / src.w, v = (y + 0.5) / src.h;
   V2 off{P[0] / 100.0, P[1] / 100.0};
   double zk = P[2];
@@ -561,52 +379,172 @@ V3 depthparallax(const Image& src, const Image& dep, int x, int y, const std::ve
   return sample(src, q.x, q.y);
 }
 
-TEST(FxMoreDepthKernels, ParallaxMarchesTheRayToTheDepthSurface) {
-  const int w = 40, h = 28;
-  const Image src = noisy(w, h, 331, 0.0f, 1.0f), dep = depthPicture(w, h);
-  const std::vector<std::vector<float>> cases = {
-      {2, 0, 0.05f, 0.5f, 0, 6, 0}, {8, -5, -0.2f, 0.2f, 1, 4, 0}, {-6, 4, 0.3f, 0.8f, 2, 3, 1}, {10, 10, 0.1f, 0, 1, 0.05f, 0}};
-  for (const auto& P : cases)
-    for (float time : {0.0f, 1.3f}) {
-      Image want = expected(w, h, [&](int x, int y) { return withAlpha(depthparallax(src, dep, x, y, P, time), src.at(x, y).a); });
-      EXPECT_TRUE(matches(runFx("fx_depthparallax", src, P, {.aux = &dep, .time = time}), want, kSampled))
-          << "offset " << P[0] << "," << P[1] << " anim " << P[4] << " time " << time;
-    }
-  // A depth of black everywhere: no surface before the farthest step, where the ray ends.
-  const Image far(w, h, {0, 0, 0, 1});
-  const std::vector<float> P = {5, -3, 0.1f, 0.4f, 0, 6, 0};
-  Image want = expected(w, h, [&](int x, int y) {
-    const double crop = 1 + 0.08 + 0.05, g = 1 - 0.1 * 0.4;
-    double bu = ((x + 0.5) / w - 0.5) / crop, bv = ((y + 0.5) / h - 0.5) / crop;
-    return withAlpha(sample(src, 0.5 + (bu + 0.05 * 0.4) / g, 0.5 + (bv - 0.03 * 0.4) / g), src.at(x, y).a);
-  });
-  EXPECT_TRUE(matches(runFx("fx_depthparallax", src, P, {.aux = &far}), want, kSampled));
+// A depth of black everywhere: no surface before the farthest step, where the ray ends; worked out
+// by hand for the parameters (5, -3, 0.1, 0.4, 0, 6, 0).
+V3 parallaxToTheFarthestStep(const FxInputs& in, const Ps&, double, int x, int y) {
+  const Image& src = in.src;
+  const double crop = 1 + 0.08 + 0.05, g = 1 - 0.1 * 0.4;
+  double bu = ((x + 0.5) / src.w - 0.5) / crop, bv = ((y + 0.5) / src.h - 0.5) / crop;
+  return sample(src, 0.5 + (bu + 0.05 * 0.4) / g, 0.5 + (bv - 0.03 * 0.4) / g);
 }
 
 // ---------------------------------------------------------------------------------------------
-// Animation: a frame is a pure function of the time.
+// The tables
 
-TEST(FxMoreAnimatedKernels, TheSameTimeGivesTheSamePictureAndAnotherTimeAnother) {
-  const int w = 32, h = 24;
-  const Image src = noisy(w, h, 401, 0.0f, 1.4f), dep = depthPicture(w, h);
-  struct Case {
-    std::string kernel;
-    std::vector<float> P;
-    const Image* aux;
+std::vector<FxRow> lightRows() {
+  const Image shaftsSrc = noisy(32, 24, 101, 0.0f, 1.4f), flareSrc = noisy(48, 32, 131, 0.0f, 0.6f);
+  const Image mistSrc = noisy(16, 12, 151, 0.0f, 1.2f), mistBlur = noisy(16, 12, 152, 0.0f, 1.4f);
+  const std::vector<float> follow = {66, 37, 1, 1, 0.7f, 0.5f, 0.6f, 30, 1};
+  // Following the source's brightness: the light sits on a lit patch.
+  Image litPatch = flareSrc;
+  for (int y = 8; y < 16; ++y)
+    for (int x = 24; x < 40; ++x) litPatch.at(x, y) = {0.7f, 0.7f, 0.7f, 1};
+  std::vector<std::vector<float>> sides;  // the leak from each side and from all round
+  for (int side = 0; side <= 4; ++side) sides.push_back({1.5f, 20, 330, float(side), 0.6f, 0.8f, float(3 + side * 7)});
+  const std::vector<std::vector<float>> mistCases = {
+      {0.4f, 30, 0.55f, 0.2f, 0.03f}, {1, 30, 0.2f, 1, 0.2f}, {0.7f, 30, 1, 0.5f, 0}};
+  return {
+      {"shafts", "fx_shafts", shaftsSrc, {}, {},
+       {
+           {50, 25, 0.5f, 0.72f, 0.9f, 40, 0.3f, 0, 0.7f},  // defaults
+           {20, 80, 0.9f, 0.5f, 1.5f, 200, 0.8f, 0, 1.0f},  // centre low left, strong beams
+           {110, -10, 0.3f, 0.9f, 2.0f, 0, 1.0f, 1, 0.0f},  // centre outside, rays alone, no beams
+       },
+       lit(shafts), kSampled, {1, 1}, {0.0f, 4.5f}},
+      {"prismglow", "fx_prismglow", noisy(24, 16, 111, 0.0f, 1.0f), noisy(24, 16, 112, 0.0f, 1.5f), {},
+       {{0.78f, 30, 0.5f, 0.03f, 1.2f}, {0.3f, 30, 1.5f, 0.15f, 2.0f}, {0.5f, 30, 1.0f, 0.1f, 0.0f}}, lit(prismglow)},
+      {"glints", "fx_glints", noisy(32, 24, 121, 0.0f, 1.2f), {}, {},
+       {{0.85f, 12, 0, 45, 1, 0.3f}, {0.6f, 9, 1, 10, 0.5f, 1}, {0.7f, 15, 2, -120, 0.7f, 0}, {0.7f, 15, 5, 0, 0.3f, 0.5f}},
+       lit(glints)},
+      {"flare", "fx_flare", flareSrc, {}, {},
+       {
+           {72, 28, 1, 1, 0.7f, 0.5f, 0.6f, 30, 0},  // defaults
+           {20, 70, 0.6f, 2.5f, 2, 2, 0, 200, 0},    // big, no streak
+           {105, -10, 1.5f, 0.4f, 1, 1, 2, 310, 0},  // light outside the picture
+       },
+       lit(flare)},
+      {"flare_follows_the_brightness", "fx_flare", litPatch, {}, {}, {follow}, lit(flare)},
+      {"lightleak", "fx_lightleak", noisy(48, 32, 141, 0.0f, 0.9f), {}, {}, sides, lit(lightleak), kSampled, {1, 1},
+       {0.0f, 2.7f}},
+      {"mist", "fx_mist", mistSrc, mistBlur, {}, mistCases, lit(mist), kStep},
+      {"mist_within_the_matte", "fx_mist", mistSrc, mistBlur, noisy(16, 12, 153, 0, 1), mistCases, lit(mist), kStep},
+      {"halation", "fx_halation", noisy(16, 12, 161, 0.0f, 1.2f), noisy(16, 12, 162, 0.0f, 1.2f), {},
+       {{0.6f, 10, 0.6f, 8, 0}, {0.3f, 10, 2, 200, 1}, {0.98f, 10, 1, 40, 0}}, lit(halation), kStep},
+      {"neon", "fx_neon", noisy(24, 16, 171, 0.0f, 1.0f), noisy(24, 16, 172, 0.2f, 0.6f), {},
+       {{0.45f, 8, 1.5f, 190, 0, 0.15f}, {0.2f, 5, 0.8f, 0, 1, 1}, {0.9f, 1, 0.5f, 300, 0, 0.5f}}, lit(neon)},
   };
-  const Case cases[] = {
-      {"fx_shafts", {50, 25, 0.5f, 0.72f, 0.9f, 40, 0.3f, 0, 1}, nullptr},
-      {"fx_lightleak", {1, 20, 330, 4, 0.5f, 0.3f, 1}, nullptr},
-      {"fx_depthfog", {0.7f, 0.25f, 1, 210, 0.15f, 0.85f, 0.8f, 1, 0, 0}, &dep},
-      {"fx_depthparallax", {2, 0, 0.05f, 0.5f, 1, 6, 0}, &dep},
-  };
-  for (const auto& c : cases) {
-    Image a = runFx(c.kernel, src, c.P, {.aux = c.aux, .time = 1.25f});
-    Image again = runFx(c.kernel, src, c.P, {.aux = c.aux, .time = 1.25f});
-    Image later = runFx(c.kernel, src, c.P, {.aux = c.aux, .time = 2.5f});
-    EXPECT_TRUE(samePicture(a, again)) << c.kernel << " isn't reproducible";
-    EXPECT_GT(largestDifference(a, later, Channels::rgb), 0.01) << c.kernel << " doesn't move with the time";
-  }
 }
 
+std::vector<FxRow> blurRows() {
+  return {
+      {"tiltshift", "fx_tiltshift", noisy(32, 24, 201, 0.0f, 1.3f), {}, {},
+       {{55, 15, 25, 3, 0, 1.25f, 1.1f}, {30, 10, 40, 5, 30, 2, 0.5f}, {50, 0, 1, 2.5f, -90, 0, 1.6f}, {60, 20, 20, 0.4f, 10, 1, 1}},
+       lit(tiltshift)},
+      {"spinblur", "fx_spinblur", noisy(32, 20, 211, 0.0f, 1.0f), {}, {}, {{8, 50, 50}, {40, 20, 70}, {90, 100, 0}},
+       lit(spinblur)},
+      {"clarity", "fx_clarity", noisy(16, 12, 221, 0.0f, 1.0f), noisy(16, 12, 222, 0.0f, 1.0f), {},
+       {{0.6f, 30, 0.6f}, {2, 30, 0}, {-1, 30, 1}}, lit(clarity), kStep},
+  };
+}
+
+std::vector<FxRow> depthRows() {
+  const Image fogSrc = noisy(40, 28, 301, 0.0f, 1.0f), dep40 = depthPicture(40, 28);
+  const std::vector<float> fogDefaults = {0.7f, 0.25f, 1, 210, 0.15f, 0.85f, 0.3f, 0.5f, 0, 0};
+  return {
+      {"depthfog", "fx_depthfog", fogSrc, dep40, {},
+       {
+           fogDefaults,
+           {1, 0.1f, 0.6f, 30, 1, 1.2f, 1, 2, 1, 0},
+           {0.9f, 0.5f, 0.2f, 120, 0.5f, 0.5f, 0, 0, 0.5f, 1},  // end before start: a 0.01 ramp
+       },
+       lit(depthfog), kSampled, {1, 1}, {0.0f, 3.3f}},
+      // Without a depth input the engine passes the picture itself: its own luminance is the depth.
+      {"depthfog_without_depth", "fx_depthfog", fogSrc, {}, {}, {fogDefaults}, lit(depthfog), kSampled, {1, 1}, {1.0f}},
+      {"depthdof", "fx_depthdof", noisy(32, 24, 311, 0.0f, 1.3f), depthPicture(32, 24), {},
+       {{0.75f, 0.08f, 4, 1, 0, 0}, {0.3f, 0.2f, 6, 3, 0, 0}, {0.5f, 0, 3, 0, 1, 1}, {0.9f, 0.6f, 5, 0.5f, 1, 0}},
+       lit(depthdof)},
+      {"depthrelight", "fx_depthrelight", noisy(40, 28, 321, 0.0f, 1.0f), dep40, {},
+       {
+           {25, 25, 0.6f, 1, 35, 0.4f, 2, 0.5f, 0.2f, 1, 4, 0},
+           {80, 60, 0.2f, 2.5f, 200, 1, 8, 1, 1, 3, 1, 0},
+           {-50, 150, 2, 0.5f, 0, 0, 0.5f, 0, 0.5f, 0, 2.5f, 1},
+       },
+       lit(depthrelight)},
+      {"depthparallax", "fx_depthparallax", noisy(40, 28, 331, 0.0f, 1.0f), dep40, {},
+       {{2, 0, 0.05f, 0.5f, 0, 6, 0}, {8, -5, -0.2f, 0.2f, 1, 4, 0}, {-6, 4, 0.3f, 0.8f, 2, 3, 1}, {10, 10, 0.1f, 0, 1, 0.05f, 0}},
+       lit(depthparallax), kSampled, {1, 1}, {0.0f, 1.3f}},
+      {"depthparallax_without_a_surface", "fx_depthparallax", noisy(40, 28, 331, 0.0f, 1.0f), Image(40, 28, {0, 0, 0, 1}),
+       {}, {{5, -3, 0.1f, 0.4f, 0, 6, 0}}, lit(parallaxToTheFarthestStep)},
+  };
+}
+
+class FxMoreLightDepth : public ::testing::TestWithParam<FxRow> {};
+
 }  // namespace
+
+TEST_P(FxMoreLightDepth, MatchesItsReference) { checkRow(GetParam()); }
+INSTANTIATE_TEST_SUITE_P(Light, FxMoreLightDepth, ::testing::ValuesIn(lightRows()), rowName);
+INSTANTIATE_TEST_SUITE_P(Blur, FxMoreLightDepth, ::testing::ValuesIn(blurRows()), rowName);
+INSTANTIATE_TEST_SUITE_P(Depth, FxMoreLightDepth, ::testing::ValuesIn(depthRows()), rowName);
+
+// ---------------------------------------------------------------------------------------------
+// What the references alone cannot show
+
+TEST(FxMoreLightKernels, SettingsThatLeaveThePictureAsItIs) {
+  const Image black(48, 32, {0, 0, 0, 0.5f});
+  const Image tilt = noisy(32, 24, 201, 0.0f, 1.3f), spin = noisy(32, 20, 211, 0.0f, 1.0f);
+  const IdentityRow rows[] = {
+      // Nothing above the threshold: no rays at all.
+      {"fx_shafts", noisy(32, 24, 102, 0.0f, 0.5f), {}, {50, 25, 0.5f, 0.72f, 0.9f, 40, 0.3f, 0, 0.7f}},
+      // White stays white: the leak only fills what is left below 1.
+      {"fx_lightleak", Image(48, 32, {1, 1, 1, 1}), {}, {2, 20, 330, 4, 1, 0.3f, 1}},
+      // A flare that follows the brightness draws nothing where the light is covered.
+      {"fx_flare", black, {}, {66, 37, 1, 1, 0.7f, 0.5f, 0.6f, 30, 1}},
+      // Neutral colour and a blur of at most half a pixel.
+      {"fx_tiltshift", tilt, {}, {50, 10, 10, 0.5f, 0, 1, 1}},
+      // No angle: every tap is the pixel itself.
+      {"fx_spinblur", spin, {}, {0, 30, 40}, kSampled},
+      // A maximum blur of half a pixel or less.
+      {"fx_depthdof", noisy(32, 24, 311, 0.0f, 1.3f), depthPicture(32, 24), {0.1f, 0, 0.5f, 3, 0, 0}},
+  };
+  for (const auto& row : rows) checkIdentity(row);
+}
+
+TEST(FxMoreLightKernels, GlintsOfFourBranchesFollowTheRowAndTheColumnOnly) {
+  const int w = 32, h = 24;
+  Image dot(w, h, {0, 0, 0, 1});
+  dot.at(16, 12) = {4, 4, 4, 1};
+  Image got = runFx("fx_glints", dot, {0.5f, 20, 0, 0, 1, 0});
+  EXPECT_GT(got.at(26, 12).r, 0.05f);
+  EXPECT_GT(got.at(16, 4).r, 0.05f);
+  EXPECT_EQ(got.at(26, 4).r, 0.0f);
+  EXPECT_EQ(got.at(22, 18).r, 0.0f);
+}
+
+TEST(FxMoreDepthKernels, DepthOfFieldKeepsASharpForegroundFreeOfTheBackground) {
+  // A sharp foreground (near, white depth, left half, in focus) takes nothing from the blurred
+  // background beside it, whose own circle of confusion would otherwise reach over it.
+  const int w = 32, h = 24;
+  const Rgba fore{0.2f, 0.6f, 0.3f, 1};
+  Image split = storedPicture(w, h, [&](int x, int) { return x < w / 2 ? Rgba{1, 1, 1, 1} : Rgba{0, 0, 0, 1}; });
+  Image pic = storedPicture(w, h, [&](int x, int y) {
+    return x < w / 2 ? fore : ((x + y) % 2) ? Rgba{0.9f, 0.1f, 0.1f, 1} : Rgba{0.1f, 0.1f, 0.9f, 1};
+  });
+  Image got = runFx("fx_depthdof", pic, {1, 0.1f, 4, 0, 0, 0}, {.aux = &split});
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x <= w / 2 - 2; ++x) EXPECT_TRUE(matches(Image(1, 1, got.at(x, y)), Image(1, 1, fore))) << x << "," << y;
+  // The checked background is blurred towards the mean of its two colours.
+  EXPECT_NEAR(got.at(w - 6, 10).r, 0.5f, 0.15f);
+  EXPECT_NEAR(got.at(w - 5, 10).r, 0.5f, 0.15f);
+}
+
+TEST(FxMoreAnimatedKernels, TheSameTimeGivesTheSamePictureAndAnotherTimeAnother) {
+  const Image src = noisy(32, 24, 401, 0.0f, 1.4f), dep = depthPicture(32, 24);
+  const TimeRow rows[] = {
+      {"fx_shafts", {50, 25, 0.5f, 0.72f, 0.9f, 40, 0.3f, 0, 1}, 1.25f, 2.5f, 0.01, Channels::rgb},
+      {"fx_lightleak", {1, 20, 330, 4, 0.5f, 0.3f, 1}, 1.25f, 2.5f, 0.01, Channels::rgb},
+      {"fx_depthfog", {0.7f, 0.25f, 1, 210, 0.15f, 0.85f, 0.8f, 1, 0, 0}, 1.25f, 2.5f, 0.01, Channels::rgb, &dep},
+      {"fx_depthparallax", {2, 0, 0.05f, 0.5f, 1, 6, 0}, 1.25f, 2.5f, 0.01, Channels::rgb, &dep},
+  };
+  for (const auto& row : rows) checkTime(src, row);
+}
