@@ -2,17 +2,13 @@
 
 #include <algorithm>
 
-#include "document/app_model.h"
 #include "engine/engine.h"
-#include "platform/scheduler.h"
+#include "temp_model.h"
 
 using namespace ombrik;
 
 namespace {
-struct Graph {
-  std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
-  AppModel m{AppModel::Options{.blankStart = true, .withEngine = false, .scheduler = clock}};
-  Uuid add(const char* kind, Point at = {0, 0}) { return m.addNode(*NodeKind::find(kind), at); }
+struct Graph : test::GraphDesk {
   std::vector<const Edge*> into(const Uuid& to, int port) {
     std::vector<const Edge*> out;
     for (const auto& e : m._edges)
@@ -98,7 +94,7 @@ TEST(GraphEditing, DeletingNodes) {
   g.m.select(a, true);
   g.m.select(c, true);
   g.m.deleteSelection();
-  EXPECT_EQ(g.m._nodes.size(), 1u);
+  ASSERT_EQ(g.m._nodes.size(), 1u);
   EXPECT_EQ(g.m._nodes[0].id, out);
   EXPECT_FALSE(g.m._selected);
 }
@@ -152,13 +148,37 @@ TEST(GraphEditing, PastedCopiesAreIndependentAndKeepInnerWires) {
   EXPECT_EQ(g.m._selection.size(), 2u);
 }
 
-TEST(GraphEditing, PlaceholderRecentKindsAndDefaultGraph) {
+TEST(GraphEditing, StartingWorldsRecentKindsAndDefaultGraph) {
   auto clock = std::make_shared<ManualScheduler>();
   AppModel installed(AppModel::Options{.installed = true, .withEngine = false, .scheduler = clock});
   EXPECT_TRUE(installed.currentBatch()->placeholder);
   installed.addNode(*NodeKind::find("media"), {0, 0});  // the second node makes it a real world
   installed.saveCurrentBatch();
   EXPECT_FALSE(installed.currentBatch()->placeholder);
+
+  AppModel blank(AppModel::Options{.installed = false, .blankStart = true, .withEngine = false, .scheduler = clock});
+  ASSERT_EQ(blank._batches.size(), 1u);
+  const Batch& world = blank._batches[0];
+  EXPECT_EQ(world.name, "Batch_01");
+  EXPECT_FALSE(world.placeholder);
+  EXPECT_EQ(blank._currentBatchID, world.id);
+  ASSERT_EQ(blank._nodes.size(), 1u);
+  EXPECT_EQ(blank._nodes[0].kind->id, "output");
+  EXPECT_TRUE(blank._edges.empty());
+  EXPECT_EQ(blank.layout.position(blank._nodes[0].id), (Point{600, 140}));
+  EXPECT_EQ(world.nodes, blank._nodes);
+  EXPECT_EQ(world.positions, blank.layout.positions());
+  EXPECT_EQ(blank._fps, 25);
+  EXPECT_EQ(blank._previewScale, 1);
+  EXPECT_TRUE(blank._media.empty());
+  EXPECT_TRUE(blank._status.empty());
+  // The open world lags its batch until saved.
+  blank._nodes.push_back(Node(NodeKind::color()));
+  blank.layout.set(blank._nodes.back().id, {100, 100});
+  EXPECT_EQ(blank.currentBatch()->nodes.size(), 1u);
+  blank.saveCurrentBatch();
+  EXPECT_EQ(blank.currentBatch()->nodes, blank._nodes);
+  EXPECT_EQ(blank.currentBatch()->positions.size(), 2u);
 
   Graph g;
   for (const char* k : {"color", "grain", "glow", "blur", "color", "mask", "sharpen", "dot", "output", "mux"}) g.add(k);

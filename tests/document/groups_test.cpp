@@ -4,21 +4,16 @@
 
 #include <algorithm>
 
-#include "document/app_model.h"
 #include "groups/group_fold.h"
-#include "platform/scheduler.h"
+#include "temp_model.h"
 
 using namespace ombrik;
 
 namespace {
 
-struct World {
-  std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
-  AppModel m{AppModel::Options{.blankStart = true, .withEngine = false, .scheduler = clock}};
-  Uuid add(const char* kind, double x, double y = 100) { return m.addNode(*NodeKind::find(kind), {x, y}); }
+struct World : test::GraphDesk {
+  Uuid add(const char* kind, double x, double y = 100) { return GraphDesk::add(kind, {x, y}); }
   void wire(Uuid a, Uuid b, int port = 0, int fromPort = 0) { m.connect(a, b, port, fromPort); }
-  void settle() { clock->advance(1); }  // lets the history take its step
-  const Node& node(const Uuid& id) { return *m.nodeByID(id); }
 };
 
 // Wires without their ids, which every fold renews.

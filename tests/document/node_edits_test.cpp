@@ -1,25 +1,15 @@
-// A node's own menu: renamed, duplicated, and each change one step of the history.
+// A node's own menu: renamed, duplicated, held on the viewer or the inspector, bypassed; each change
+// of the graph one step of the history.
 #include <gtest/gtest.h>
 
-#include "document/app_model.h"
-#include "document/history_state.h"
-#include "platform/scheduler.h"
+#include "temp_model.h"
 
 using namespace ombrik;
 
-namespace {
-struct Desk {
-  std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
-  AppModel m{AppModel::Options{.blankStart = true, .withEngine = false, .scheduler = clock}};
-  Uuid add(const char* kind, Point at) { return m.addNode(*NodeKind::find(kind), at); }
-  void pause() { clock->advance(HistoryState::kQuiet + 0.1); }
-};
-}  // namespace
-
-TEST(NodeEdits, RenameTrimsAndFallsBackToTheKindsTitle) {
-  Desk d;
-  const Uuid blur = d.add("blur", {200, 140});
-  const std::string kindTitle = d.m.nodeByID(blur)->kind->title.value();
+TEST(NodeEdits, RenameTrimsFallsBackToTheKindsTitleAndIsOneUndoStep) {
+  test::GraphDesk d;
+  const Uuid blur = d.start("blur", {200, 140});
+  const std::string kindTitle = d.node(blur).kind->title.value();
   struct Case {
     const char* typed;
     const char* name;   // what the node keeps
@@ -34,26 +24,21 @@ TEST(NodeEdits, RenameTrimsAndFallsBackToTheKindsTitle) {
   };
   for (const Case& c : cases) {
     d.m.renameNode(blur, c.typed);
-    EXPECT_EQ(d.m.nodeByID(blur)->name, c.name) << c.typed;
-    EXPECT_EQ(d.m.nodeByID(blur)->title(), c.shown) << c.typed;
+    EXPECT_EQ(d.node(blur).name, c.name) << c.typed;
+    EXPECT_EQ(d.node(blur).title(), c.shown) << c.typed;
   }
   d.m.renameNode(Uuid::generate(), "personne");  // unknown ids are ignored
-}
-
-TEST(NodeEdits, RenameIsOneUndoStep) {
-  Desk d;
-  const Uuid blur = d.add("blur", {200, 140});
-  d.pause();
+  d.settle();
   d.m.renameNode(blur, "Fond");
-  d.pause();
+  d.settle();
   d.m.undo();
-  EXPECT_EQ(d.m.nodeByID(blur)->name, "");
+  EXPECT_EQ(d.node(blur).name, "");
   d.m.redo();
-  EXPECT_EQ(d.m.nodeByID(blur)->name, "Fond");
+  EXPECT_EQ(d.node(blur).name, "Fond");
 }
 
 TEST(NodeEdits, DuplicateKeepsInnerWiresAndLeavesTheClipboard) {
-  Desk d;
+  test::GraphDesk d;
   const Uuid output = d.m._nodes.front().id;
   const Uuid color = d.add("color", {200, 140}), blur = d.add("blur", {400, 140});
   d.m.connect(color, blur, 0, 0);
@@ -78,4 +63,53 @@ TEST(NodeEdits, DuplicateKeepsInnerWiresAndLeavesTheClipboard) {
   EXPECT_EQ(toOutput, 1) << "the wire to a node left out is not";
   ASSERT_EQ(d.m.copiedNodes.size(), 1u);
   EXPECT_EQ(d.m.copiedNodes.front().id, color) << "the clipboard still holds what was copied";
+}
+
+TEST(NodeEdits, ViewAndInspectorLocksMoveAndRelease) {
+  test::GraphDesk d;
+  const Uuid color = d.add("color"), blur = d.start("blur", {200, 0});
+  d.m.toggleViewLock(color);
+  EXPECT_TRUE(d.m._viewLocked);
+  EXPECT_TRUE(d.m.renderQueued);
+  EXPECT_EQ(d.m._status.rfind("Vue verrouillée : Réglage couleur", 0), 0u) << d.m._status;
+  d.m.select(blur);
+  EXPECT_EQ(d.m.displayedNodeID(), color);
+  // Another node moves the lock; the locked node again releases it.
+  d.m.toggleViewLock(blur);
+  EXPECT_TRUE(d.m._viewLocked);
+  EXPECT_EQ(d.m.displayedNodeID(), blur);
+  d.m.toggleViewLock(blur);
+  EXPECT_FALSE(d.m._viewLocked);
+  EXPECT_EQ(d.m._status, "Vue verrouillée retirée : le viewer suit à nouveau la sélection.");
+  d.m.toggleViewLock(Uuid::generate());
+  EXPECT_FALSE(d.m._viewLocked) << "a node that isn't there locks nothing";
+
+  d.m.toggleInspectorLock(color);
+  EXPECT_EQ(d.m.inspectorLock, color);
+  EXPECT_EQ(d.m._status, "Réglages verrouillés sur Réglage couleur · double-clic pour libérer ou changer.");
+  d.m.toggleInspectorLock(blur);
+  EXPECT_EQ(d.m.inspectorLock, blur);
+  d.m.toggleInspectorLock(blur);
+  EXPECT_FALSE(d.m.inspectorLock);
+  EXPECT_EQ(d.m._status, "Réglages libérés : le panneau suit à nouveau la sélection.");
+}
+
+TEST(NodeEdits, BypassIsAnUndoableChangeOfTheGraph) {
+  test::GraphDesk d;
+  const Uuid color = d.start("color");
+  d.m.setBypass(color, false);  // unchanged: nothing to record
+  d.settle();
+  EXPECT_TRUE(d.m.history.undo.empty());
+  EXPECT_FALSE(d.m.renderQueued);
+
+  d.m.setBypass(color, true);
+  EXPECT_TRUE(d.node(color).bypass);
+  EXPECT_TRUE(d.m.renderQueued) << "the picture follows";
+  d.settle();
+  EXPECT_EQ(d.m.history.undo.size(), 1u);
+  d.m.undo();
+  EXPECT_FALSE(d.node(color).bypass);
+  d.m.redo();
+  EXPECT_TRUE(d.node(color).bypass);
+  d.m.setBypass(Uuid::generate(), true);  // a node that isn't there: no harm
 }

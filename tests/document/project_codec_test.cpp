@@ -99,6 +99,36 @@ std::vector<std::tuple<Uuid, Uuid, int, int>> wires(const Batch& b) {
   return out;
 }
 
+const std::string kTooDeep = "imbrication trop profonde : plus de 512 niveaux";
+const std::string kGroupsTooDeep = "groupes imbriqués sur plus de 64 niveaux";
+
+std::string nested(int depth) { return std::string(depth, '[') + std::string(depth, ']'); }
+std::string project(const std::string& nodes, const std::string& extra = "", const std::string& edges = "") {
+  return R"({"version":1,"media":[],"recent":[],)" + extra +
+         R"("batches":[{"id":"0E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8","name":"W","positions":{},"edges":[)" + edges +
+         R"(],"nodes":[)" + nodes + "]}]}";
+}
+std::string nodeText(const std::string& id, const char* kind, const std::string& params, const std::string& more = "") {
+  return R"({"id":")" + id + R"(","kind":")" + kind + R"(","params":)" + params +
+         R"(,"bypass":false,"track":{},"shape":[],"shapeClosed":false,"ellipse":false,"magicPoints":[],"magicFrame":0,"prompt":"")" +
+         more + "}";
+}
+// A group holding a group… `levels` deep over a colour node, built front to back (linear time).
+std::string nestedGroups(int levels) {
+  std::vector<std::string> ids;
+  for (int i = 0; i <= levels; ++i) ids.push_back(Uuid::generate().toString());
+  std::string text;
+  for (int i = 0; i < levels; ++i) {
+    text += nodeText(ids[i], "group", "{}", R"(,"group":{"name":"G","nodes":[)");
+    text.pop_back();  // the node's closing brace comes after its group
+  }
+  text += nodeText(ids[levels], "color", "{}");
+  for (int i = levels - 1; i >= 0; --i)
+    text += R"(],"edges":[],"positions":{},"inputs":[],"controls":[],"output":")" + ids[i + 1] + "\"}}";
+  return project(text);
+}
+int groupLevels(const Node& n) { return n.group ? 1 + groupLevels(n.group->nodes.at(0)) : 0; }
+
 const char* kMinimal = R"({
   "version": 1, "media": [], "recent": [],
   "batches": [{
@@ -213,14 +243,7 @@ TEST(ProjectCodec, DamagedRowsAndKeysAreSkippedOneByOne) {
 }
 
 TEST(ProjectCodec, OldFilesAreCorrected) {
-  auto world = [](const std::string& nodes, const std::string& edges) {
-    return R"({"version":1,"media":[],"recent":[],"batches":[{"id":"0E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8","name":"W","positions":{},"nodes":[)" +
-           nodes + "],\"edges\":[" + edges + "]}]}";
-  };
-  auto nodeText = [](const char* id, const char* kind, const char* params) {
-    return std::string(R"({"id":")") + id + R"(","kind":")" + kind + R"(","params":)" + params +
-           R"(,"bypass":false,"track":{},"shape":[],"shapeClosed":false,"ellipse":false,"magicPoints":[],"magicFrame":0,"prompt":""})";
-  };
+  auto world = [](const std::string& nodes, const std::string& edges) { return project(nodes, "", edges); };
   const char* A = "1E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8";
   const char* C = "2E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8";
   const std::string edge = std::string(R"({"from":")") + A + R"(","to":")" + C + R"(","port":4})";
@@ -320,37 +343,6 @@ TEST(ProjectCodec, GroupNodesKeepTheirInnerGraph) {
   EXPECT_EQ(ProjectCodec::encode(*back), ProjectCodec::encode(f));
 }
 
-namespace {
-const std::string kTooDeep = "imbrication trop profonde : plus de 512 niveaux";
-const std::string kGroupsTooDeep = "groupes imbriqués sur plus de 64 niveaux";
-
-std::string nested(int depth) { return std::string(depth, '[') + std::string(depth, ']'); }
-std::string project(const std::string& nodes, const std::string& extra = "", const std::string& edges = "") {
-  return R"({"version":1,"media":[],"recent":[],)" + extra +
-         R"("batches":[{"id":"0E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8","name":"W","positions":{},"edges":[)" + edges +
-         R"(],"nodes":[)" + nodes + "]}]}";
-}
-std::string nodeText(const std::string& id, const char* kind, const std::string& params, const std::string& more = "") {
-  return R"({"id":")" + id + R"(","kind":")" + kind + R"(","params":)" + params +
-         R"(,"bypass":false,"track":{},"shape":[],"shapeClosed":false,"ellipse":false,"magicPoints":[],"magicFrame":0,"prompt":"")" +
-         more + "}";
-}
-// A group holding a group… `levels` deep over a colour node, built front to back (linear time).
-std::string nestedGroups(int levels) {
-  std::vector<std::string> ids;
-  for (int i = 0; i <= levels; ++i) ids.push_back(Uuid::generate().toString());
-  std::string text;
-  for (int i = 0; i < levels; ++i) {
-    text += nodeText(ids[i], "group", "{}", R"(,"group":{"name":"G","nodes":[)");
-    text.pop_back();  // the node's closing brace comes after its group
-  }
-  text += nodeText(ids[levels], "color", "{}");
-  for (int i = levels - 1; i >= 0; --i)
-    text += R"(],"edges":[],"positions":{},"inputs":[],"controls":[],"output":")" + ids[i + 1] + "\"}}";
-  return project(text);
-}
-int groupLevels(const Node& n) { return n.group ? 1 + groupLevels(n.group->nodes.at(0)) : 0; }
-}  // namespace
 
 TEST(ProjectCodec, NestingIsBoundedBeforeAnyWalkRecurses) {
   const std::string color = "1E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8";
@@ -392,15 +384,6 @@ TEST(ProjectCodec, NestingIsBoundedBeforeAnyWalkRecurses) {
   std::string error;  // a world pack goes through the same bound
   EXPECT_FALSE(ProjectCodec::decodeBatch(nested(100000), &error));
   EXPECT_EQ(error, kTooDeep);
-}
-
-TEST(ProjectCodec, TheReasonReachesTheOpeningMessage) {
-  TempDir dir;
-  AppModel m(test::tempModelOptions(dir, std::make_shared<ManualScheduler>(), false));
-  const auto file = dir.path / "profond.tarvom";
-  std::ofstream(file) << nestedGroups(65);
-  EXPECT_FALSE(m.load(file));
-  EXPECT_EQ(m._status, "Projet illisible : profond.tarvom (" + kGroupsTooDeep + ")");
 }
 
 TEST(ProjectCodec, AnOpenedWorldClosesCleanlyAfterARender) {

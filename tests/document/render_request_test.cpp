@@ -1,3 +1,5 @@
+// When the model asks for renders and at what size, and a lost GPU device. A blank world is
+// enough: the scheduling, not the picture, is under test.
 #include <gtest/gtest.h>
 
 #include "document/app_model.h"
@@ -9,7 +11,7 @@ using namespace ombrik;
 
 TEST(RenderRequest, ChangesCollapseIntoOneLeanEvaluationAndTheFullOneFollows) {
   auto scheduler = std::make_shared<ManualScheduler>();
-  AppModel model(AppModel::Options{.withEngine = true, .scheduler = scheduler});
+  AppModel model(AppModel::Options{.blankStart = true, .withEngine = true, .scheduler = scheduler});
   ASSERT_TRUE(model.engine) << model._status;
   EXPECT_EQ(scheduler->pending(), 1u);  // the first render, asked at start
   scheduler->runAll();
@@ -58,7 +60,7 @@ TEST(RenderRequest, CompSizeFollowsTheFirstPictureCappedAt4096) {
 
 TEST(RenderRequest, LostDeviceFallsBackToTheCpuKeepingTheDocument) {
   auto scheduler = std::make_shared<ManualScheduler>();
-  AppModel model(AppModel::Options{.withEngine = true, .scheduler = scheduler});
+  AppModel model(AppModel::Options{.blankStart = true, .withEngine = true, .scheduler = scheduler});
   ASSERT_TRUE(model.engine);
   scheduler->runAll();
   const Uuid source = Uuid::generate();

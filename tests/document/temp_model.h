@@ -11,6 +11,23 @@
 
 namespace ombrik::test {
 
+// A blank model with no engine and no files, on the test's clock: for edits of the graph alone.
+struct GraphDesk {
+  std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
+  AppModel m{AppModel::Options{.blankStart = true, .withEngine = false, .scheduler = clock}};
+  Uuid add(const char* kind, Point at = {0, 0}) { return m.addNode(*NodeKind::find(kind), at); }
+  const Node& node(const Uuid& id) { return *m.nodeByID(id); }
+  // Lets the history take what changed as one step of its own.
+  void settle() { clock->advance(1); }
+  // Adds `kind` and starts the history after it, so the node itself is no step.
+  Uuid start(const char* kind, Point at = {0, 0}) {
+    const Uuid id = add(kind, at);
+    settle();
+    m.resetHistory();
+    return id;
+  }
+};
+
 inline AppModel::Options tempModelOptions(const TempDir& dir, std::shared_ptr<Scheduler> clock, bool withEngine = true) {
   return AppModel::Options{.blankStart = true, .withEngine = withEngine, .scheduler = std::move(clock),
                            .defaultsFile = (dir.path / "defaults.conf").string(), .dataDir = dir.path / "data",

@@ -1,25 +1,11 @@
 // Which node the viewer shows, the channel keys, zoom about a point, the timecode.
 #include <gtest/gtest.h>
 
-#include "../platform/temp_dir.h"
-#include "document/app_model.h"
 #include "temp_model.h"
-#include "platform/scheduler.h"
 
 using namespace ombrik;
 
 namespace {
-struct Fixture {
-  TempDir dir;
-  std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
-  std::unique_ptr<AppModel> m = std::make_unique<AppModel>(test::tempModelOptions(dir, clock, false));
-  Uuid output() const {
-    for (const auto& n : m->_nodes)
-      if (n.kind->id == "output") return n.id;
-    return {};
-  }
-};
-
 // Where a picture point (in comp pixels) lands in the view.
 Point onView(const AppModel& m, Point px, double w, double h) {
   const auto r = m.viewerRect(w, h);
@@ -28,12 +14,11 @@ Point onView(const AppModel& m, Point px, double w, double h) {
 }  // namespace
 
 TEST(ViewerState, TheNodeOnScreen) {
-  Fixture t;
-  AppModel& m = *t.m;
-  const Uuid out = t.output();
+  test::GraphDesk t;
+  AppModel& m = t.m;
+  const Uuid out = *m.outputNode();
   EXPECT_EQ(m.displayedNodeID(), out) << "nothing selected or viewed: the output";
-  const Uuid color = m.addNode(NodeKind::color(), {0, 0});
-  const Uuid blur = m.addNode(*NodeKind::find("blur"), {0, 0});
+  const Uuid color = t.add("color"), blur = t.add("blur");
   m.select(color);
   EXPECT_EQ(m.displayedNodeID(), color);
   m._viewedNode = blur;
@@ -49,8 +34,8 @@ TEST(ViewerState, TheNodeOnScreen) {
 }
 
 TEST(ViewerState, ChannelKeysAndTheLockedResult) {
-  Fixture t;
-  AppModel& m = *t.m;
+  test::GraphDesk t;
+  AppModel& m = t.m;
   const Uuid color = m.addNode(NodeKind::color(), {0, 0});
 
   // Nothing selected or viewed: a double F4 is two single presses.
@@ -86,8 +71,8 @@ TEST(ViewerState, ChannelKeysAndTheLockedResult) {
 }
 
 TEST(ViewerState, ZoomIsClampedAndKeepsItsPivotStill) {
-  Fixture t;
-  AppModel& m = *t.m;
+  test::GraphDesk t;
+  AppModel& m = t.m;
   m._compSize = {1920, 1080};
   const double w = 1000, h = 700;
   const auto fit = m.viewerRect(w, h);
@@ -120,8 +105,8 @@ TEST(ViewerState, ZoomIsClampedAndKeepsItsPivotStill) {
 }
 
 TEST(ViewerState, Timecode) {
-  Fixture t;
-  AppModel& m = *t.m;
+  test::GraphDesk t;
+  AppModel& m = t.m;
   m._fps = 24.976;  // rounded to 25
   m._frameCount = 100000;
   m._currentFrame = 25 * 3725 + 9;  // 1 h 2 min 5 s and 9 frames
