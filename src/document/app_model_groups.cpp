@@ -4,6 +4,7 @@
 
 #include "document/app_model.h"
 #include "groups/group_fold.h"
+#include "platform/trimmed.h"
 
 namespace ombrik {
 
@@ -134,12 +135,11 @@ void AppModel::dissolveGroup() {
 }
 
 void AppModel::renameGroup(const Uuid& id, const std::string& name) {
-  const auto first = name.find_first_not_of(" \t\n\r");
-  if (first == std::string::npos) return;
-  const std::string trimmed = name.substr(first, name.find_last_not_of(" \t\n\r") - first + 1);
+  const std::string given = trimmed(name);
+  if (given.empty()) return;
   Node* node = nodeByID(id);
   if (!node || !node->group) return;
-  node->kind = NodeKind::group(trimmed, *node->group);
+  node->kind = NodeKind::group(given, *node->group);
   storedNodes();
 }
 

@@ -1,19 +1,10 @@
 // The edits a node's own menu offers beside bypass and delete: renaming and duplicating.
 #include <algorithm>
-#include <cctype>
 
 #include "document/app_model.h"
+#include "platform/trimmed.h"
 
 namespace ombrik {
-
-namespace {
-std::string trimmed(const std::string& s) {
-  auto blank = [](unsigned char c) { return std::isspace(c) != 0; };
-  const auto first = std::find_if_not(s.begin(), s.end(), blank);
-  const auto last = std::find_if_not(s.rbegin(), s.rend(), blank).base();
-  return first < last ? std::string(first, last) : std::string();
-}
-}  // namespace
 
 void AppModel::renameNode(const Uuid& id, const std::string& name) {
   Node* n = nodeByID(id);

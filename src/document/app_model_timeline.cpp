@@ -6,15 +6,11 @@
 #include "document/app_model.h"
 #include "document/play_state.h"
 #include "editorial/timeline_edits.h"
+#include "platform/trimmed.h"
 
 namespace ombrik {
 
 namespace {
-std::string trimmed(const std::string& s) {
-  const auto a = s.find_first_not_of(" \t\n\r");
-  if (a == std::string::npos) return {};
-  return s.substr(a, s.find_last_not_of(" \t\n\r") - a + 1);
-}
 std::string numbered(const char* prefix, std::size_t n) {
   char digits[16];
   std::snprintf(digits, sizeof digits, "%02zu", n);

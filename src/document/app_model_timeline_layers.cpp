@@ -19,6 +19,15 @@ void sortNaturally(std::vector<std::pair<std::string, T>>& named) {
   std::stable_sort(named.begin(), named.end(), [](const auto& a, const auto& b) { return naturalLess(a.first, b.first); });
 }
 std::string plural(std::size_t n) { return n > 1 ? "s" : ""; }
+
+// The worlds of `ids` that exist, by name in natural order, as a sequence lays them out.
+std::vector<std::pair<std::string, Uuid>> worldsByName(const std::vector<Batch>& batches, const std::vector<Uuid>& ids) {
+  std::vector<std::pair<std::string, Uuid>> named;
+  for (const Uuid& id : ids)
+    if (const Batch* b = worldlist::find(batches, id)) named.emplace_back(b->name, id);
+  sortNaturally(named);
+  return named;
+}
 }  // namespace
 
 void AppModel::layerToBatch(const Uuid& id) {
@@ -249,14 +258,11 @@ void AppModel::dropOnTimeline(const std::vector<std::string>& keys, const std::v
 }
 
 void AppModel::createSequence(const std::vector<Uuid>& worldIDs) {
-  std::vector<std::pair<std::string, Uuid>> named;
-  for (const Uuid& id : worldIDs)
-    if (const Batch* b = worldlist::find(_batches, id)) named.emplace_back(b->name, id);
+  const auto named = worldsByName(_batches, worldIDs);
   if (named.empty()) {
     _status = "Sélectionnez un ou plusieurs rushs dans l'espace des mondes.";
     return;
   }
-  sortNaturally(named);
   Timeline t;
   t.id = Uuid::generate();
   const std::size_t n = named.size();
@@ -280,12 +286,8 @@ void AppModel::createSequence(const std::vector<Uuid>& worldIDs) {
 }
 
 void AppModel::appendToSequence(const std::vector<Uuid>& worldIDs, const Uuid& sequence) {
-  std::vector<std::pair<std::string, Uuid>> named;
-  for (const Uuid& id : worldIDs)
-    if (const Batch* b = worldlist::find(_batches, id)) named.emplace_back(b->name, id);
-  const Timeline* t = tl.find(sequence);
-  if (!t) return;
-  sortNaturally(named);
+  if (!tl.find(sequence)) return;
+  const auto named = worldsByName(_batches, worldIDs);
   if (tl.currentTimelineID != sequence) openTimeline(sequence);
   tlCheckpoint();
   for (const auto& [name, id] : named) {
