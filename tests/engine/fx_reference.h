@@ -32,6 +32,7 @@ inline C of(const Rgba& p) { return {p.r, p.g, p.b, p.a}; }
 inline C operator+(C x, C y) { return {x.r + y.r, x.g + y.g, x.b + y.b, x.a + y.a}; }
 inline C operator-(C x, C y) { return {x.r - y.r, x.g - y.g, x.b - y.b, x.a - y.a}; }
 inline C operator*(C x, double k) { return {x.r * k, x.g * k, x.b * k, x.a * k}; }
+inline C operator/(C x, double k) { return x * (1 / k); }
 inline C operator*(C x, C y) { return {x.r * y.r, x.g * y.g, x.b * y.b, x.a * y.a}; }
 inline C grey(double v, double a = 0) { return {v, v, v, a}; }
 inline C withAlpha(C c, double a) { return {c.r, c.g, c.b, a}; }
@@ -50,6 +51,24 @@ inline double below(double e0, double e1, double x) { return 1 - smooth(e0, e1, 
 inline double luma(C c) { return 0.2126 * c.r + 0.7152 * c.g + 0.0722 * c.b; }
 inline double fract(double v) { return v - std::floor(v); }
 inline double rounded(double v) { return std::floor(v + 0.5); }
+// True when v lies within eps of a whole number: a border float rounding may put on either side.
+inline bool nearInteger(double v, double eps) { return std::fabs(v - std::round(v)) < eps; }
+// The triangle wave that reflects a coordinate back into 0..1 (mirrored repeat).
+inline double mirror(double q) { return 1 - std::fabs(1 - 2 * fract(q / 2)); }
+// Negative channels raised to 0, alpha kept.
+inline C floor0(C c) { return perChannel(c, [](double v) { return std::max(v, 0.0); }); }
+// Saturation scaled by k about the luminance, and contrast by k about mid grey; alpha kept.
+inline C saturate(C c, double k) {
+  const double l = luma(c);
+  return perChannel(c, [&](double v) { return l + (v - l) * k; });
+}
+inline C contrast(C c, double k) { return perChannel(c, [&](double v) { return (v - 0.5) * k + 0.5; }); }
+// The weight of a skin tone, by windows on Cb and Cr.
+inline double skinWeight(C c) {
+  const double cb = 0.5 - 0.169 * c.r - 0.331 * c.g + 0.5 * c.b;
+  const double cr = 0.5 + 0.5 * c.r - 0.419 * c.g - 0.081 * c.b;
+  return smooth(0.27, 0.31, cb) * below(0.49, 0.53, cb) * smooth(0.51, 0.55, cr) * below(0.67, 0.71, cr);
+}
 
 // The fully saturated colour of a hue in degrees, by the usual six-sector HSV construction.
 inline C hueColour(double h) {
@@ -66,6 +85,23 @@ inline C hueColour(double h) {
   }
 }
 
+// HSV with the hue in 0..1, by which channel is largest.
+struct Hsv {
+  double h, s, v;
+};
+inline Hsv hsvOf(C c) {
+  const double mx = std::max({c.r, c.g, c.b}), mn = std::min({c.r, c.g, c.b}), d = mx - mn;
+  double h = 0;
+  if (d > 0) {
+    if (mx == c.r) h = std::fmod((c.g - c.b) / d + 6, 6.0);
+    else if (mx == c.g) h = (c.b - c.r) / d + 2;
+    else h = (c.r - c.g) / d + 4;
+    h /= 6;
+  }
+  return {fract(h), mx > 0 ? d / mx : 0, mx};
+}
+inline C rgbOf(Hsv c) { return lerp(grey(1), hueColour(360 * c.h), c.s) * c.v; }
+
 struct V2 {
   double x = 0, y = 0;
 };
@@ -77,6 +113,12 @@ inline double len(V2 p) { return std::hypot(p.x, p.y); }
 inline V2 rot(V2 v, double deg) {
   const double c = std::cos(deg * kDegree), s = std::sin(deg * kDegree);
   return {c * v.x - s * v.y, s * v.x + c * v.y};
+}
+
+// Point i of n on the golden spiral that fills the unit disc evenly.
+inline V2 disc(int i, int n) {
+  const double r = std::sqrt((i + 0.5) / n), a = 2.39996323 * i;
+  return {r * std::cos(a), r * std::sin(a)};
 }
 
 // Value noise on the integer lattice. The seed term of the lattice hash is worked out in the
@@ -108,6 +150,11 @@ double fbm(double x, double y, double seed, int octaves) {
     a *= 0.5;
   }
   return sum / norm;
+}
+
+// A frame number as the kernels derive it: float products, each truncated.
+inline std::uint32_t frameOf(float time, float rate, float seedTerm) {
+  return std::uint32_t(int(time * rate) + int(seedTerm));
 }
 
 // Bilinear read at normalised (u, v) with clamp-to-edge borders, texel centres at half-integers.
@@ -167,15 +214,13 @@ inline ::testing::AssertionResult matches(const Image& got, const Expectation& w
   return ::testing::AssertionSuccess();
 }
 
-// A pointwise colour kernel: runs each parameter set over the picture and checks every pixel, within
-// one half-float step, against ref(source pixel, params).
-inline void checkPointwise(const std::string& kernel, const Image& src, const std::vector<std::vector<float>>& cases,
-                           const std::function<C(C, const std::vector<float>&)>& ref) {
-  for (const auto& p : cases) {
-    const Image out = runEffect(kernel, src, params(p, src.w, src.h));
-    EXPECT_TRUE(matches(out, [&](int x, int y) { return std::optional<C>(ref(of(src.at(x, y)), p)); }, kStep, {1, 1}))
-        << describe(kernel, p);
-  }
+// A smooth picture (gradients and a slow wave) with a varying alpha: bilinear reads of it stay
+// accurate even where the sampler weighs with coarse fixed-point weights.
+inline Image smoothPicture(int w, int h) {
+  return storedPicture(w, h, [&](int x, int y) {
+    const float u = (x + 0.5f) / w, v = (y + 0.5f) / h;
+    return Rgba{0.1f + 0.8f * u, 0.9f - 0.7f * v, 0.5f + 0.35f * std::sin(7.0f * u + 4.0f * v), 0.3f + 0.6f * u * v};
+  });
 }
 
 }  // namespace ombrik::test

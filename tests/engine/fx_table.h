@@ -38,8 +38,6 @@ struct FxRow {
   Coverage least = {1, 1};  // the least part of the pixels the reference must check
   std::vector<float> times = {0.0f};
 };
-inline void PrintTo(const FxRow& row, std::ostream* os) { *os << row.name; }
-inline std::string rowName(const ::testing::TestParamInfo<FxRow>& info) { return info.param.name; }
 
 // A colour kernel that reads only its own pixel: ref(source pixel, params).
 inline PixelRef pointwise(std::function<C(C, const std::vector<float>&)> ref) {
@@ -63,6 +61,14 @@ inline void checkRow(const FxRow& row) {
     }
 }
 
+// Every row of a table, each failure named by its row.
+inline void checkRows(const std::vector<FxRow>& rows) {
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    checkRow(row);
+  }
+}
+
 // Settings under which the picture must come back as it went in.
 struct IdentityRow {
   std::string kernel;
@@ -74,29 +80,6 @@ struct IdentityRow {
 inline void checkIdentity(const IdentityRow& row) {
   const Image got = runFx(row.kernel, row.src, row.p, {.aux = row.aux ? &*row.aux : nullptr});
   EXPECT_TRUE(matches(got, row.src, float(row.tol))) << describe(row.kernel, row.p);
-}
-
-// An animated kernel is a pure function of the time: one time twice gives one picture to the bit,
-// and t2 differs from t1 by more than `moves` (or not at all when `moves` is 0: a kernel told to
-// stand still).
-struct TimeRow {
-  std::string kernel;
-  std::vector<float> p;
-  float t1, t2;
-  double moves;
-  Channels channels = Channels::rgba;
-  const Image* aux = nullptr;
-};
-inline void checkTime(const Image& src, const TimeRow& c) {
-  const Image a = runFx(c.kernel, src, c.p, {.aux = c.aux, .time = c.t1});
-  const Image again = runFx(c.kernel, src, c.p, {.aux = c.aux, .time = c.t1});
-  const Image b = runFx(c.kernel, src, c.p, {.aux = c.aux, .time = c.t2});
-  EXPECT_EQ(largestDifference(a, again, Channels::rgba), 0.0) << c.kernel << " renders one frame twice differently";
-  if (c.moves > 0)
-    EXPECT_GT(largestDifference(a, b, c.channels), c.moves) << c.kernel << " does not move between " << c.t1
-                                                            << " and " << c.t2;
-  else
-    EXPECT_EQ(largestDifference(a, b, Channels::rgba), 0.0) << c.kernel << " moves when told not to";
 }
 
 }  // namespace ombrik::test
