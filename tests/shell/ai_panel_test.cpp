@@ -2,23 +2,17 @@
 // (with nothing wired, the model's refusal reaches the status), the search field of Objet IA, the
 // found objects and their removal, the clicks of Masque au clic on the picture, and the running
 // job's progress and cancel in the panel and the status bar.
-#include <gtest/gtest.h>
-
 #include <QLabel>
 #include <QLineEdit>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QTest>
 #include <QToolButton>
 #include <fstream>
 
-#include "../document/temp_model.h"
 #include "ai/object_boxes.h"
-#include "document/app_model.h"
 #include "shell/ai_panel.h"
 #include "shell/ai_progress_row.h"
 #include "shell/inspector_widget.h"
-#include "shell/main_window.h"
 #include "shell/roto_overlay.h"
 #include "shell/viewer_widget.h"
 #include "shell_app.h"
@@ -29,20 +23,7 @@ namespace fs = std::filesystem;
 namespace {
 
 // A blank world without a picture engine: the AI tools refuse before they need one.
-struct AiDesk {
-  TempDir dir;
-  std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
-  std::unique_ptr<AppModel> m;
-  std::unique_ptr<MainWindow> window;
-
-  AiDesk() {
-    test::shellApp();
-    m = std::make_unique<AppModel>(test::tempModelOptions(dir, clock, false));
-    window = std::make_unique<MainWindow>(*m);
-    window->resize(1280, 800);
-    window->show();
-    EXPECT_TRUE(QTest::qWaitForWindowExposed(window.get()));
-  }
+struct AiDesk : test::WindowDesk {
   Uuid inspect(const std::string& kind, double aimode = 0) {
     const Uuid id = m->addNode(*NodeKind::find(kind), {300, 200});
     if (aimode > 0) m->setParams(id, {{"aimode", aimode}});
@@ -52,48 +33,26 @@ struct AiDesk {
     settle();
     return id;
   }
-  void settle() {
-    clock->runAll();
-    window->refresh();
-    QCoreApplication::processEvents();
-    window->refresh();
-  }
-  template <typename T>
-  T* find(const QString& name) const {
-    return window->findChild<T*>(name);
-  }
-  void press(const QString& name) {
-    auto* b = find<QAbstractButton>(name);
-    ASSERT_NE(b, nullptr) << name.toStdString();
-    QTest::mouseClick(b, Qt::LeftButton);
-    settle();
-  }
   void click(double x, double y, Qt::KeyboardModifiers mods = {}) {
     ViewerWidget* v = window->viewer();
     QTest::mouseClick(v, Qt::LeftButton, mods, RotoOverlay::toView({x, y}, v->pictureRect()).toPoint());
     settle();
   }
   QString text(const char* name) const {
-    auto* label = find<QLabel>(name);
+    auto* label = window->findChild<QLabel*>(name);
     return label && label->isVisible() ? label->text() : QString();
   }
-};
-
-struct Press {
-  const char* button;
-  const char* label;
-  const char* status;  // what the model answers with nothing wired
-};
-struct KindCase {
-  const char* kind;
-  double aimode;
-  std::vector<Press> presses;
+  bool aiShown() const { return window->inspector()->aiPanel()->isVisible(); }
 };
 
 }  // namespace
 
-TEST(AiPanel, EachAiKindOffersItsButtonsAndTheyReachTheModel) {
-  const std::vector<KindCase> cases = {
+TEST(AiPanel, EachAiKindOffersItsButtonsTheyReachTheModelAndAJobShowsItsProgress) {
+  const struct {
+    const char* kind;
+    double aimode;
+    std::vector<std::array<const char*, 3>> presses;  // button, its text, what the model answers unwired
+  } cases[] = {
       {"bodymask", 0,
        {{"aiFrame", "Calculer cette image", "Il faut une image ou une vidéo dans le graphe."},
         {"aiVideo", "Calculer toute la vidéo", "Il faut une vidéo dans le graphe."}}},
@@ -116,98 +75,27 @@ TEST(AiPanel, EachAiKindOffersItsButtonsAndTheyReachTheModel) {
          "Le node Vitesse a besoin d'un rush en amont (placez-le juste après le Media)."}}},
   };
   AiDesk d;
-  for (const KindCase& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.kind);
     d.inspect(c.kind, c.aimode);
-    ASSERT_TRUE(d.window->inspector()->aiPanel()->isVisible());
-    for (const Press& p : c.presses) {
-      auto* b = d.find<QPushButton>(p.button);
-      ASSERT_TRUE(b && b->isVisible()) << p.button;
-      EXPECT_EQ(b->text().toStdString(), p.label);
+    ASSERT_TRUE(d.aiShown());
+    for (const auto& [button, label, status] : c.presses) {
+      auto* b = d.find<QPushButton>(button);
+      ASSERT_TRUE(b && b->isVisible()) << button;
+      EXPECT_EQ(b->text().toStdString(), label);
       d.m->_status.clear();
-      d.press(p.button);
-      EXPECT_EQ(d.m->_status, p.status) << p.button;
+      d.press(button);
+      EXPECT_EQ(d.m->_status, status) << button;
     }
   }
   // A shape mask without "Détourage IA", and a kind with no AI, show no AI part.
   d.inspect("mask");
-  EXPECT_FALSE(d.window->inspector()->aiPanel()->isVisible());
+  EXPECT_FALSE(d.aiShown());
   d.inspect("blur");
-  EXPECT_FALSE(d.window->inspector()->aiPanel()->isVisible());
-}
+  EXPECT_FALSE(d.aiShown());
 
-TEST(AiPanel, TheSearchFieldIsTheNodesPromptAndReturnSearches) {
-  AiDesk d;
-  const Uuid id = d.inspect("objectmask");
-  auto* field = d.find<QLineEdit>("aiPrompt");
-  ASSERT_NE(field, nullptr);
-  EXPECT_EQ(field->placeholderText(), "ex. : lampadaire, voiture, bouteille");
-  QTest::keyClicks(field, "voiture");
-  EXPECT_EQ(d.m->nodeByID(id)->prompt, "voiture");
-  QTest::keyClick(field, Qt::Key_Return);
-  d.settle();
-  EXPECT_EQ(d.m->_status, "Reliez une image ou une vidéo à l'entrée de l'Objet IA.");
-}
-
-TEST(AiPanel, ViewerClicksPlacePointsAndEffacerClearsThem) {
-  AiDesk d;
-  const Uuid id = d.inspect("magicmask");
-  d.click(0.25, 0.5);
-  d.click(0.75, 0.4, Qt::AltModifier);
-  const Node* n = d.m->nodeByID(id);
-  ASSERT_EQ(n->magicPoints.size(), 2u);
-  EXPECT_NEAR(n->magicPoints[0].p.x, 0.25, 0.003);
-  EXPECT_NEAR(n->magicPoints[0].p.y, 0.5, 0.003);
-  EXPECT_TRUE(n->magicPoints[0].positive);
-  EXPECT_NEAR(n->magicPoints[1].p.x, 0.75, 0.003);
-  EXPECT_FALSE(n->magicPoints[1].positive);
-  EXPECT_EQ(d.text("aiPoints"), "2 point(s) sur l'image 1 : 1 + · 1 −");
-  // The preview was asked for, and told why it can't run.
-  EXPECT_EQ(d.m->_status, "Reliez une image ou une vidéo à l'entrée du Masque au clic");
-
-  d.press("aiClear");
-  EXPECT_TRUE(d.m->nodeByID(id)->magicPoints.empty());
-  EXPECT_EQ(d.text("aiPoints"), "Aucun point : cliquez sur le sujet dans le viewer.");
-
-  // Another kind inspected: the click pans, and the mask keeps no new point.
-  d.inspect("blur");
-  d.click(0.5, 0.5);
-  EXPECT_TRUE(d.m->nodeByID(id)->magicPoints.empty());
-}
-
-TEST(AiPanel, FoundObjectsAreListedAndRemovedByTheirCrossOrByCtrlClick) {
-  AiDesk d;
-  const Uuid id = d.inspect("objectmask");
-  fs::create_directories(d.m->magicDir(id));
-  std::ofstream(d.m->magicDir(id) / "boxes.json")
-      << objectBoxesJson(ObjectBoxes{0, {{0.1, 0.1, 0.4, 0.5, 0.87}, {0.5, 0.2, 0.9, 0.8, 0.62}}});
-  d.m->_status = "Objet IA : 2 objets.";  // what the end of a search says; the panel reads the file again
-  d.settle();
-  EXPECT_EQ(d.text("aiFound"), "2 objet(s) trouvé(s) sur l'image 1. Ctrl + clic dans un cadre ou ✕ : le retirer.");
-  EXPECT_EQ(d.text("aiBox0"), "Objet 1 · confiance 87 %");
-  EXPECT_EQ(d.text("aiBox1"), "Objet 2 · confiance 62 %");
-  auto* cross = d.find<QToolButton>("aiRemoveBox0");
-  ASSERT_NE(cross, nullptr);
-  EXPECT_EQ(cross->toolTip(), "Supprimer cet objet de la sélection");
-
-  d.press("aiRemoveBox0");
-  auto boxes = d.m->objectBoxes(id);
-  ASSERT_TRUE(boxes);
-  ASSERT_EQ(boxes->boxes.size(), 1u);
-  EXPECT_DOUBLE_EQ(boxes->boxes[0][4], 0.62);
-  EXPECT_EQ(d.text("aiBox0"), "Objet 1 · confiance 62 %");
-
-  d.click(0.2, 0.9, Qt::ControlModifier);  // outside every frame: nothing, not even a point
-  EXPECT_EQ(d.m->objectBoxes(id)->boxes.size(), 1u);
-  EXPECT_TRUE(d.m->nodeByID(id)->magicPoints.empty());
-  d.click(0.7, 0.5, Qt::ControlModifier);
-  boxes = d.m->objectBoxes(id);
-  EXPECT_TRUE(!boxes || boxes->boxes.empty());
-  EXPECT_TRUE(d.m->nodeByID(id)->magicPoints.empty());
-}
-
-TEST(AiPanel, ARunningJobShowsItsProgressAndAnnulerLIaCancelsIt) {
-  AiDesk d;
+  // A running job shows its progress in its node's panel and in the status bar; Annuler l'IA
+  // cancels it.
   const Uuid id = d.inspect("bodymask");
   const Uuid other = d.m->addNode(*NodeKind::find("hairmatte"), {500, 200});
   AiProgressRow* panel = d.window->inspector()->aiPanel()->progress();
@@ -222,12 +110,10 @@ TEST(AiPanel, ARunningJobShowsItsProgressAndAnnulerLIaCancelsIt) {
   EXPECT_EQ(panel->etaShown(), "40 %");
   EXPECT_EQ(d.find<QProgressBar>("aiProgressBar")->value(), 400);
   EXPECT_TRUE(bottom->isVisible());
-
-  // Another node's job: its bar isn't this panel's, the status bar still shows it.
   d.m->ai.aiNodeID = other;
   d.settle();
-  EXPECT_FALSE(panel->isVisible());
-  EXPECT_TRUE(bottom->isVisible());
+  EXPECT_FALSE(panel->isVisible()) << "another node's job: not this panel's";
+  EXPECT_TRUE(bottom->isVisible()) << "the status bar shows any job";
 
   d.press("aiStatusProgressCancel");
   EXPECT_EQ(d.m->_status, "Calcul IA annulé (les images déjà calculées sont gardées).");
@@ -236,4 +122,58 @@ TEST(AiPanel, ARunningJobShowsItsProgressAndAnnulerLIaCancelsIt) {
   d.m->ai.aiNodeID.reset();
   d.settle();
   EXPECT_FALSE(bottom->isVisible());
+}
+
+// Objet IA: its field is the node's prompt and Return searches; the objects found are listed and
+// go by their cross or a Ctrl-click in their frame. Masque au clic: clicks on the picture place
+// points (Alt: a negative one), Effacer clears them, and they are its alone.
+TEST(AiPanel, PromptFoundObjectsAndViewerPoints) {
+  AiDesk d;
+  const Uuid object = d.inspect("objectmask");
+  auto* field = d.find<QLineEdit>("aiPrompt");
+  ASSERT_NE(field, nullptr);
+  QTest::keyClicks(field, "voiture");
+  EXPECT_EQ(d.m->nodeByID(object)->prompt, "voiture");
+  QTest::keyClick(field, Qt::Key_Return);
+  d.settle();
+  EXPECT_EQ(d.m->_status, "Reliez une image ou une vidéo à l'entrée de l'Objet IA.");
+
+  fs::create_directories(d.m->magicDir(object));
+  std::ofstream(d.m->magicDir(object) / "boxes.json")
+      << objectBoxesJson(ObjectBoxes{0, {{0.1, 0.1, 0.4, 0.5, 0.87}, {0.5, 0.2, 0.9, 0.8, 0.62}}});
+  d.m->_status = "Objet IA : 2 objets.";  // what the end of a search says; the panel reads the file again
+  d.settle();
+  EXPECT_EQ(d.text("aiFound"), "2 objet(s) trouvé(s) sur l'image 1. Ctrl + clic dans un cadre ou ✕ : le retirer.");
+  EXPECT_EQ(d.text("aiBox0"), "Objet 1 · confiance 87 %");
+  EXPECT_EQ(d.text("aiBox1"), "Objet 2 · confiance 62 %");
+  d.press("aiRemoveBox0");
+  ASSERT_TRUE(d.m->objectBoxes(object));
+  ASSERT_EQ(d.m->objectBoxes(object)->boxes.size(), 1u);
+  EXPECT_DOUBLE_EQ(d.m->objectBoxes(object)->boxes[0][4], 0.62);
+  EXPECT_EQ(d.text("aiBox0"), "Objet 1 · confiance 62 %");
+  d.click(0.2, 0.9, Qt::ControlModifier);  // outside every frame: nothing, not even a point
+  EXPECT_EQ(d.m->objectBoxes(object)->boxes.size(), 1u);
+  EXPECT_TRUE(d.m->nodeByID(object)->magicPoints.empty());
+  d.click(0.7, 0.5, Qt::ControlModifier);
+  EXPECT_TRUE(!d.m->objectBoxes(object) || d.m->objectBoxes(object)->boxes.empty());
+  EXPECT_TRUE(d.m->nodeByID(object)->magicPoints.empty());
+
+  const Uuid magic = d.inspect("magicmask");
+  d.click(0.25, 0.5);
+  d.click(0.75, 0.4, Qt::AltModifier);
+  const Node* n = d.m->nodeByID(magic);
+  ASSERT_EQ(n->magicPoints.size(), 2u);
+  EXPECT_NEAR(n->magicPoints[0].p.x, 0.25, 0.003);
+  EXPECT_NEAR(n->magicPoints[0].p.y, 0.5, 0.003);
+  EXPECT_TRUE(n->magicPoints[0].positive);
+  EXPECT_NEAR(n->magicPoints[1].p.x, 0.75, 0.003);
+  EXPECT_FALSE(n->magicPoints[1].positive);
+  EXPECT_EQ(d.text("aiPoints"), "2 point(s) sur l'image 1 : 1 + · 1 −");
+  EXPECT_EQ(d.m->_status, "Reliez une image ou une vidéo à l'entrée du Masque au clic") << "the preview was asked for";
+  d.press("aiClear");
+  EXPECT_TRUE(d.m->nodeByID(magic)->magicPoints.empty());
+  EXPECT_EQ(d.text("aiPoints"), "Aucun point : cliquez sur le sujet dans le viewer.");
+  d.inspect("blur");
+  d.click(0.5, 0.5);
+  EXPECT_TRUE(d.m->nodeByID(magic)->magicPoints.empty()) << "another kind inspected: the click pans";
 }

@@ -1,18 +1,10 @@
 // A short session through the real widgets: a node added from the editor's menu, wired by
-// dragging from ports, brightened with its inspector slider, seen brighter in the viewer, and
-// put back by Ctrl+Z.
-#include <gtest/gtest.h>
-
+// dragging from ports, brightened with its inspector slider, seen brighter in the viewer, put
+// back by Ctrl+Z, and a node dropped on the viewer to be shown there.
 #include <QContextMenuEvent>
 #include <QSlider>
-#include <QTest>
 
-#include "../platform/temp_dir.h"
-#include "document/app_model.h"
-#include "engine/engine.h"
-#include "platform/scheduler.h"
 #include "shell/inspector_widget.h"
-#include "shell/main_window.h"
 #include "shell/node_editor.h"
 #include "shell/param_row.h"
 #include "shell/schematic_geometry.h"
@@ -23,43 +15,6 @@
 using namespace ombrik;
 
 namespace {
-
-struct Session {
-  TempDir dir;
-  std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
-  std::unique_ptr<AppModel> model;
-  std::unique_ptr<MainWindow> window;
-
-  Session() {
-    test::shellApp();
-    // The example world of a development tree: the sample picture through a small graph.
-    model = std::make_unique<AppModel>(AppModel::Options{.scheduler = clock,
-                                                         .defaultsFile = (dir.path / "defaults.conf").string(),
-                                                         .dataDir = dir.path / "data"});
-    window = std::make_unique<MainWindow>(*model);
-    window->resize(1280, 800);
-    window->show();
-    window->activateWindow();
-    EXPECT_TRUE(QTest::qWaitForWindowExposed(window.get()));
-  }
-  // Renders what was asked and lets every widget catch up, as the window's timer would.
-  void settle() {
-    clock->runAll();
-    window->refresh();
-    QCoreApplication::processEvents();
-  }
-  QAction* menuAction(const QString& text) {
-    for (QAction* a : window->findChildren<QAction*>())
-      if (a->text() == text) return a;
-    return nullptr;
-  }
-  const Node* nodeOfKind(const std::string& kind, const std::optional<Uuid>& besides = std::nullopt) const {
-    for (const auto& n : model->_nodes)
-      if (n.kind->id == kind && n.id != besides) return &n;
-    return nullptr;
-  }
-  QPoint viewPoint(Point g) const { return window->nodeEditor()->toView(g).toPoint(); }
-};
 
 // Mean of the three channels over the middle of the picture, 0..255.
 double meanLevel(const QImage& image) {
@@ -75,64 +30,63 @@ double meanLevel(const QImage& image) {
   return n ? sum / n : -1;
 }
 
-void drag(QWidget* w, QPoint from, QPoint to) {
+void drag(QWidget* w, QPoint from, QPoint to, std::function<void()> midway = {}) {
   QTest::mousePress(w, Qt::LeftButton, {}, from);
   for (int k = 1; k <= 4; ++k) QTest::mouseMove(w, from + (to - from) * k / 4);
+  if (midway) midway();
   QTest::mouseRelease(w, Qt::LeftButton, {}, to);
 }
 
 }  // namespace
 
-TEST(CompositingSession, AddWireAdjustSeeAndUndoThroughTheWidgets) {
-  Session s;
-  ASSERT_TRUE(s.model->engine) << s.model->_status;
+TEST(CompositingSession, AddWireAdjustSeeUndoAndDropOnTheViewerThroughTheWidgets) {
+  test::WindowDesk s(test::WindowDesk::example);
+  ASSERT_TRUE(s.m->engine) << s.m->_status;
   // The quickest preview keeps the session short on the CPU driver.
-  QAction* quarter = s.menuAction(shown("1/4 — le plus rapide"));
+  QAction* quarter = nullptr;
+  for (QAction* a : s.window->findChildren<QAction*>())
+    if (a->text() == shown("1/4 — le plus rapide")) quarter = a;
   ASSERT_NE(quarter, nullptr);
   quarter->trigger();
-  EXPECT_EQ(s.model->_previewScale, 0.25);
+  EXPECT_EQ(s.m->_previewScale, 0.25);
   s.settle();
 
   NodeEditor* editor = s.window->nodeEditor();
-  const Node* media = s.nodeOfKind("media");
-  const Node* output = s.nodeOfKind("output");
-  ASSERT_TRUE(media && output);
-  const Uuid mediaID = media->id, outputID = output->id;
-  const std::optional<Uuid> oldColor = s.nodeOfKind("color")->id;
+  auto viewPoint = [&](Point g) { return editor->toView(g).toPoint(); };
+  const Uuid mediaID = s.nodeOfKind("media")->id, outputID = s.nodeOfKind("output")->id;
+  const Uuid oldColor = s.nodeOfKind("color")->id;
 
   // A right click in empty space offers the kinds; the colour correction lands under the pointer.
   const Point place{630, 330};
   bool offered = false;
   test::pickInNextMenu("kind:color", &offered);
-  QContextMenuEvent rightClick(QContextMenuEvent::Mouse, s.viewPoint(place), editor->mapToGlobal(s.viewPoint(place)));
+  QContextMenuEvent rightClick(QContextMenuEvent::Mouse, viewPoint(place), editor->mapToGlobal(viewPoint(place)));
   QApplication::sendEvent(editor, &rightClick);
   s.settle();
   ASSERT_TRUE(offered);
-  const Node* added = s.nodeOfKind("color", oldColor);
-  ASSERT_NE(added, nullptr);
-  const Uuid colorID = added->id;
-  const Point at = *s.model->layout.position(colorID);
-  EXPECT_NEAR(at.x, place.x, 2);
-  EXPECT_NEAR(at.y, place.y, 2);
-  EXPECT_EQ(s.model->_selected, colorID) << "a new node is the one being worked on";
+  ASSERT_NE(s.m->_nodes.back().id, oldColor);
+  ASSERT_EQ(s.m->_nodes.back().kind->id, "color");
+  const Uuid colorID = s.m->_nodes.back().id;
+  EXPECT_NEAR(s.m->layout.position(colorID)->x, place.x, 2);
+  EXPECT_NEAR(s.m->layout.position(colorID)->y, place.y, 2);
+  EXPECT_EQ(s.m->_selected, colorID) << "a new node is the one being worked on";
 
   // Media output → the new node; the new node's output → the output's first input.
-  drag(editor, s.viewPoint(schematic::outPos(*s.model->nodeByID(mediaID), {130, 110}, 0)), s.viewPoint(place));
-  const Point outFront = schematic::inPos(*s.model->nodeByID(outputID), *s.model->layout.position(outputID), 0);
-  drag(editor, s.viewPoint(schematic::outPos(*s.model->nodeByID(colorID), place, 0)), s.viewPoint(outFront));
-  auto wired = [&](const Uuid& from, const Uuid& to, int port) {
-    return std::any_of(s.model->_edges.begin(), s.model->_edges.end(),
-                       [&](const Edge& e) { return e.from == from && e.to == to && e.port == port && e.fromPort == 0; });
+  drag(editor, viewPoint(schematic::outPos(*s.m->nodeByID(mediaID), {130, 110}, 0)), viewPoint(place));
+  const Point outFront = schematic::inPos(*s.m->nodeByID(outputID), *s.m->layout.position(outputID), 0);
+  drag(editor, viewPoint(schematic::outPos(*s.m->nodeByID(colorID), place, 0)), viewPoint(outFront));
+  auto wired = [&](const Uuid& from, const Uuid& to) {
+    return std::any_of(s.m->_edges.begin(), s.m->_edges.end(),
+                       [&](const Edge& e) { return e.from == from && e.to == to && e.port == 0 && e.fromPort == 0; });
   };
-  EXPECT_TRUE(wired(mediaID, colorID, 0));
-  EXPECT_TRUE(wired(colorID, outputID, 0));
+  EXPECT_TRUE(wired(mediaID, colorID));
+  EXPECT_TRUE(wired(colorID, outputID));
   s.clock->advance(1);  // the wiring becomes one step of the history
   s.settle();
 
   ViewerWidget* viewer = s.window->viewer();
-  ASSERT_EQ(s.model->displayedNodeID(), colorID);
-  const QImage before = viewer->picture();
-  const double levelBefore = meanLevel(before);
+  ASSERT_EQ(s.m->displayedNodeID(), colorID);
+  const double levelBefore = meanLevel(viewer->picture());
   ASSERT_GT(levelBefore, 5) << "the sample picture is on screen";
 
   // The inspector shows the selected node; three pages up its exposure slider brighten it.
@@ -140,43 +94,28 @@ TEST(CompositingSession, AddWireAdjustSeeAndUndoThroughTheWidgets) {
   ASSERT_NE(exposure, nullptr);
   auto* slider = exposure->findChild<QSlider*>();
   ASSERT_NE(slider, nullptr);
-  const double stopsBefore = s.model->nodeByID(colorID)->p("exposure");
+  const double stopsBefore = s.m->nodeByID(colorID)->p("exposure");
   for (int k = 0; k < 3; ++k) QTest::keyClick(slider, Qt::Key_PageUp);
-  const double stopsAfter = s.model->nodeByID(colorID)->p("exposure");
-  EXPECT_NEAR(stopsAfter - stopsBefore, 1.2, 0.051);
+  EXPECT_NEAR(s.m->nodeByID(colorID)->p("exposure") - stopsBefore, 1.2, 0.051);
   s.settle();
   const double levelAfter = meanLevel(viewer->picture());
   EXPECT_GT(levelAfter, levelBefore * 1.3) << "more than a stop brighter: " << levelBefore << " → " << levelAfter;
 
   // Ctrl+Z through the window's menu shortcut puts the exposure and the picture back.
   QTest::keyClick(s.window.get(), Qt::Key_Z, Qt::ControlModifier);
-  EXPECT_NEAR(s.model->nodeByID(colorID)->p("exposure"), stopsBefore, 1e-6);
-  EXPECT_TRUE(wired(colorID, outputID, 0)) << "only the last step is undone";
+  EXPECT_NEAR(s.m->nodeByID(colorID)->p("exposure"), stopsBefore, 1e-6);
+  EXPECT_TRUE(wired(colorID, outputID)) << "only the last step is undone";
   s.settle();
   EXPECT_NEAR(meanLevel(viewer->picture()), levelBefore, 0.5);
   EXPECT_NEAR(slider->value(), slider->minimum() + (stopsBefore + 2) / 4 * (slider->maximum() - slider->minimum()), 1)
       << "the slider follows the undone value";
-}
 
-TEST(CompositingSession, ANodeDroppedOnTheViewerIsShownThereAndStaysInItsPlace) {
-  Session s;
-  s.settle();
-  NodeEditor* editor = s.window->nodeEditor();
-  ViewerWidget* viewer = s.window->viewer();
-  const Node* media = s.nodeOfKind("media");
-  ASSERT_TRUE(media);
-  const Uuid id = media->id;
-  const Point before = *s.model->layout.position(id);
-  EXPECT_NE(s.model->displayedNodeID(), id);
-
-  const QPoint from = s.viewPoint(before);
+  // The media node dragged onto the viewer is shown there and goes back to its place.
+  const Point before = *s.m->layout.position(mediaID);
   const QPoint overViewer = editor->mapFromGlobal(viewer->mapToGlobal(viewer->rect().center()));
-  QTest::mousePress(editor, Qt::LeftButton, {}, from);
-  for (int k = 1; k <= 4; ++k) QTest::mouseMove(editor, from + (overViewer - from) * k / 4);
-  EXPECT_TRUE(viewer->dropHint()) << "the viewer invites the drop";
-  QTest::mouseRelease(editor, Qt::LeftButton, {}, overViewer);
+  drag(editor, viewPoint(before), overViewer, [&] { EXPECT_TRUE(viewer->dropHint()) << "the viewer invites the drop"; });
   s.settle();
   EXPECT_FALSE(viewer->dropHint());
-  EXPECT_EQ(s.model->displayedNodeID(), id);
-  EXPECT_EQ(*s.model->layout.position(id), before) << "the node goes back to its place";
+  EXPECT_EQ(s.m->displayedNodeID(), mediaID);
+  EXPECT_EQ(*s.m->layout.position(mediaID), before);
 }

@@ -1,27 +1,20 @@
 // The inspector: the control each kind of parameter gets, edits stored through the model (and
 // so undone), the slider's law and its drags, keys set from the stopwatch, rows rebuilt only when
 // the node changes, and every kind's settings fitting the panel of the default window.
-#include <gtest/gtest.h>
-
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDoubleSpinBox>
 #include <QLabel>
-#include <QPushButton>
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QSlider>
 #include <QStyle>
 #include <QStyleOptionSlider>
-#include <cmath>
-#include <QTest>
 #include <QToolButton>
+#include <cmath>
 
-#include "document/app_model.h"
-#include "platform/scheduler.h"
 #include "platform/string_catalogue.h"
 #include "shell/inspector_widget.h"
-#include "shell/main_window.h"
 #include "shell/param_row.h"
 #include "shell/slider_scale.h"
 #include "shell_app.h"
@@ -30,13 +23,12 @@ using namespace ombrik;
 
 namespace {
 
-struct Bench {
-  std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
-  AppModel model{AppModel::Options{.blankStart = true, .withEngine = false, .scheduler = clock}};
-  Bench() { test::shellApp(); }
+struct Bench : test::GraphDesk {
+  QApplication& app = test::shellApp();
+  AppModel& model = m;
   Uuid add(const KindRef& kind) {
     const Uuid id = model.addNode(kind, {0, 0});
-    clock->advance(1);  // committed: later edits are steps of their own
+    settle();  // committed: later edits are steps of their own
     return id;
   }
 };
@@ -49,25 +41,8 @@ const ParamSpec& specOf(const KindRef& kind, const std::string& key) {
 
 }  // namespace
 
-TEST(SliderScale, StepsOnTicksAndBack) {
-  const SliderScale exposure = SliderScale::of(-2, 2, 0.05);
-  EXPECT_EQ(exposure.ticks, 80);
-  EXPECT_EQ(exposure.tick(0.15), 43);
-  EXPECT_NEAR(exposure.value(43), 0.15, 1e-12);
-  EXPECT_EQ(exposure.tick(-5), 0) << "out of range is held at the ends";
-  EXPECT_EQ(exposure.tick(5), 80);
-  EXPECT_EQ(exposure.value(1000), 2);
-  EXPECT_EQ(SliderScale::of(3, 3, 1).tick(3), 0) << "an empty range doesn't divide by zero";
-
-  EXPECT_EQ(decimalsFor(1), 0);
-  EXPECT_EQ(decimalsFor(0.5), 1);
-  EXPECT_EQ(decimalsFor(0.05), 2);
-  EXPECT_EQ(decimalsFor(0.005), 3);
-  EXPECT_EQ(decimalsFor(1e-6), 4);
-}
-
 // Which ranges get the finer law for their small values, and where the slider's travel lands.
-TEST(SliderScale, WideRangesGiveTheirSmallValuesMostOfTheTravel) {
+TEST(SliderScale, StepsOnTicksAndWideRangesGiveTheirSmallValuesMostOfTheTravel) {
   struct Case {
     const char* what;
     double min, max, step;
@@ -107,48 +82,43 @@ TEST(SliderScale, WideRangesGiveTheirSmallValuesMostOfTheTravel) {
       ASSERT_NEAR(scale.value(scale.tick(v)), v, 1e-9) << c.what << ": a value shown is the slider's own";
     }
   }
+  const SliderScale exposure = SliderScale::of(-2, 2, 0.05);
+  EXPECT_EQ(exposure.tick(0.15), 43);
+  EXPECT_EQ(exposure.tick(-5), 0) << "out of range is held at the ends";
+  EXPECT_EQ(exposure.tick(5), 80);
+  EXPECT_EQ(exposure.value(1000), 2);
+  EXPECT_EQ(SliderScale::of(3, 3, 1).tick(3), 0) << "an empty range doesn't divide by zero";
+  for (const auto& [step, decimals] : {std::pair(1.0, 0), {0.5, 1}, {0.05, 2}, {0.005, 3}, {1e-6, 4}})
+    EXPECT_EQ(decimalsFor(step), decimals) << step;
 }
 
-TEST(ParamRow, EachKindOfParameterGetsItsControl) {
+// A number gets a field and a slider on the spec's range, a switch a box, a list a menu, each
+// showing the default at once; edits through each are stored in the model and undone in one step.
+TEST(ParamRow, EachKindOfParameterGetsItsControlAndEditsAreUndone) {
   Bench b;
   const Uuid color = b.add(NodeKind::color());
   ParamRow exposure(b.model, color, specOf(NodeKind::color(), "exposure"));
   auto* field = exposure.findChild<QDoubleSpinBox*>();
-  ASSERT_NE(field, nullptr);
-  ASSERT_NE(exposure.findChild<QSlider*>(), nullptr);
-  EXPECT_EQ(field->suffix(), " stops");
-  EXPECT_EQ(field->minimum(), -2);
-  EXPECT_EQ(field->maximum(), 2);
-  EXPECT_EQ(field->decimals(), 2);
+  ASSERT_TRUE(field && exposure.findChild<QSlider*>());
+  EXPECT_EQ(std::tuple(field->suffix(), field->minimum(), field->maximum(), field->decimals()),
+            std::tuple(QString(" stops"), -2.0, 2.0, 2));
   EXPECT_DOUBLE_EQ(field->value(), 0.15) << "the default shows at once";
   EXPECT_EQ(exposure.findChild<QLabel*>()->text(), "Exposition");
-
   const KindRef& flipKind = *NodeKind::find("flip");
-  const Uuid flip = b.add(flipKind);
-  ParamRow flop(b.model, flip, specOf(flipKind, "flop"));
-  auto* box = flop.findChild<QCheckBox*>();
-  ASSERT_NE(box, nullptr);
+  ParamRow flop(b.model, b.add(flipKind), specOf(flipKind, "flop"));
+  ASSERT_NE(flop.findChild<QCheckBox*>(), nullptr);
   EXPECT_EQ(flop.findChild<QSlider*>(), nullptr);
-  EXPECT_TRUE(box->isChecked());
+  EXPECT_TRUE(flop.findChild<QCheckBox*>()->isChecked());
 
-  const KindRef& compKind = *NodeKind::find("comp");
-  const Uuid comp = b.add(compKind);
-  ParamRow mode(b.model, comp, specOf(compKind, "mode"));
-  auto* menu = mode.findChild<QComboBox*>();
-  ASSERT_NE(menu, nullptr);
-  EXPECT_EQ(menu->count(), 10);
-  EXPECT_EQ(menu->itemText(0), "Normal");
-  EXPECT_EQ(menu->currentIndex(), 0);
-}
-
-TEST(ParamRow, EditsAreStoredThroughTheModelAndUndone) {
-  Bench b;
   const KindRef& compKind = *NodeKind::find("comp");
   const Uuid comp = b.add(compKind);
   ParamRow opacity(b.model, comp, specOf(compKind, "opacity"));
   ParamRow mode(b.model, comp, specOf(compKind, "mode"));
   ParamRow invert(b.model, comp, specOf(compKind, "inv1"));
-
+  auto* menu = mode.findChild<QComboBox*>();
+  ASSERT_NE(menu, nullptr);
+  EXPECT_EQ(std::size_t(menu->count()), specOf(compKind, "mode").options.value().size());
+  EXPECT_EQ(menu->currentIndex(), 0);
   auto* slider = opacity.findChild<QSlider*>();
   QTest::keyClick(slider, Qt::Key_Home);  // the slider's own keys, as a hand would use them
   EXPECT_DOUBLE_EQ(b.model.nodeByID(comp)->params.at("opacity"), 0);
@@ -156,18 +126,17 @@ TEST(ParamRow, EditsAreStoredThroughTheModelAndUndone) {
   opacity.findChild<QDoubleSpinBox*>()->setValue(0.37);
   EXPECT_DOUBLE_EQ(b.model.nodeByID(comp)->params.at("opacity"), 0.37);
   EXPECT_EQ(slider->value(), SliderScale::of(0, 1, 0.01).tick(0.37)) << "the slider follows the field";
-  mode.findChild<QComboBox*>()->setCurrentIndex(3);
+  menu->setCurrentIndex(3);
   EXPECT_DOUBLE_EQ(b.model.nodeByID(comp)->params.at("mode"), 3);
   invert.findChild<QCheckBox*>()->click();
   EXPECT_DOUBLE_EQ(b.model.nodeByID(comp)->params.at("inv1"), 1);
 
   b.model.undo();
-  EXPECT_DOUBLE_EQ(b.model.nodeByID(comp)->params.at("opacity"), 1);
-  EXPECT_DOUBLE_EQ(b.model.nodeByID(comp)->params.at("mode"), 0);
-  EXPECT_DOUBLE_EQ(b.model.nodeByID(comp)->params.at("inv1"), 0);
+  for (const auto& [key, value] : {std::pair("opacity", 1.0), {"mode", 0.0}, {"inv1", 0.0}})
+    EXPECT_DOUBLE_EQ(b.model.nodeByID(comp)->params.at(key), value) << key;
   for (ParamRow* r : {&opacity, &mode, &invert}) r->refresh();
   EXPECT_EQ(slider->value(), slider->maximum());
-  EXPECT_EQ(mode.findChild<QComboBox*>()->currentIndex(), 0);
+  EXPECT_EQ(menu->currentIndex(), 0);
   EXPECT_FALSE(invert.findChild<QCheckBox*>()->isChecked());
 }
 
@@ -209,19 +178,22 @@ struct BlurRow {
 }  // namespace
 
 // However long a drag pauses (longer than the history waits before taking a step), it is one
-// undo step, and the undo takes back the whole drag.
-TEST(ParamRow, ASliderDragWithPausesIsOneUndoStep) {
+// undo step. With Shift held, the same travel moves the handle a tenth as far; letting Shift go
+// carries on from where the handle is, without a jump.
+TEST(ParamRow, ASliderDragIsOneUndoStepAndShiftDragsFinely) {
   BlurRow b;
   ASSERT_NE(b.slider, nullptr);
   const double before = b.size();
   const std::size_t steps = b.bench.model.history.undo.size();
   const QPoint start = handleCentre(b.slider);
+  const int from = b.slider->sliderPosition();
   pointer(b.slider, QEvent::MouseButtonPress, start);
   ASSERT_TRUE(b.slider->isSliderDown()) << "pressed on the handle";
   for (int dx : {10, 25, 40}) {
     pointer(b.slider, QEvent::MouseMove, start + QPoint(dx, 0));
     b.bench.clock->advance(0.5);
   }
+  const int plain = b.slider->sliderPosition() - from;
   pointer(b.slider, QEvent::MouseButtonRelease, start + QPoint(40, 0));
   b.bench.clock->advance(1);
   EXPECT_GT(b.size(), before);
@@ -230,29 +202,17 @@ TEST(ParamRow, ASliderDragWithPausesIsOneUndoStep) {
   EXPECT_EQ(b.bench.model.history.undo.size(), steps + 1);
   b.bench.model.undo();
   EXPECT_EQ(b.size(), before);
-}
-
-// With Shift held, the same travel of the pointer moves the handle a tenth as far; letting Shift
-// go carries on from where the handle is, without a jump.
-TEST(ParamRow, ShiftDragsTheSliderFinely) {
-  BlurRow b;
-  const QPoint start = handleCentre(b.slider);
-  const int from = b.slider->sliderPosition();
-  pointer(b.slider, QEvent::MouseButtonPress, start);
-  pointer(b.slider, QEvent::MouseMove, start + QPoint(60, 0));
-  const int plain = b.slider->sliderPosition() - from;
-  pointer(b.slider, QEvent::MouseButtonRelease, start + QPoint(60, 0));
 
   BlurRow f;
   ASSERT_EQ(f.slider->sliderPosition(), from);
   pointer(f.slider, QEvent::MouseButtonPress, start);
-  pointer(f.slider, QEvent::MouseMove, start + QPoint(60, 0), Qt::ShiftModifier);
+  pointer(f.slider, QEvent::MouseMove, start + QPoint(40, 0), Qt::ShiftModifier);
   const int fine = f.slider->sliderPosition() - from;
   EXPECT_NEAR(fine, plain * ParamRow::kFineDrag, 2) << "plain " << plain << ", fine " << fine;
   EXPECT_GT(fine, 0);
-  pointer(f.slider, QEvent::MouseMove, start + QPoint(61, 0));
+  pointer(f.slider, QEvent::MouseMove, start + QPoint(41, 0));
   EXPECT_NEAR(f.slider->sliderPosition() - from, fine, 12) << "Shift let go: no jump under the pointer";
-  pointer(f.slider, QEvent::MouseButtonRelease, start + QPoint(61, 0));
+  pointer(f.slider, QEvent::MouseButtonRelease, start + QPoint(41, 0));
   EXPECT_DOUBLE_EQ(f.size(), SliderScale::of(0, 2000, 1, " px").value(f.slider->value()));
 }
 
@@ -297,7 +257,7 @@ TEST(ParamRow, StopwatchAnimatesAndKeysFollowTheTime) {
   EXPECT_TRUE(toggle->isHidden());
 }
 
-TEST(InspectorWidget, ShowsTheInspectedElseTheSelectedNode) {
+TEST(InspectorWidget, ShowsTheLockedElseTheInspectedElseTheSelectedNodeAndBypassesIt) {
   Bench b;
   const Uuid color = b.add(NodeKind::color());
   const Uuid flip = b.add(*NodeKind::find("flip"));
@@ -325,23 +285,10 @@ TEST(InspectorWidget, ShowsTheInspectedElseTheSelectedNode) {
   EXPECT_NE(inspector.row("flop"), nullptr);
   EXPECT_EQ(inspector.row("exposure"), nullptr);
 
-  b.model.inspectedID.reset();
-  b.model.deleteNode(color);
-  inspector.refresh();
-  EXPECT_FALSE(inspector.shownNode());
-  EXPECT_EQ(inspector.row("exposure"), nullptr);
-  EXPECT_EQ(title->text(), "Sélectionnez un node pour voir ses réglages.");
-}
-
-TEST(InspectorWidget, ALockHoldsTheNodeAndTheHeaderBypassesIt) {
-  Bench b;
-  const Uuid color = b.add(NodeKind::color());
-  const Uuid flip = b.add(*NodeKind::find("flip"));
-  InspectorWidget inspector(b.model);
+  // A lock wins over the inspected and selected node; the header's box bypasses the node shown.
   auto* lock = inspector.findChild<QToolButton*>("inspectorLock");
   auto* bypass = inspector.findChild<QCheckBox*>("inspectorBypass");
   ASSERT_TRUE(lock && bypass);
-
   b.model.toggleInspectorLock(color);
   b.model.select(flip);
   b.model.inspectedID = flip;
@@ -368,6 +315,13 @@ TEST(InspectorWidget, ALockHoldsTheNodeAndTheHeaderBypassesIt) {
   b.model.deleteNode(color);
   inspector.refresh();
   EXPECT_EQ(inspector.shownNode(), flip) << "a lock on a node that is gone holds nothing";
+
+  b.model.inspectedID.reset();
+  b.model.select(std::nullopt);
+  inspector.refresh();
+  EXPECT_FALSE(inspector.shownNode());
+  EXPECT_EQ(inspector.row("exposure"), nullptr);
+  EXPECT_EQ(title->text(), "Sélectionnez un node pour voir ses réglages.");
 }
 
 namespace {

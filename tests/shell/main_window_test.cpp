@@ -1,151 +1,26 @@
 // The main window holds the project's name with its unsaved mark and the world's name, saves the
-// project when it closes, and carries the edit, view, language and help menus; its screenshots are
-// taken under Xvfb (tests/screenshots).
-#include <gtest/gtest.h>
-
+// project when it closes, and carries the edit, view, worlds, language and help menus; its
+// screenshots are taken under Xvfb (tests/screenshots).
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QLabel>
-#include <QMenu>
 #include <QMenuBar>
 #include <QPushButton>
 #include <QShortcut>
-#include <QTest>
 #include <QTreeWidget>
-#include <fstream>
-#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "../document/temp_model.h"
-#include "document/app_model.h"
 #include "document/help_topics.h"
 #include "platform/app_paths.h"
-#include "platform/dialogs.h"
-#include "platform/scheduler.h"
 #include "platform/version.h"
 #include "shell/curve_editor_widget.h"
-#include "shell/main_window.h"
 #include "shell/qt_translations.h"
 #include "shell/shown_text.h"
 #include "shell_app.h"
 
 using namespace ombrik;
 namespace fs = std::filesystem;
-
-// The title names the project, untitled until saved, with "*" while changes aren't saved; the
-// status line names the world.
-TEST(MainWindow, TitledByTheProjectWithItsUnsavedMark) {
-  test::shellApp();
-  TempDir dir;
-  AppModel model(test::tempModelOptions(dir, std::make_shared<ManualScheduler>(), false));
-  MainWindow window(model);
-  window.show();
-  EXPECT_EQ(window.windowTitle(), "Sans titre[*] — Ombrik");
-  EXPECT_FALSE(window.isWindowModified());
-  auto* label = window.findChild<QLabel*>("worldName");
-  ASSERT_NE(label, nullptr);
-  EXPECT_EQ(label->text(), "Batch_01");
-
-  model.addNode(NodeKind::color(), {300, 100});
-  window.refresh();
-  EXPECT_TRUE(window.isWindowModified()) << "a change not saved";
-  ASSERT_TRUE(model.write(dir.path / "Plan 12.tarvom"));
-  model._batches[0].name = "Plan_07";
-  window.refresh();
-  EXPECT_EQ(window.windowTitle(), "Plan 12[*] — Ombrik");
-  EXPECT_FALSE(window.isWindowModified()) << "saved";
-  EXPECT_EQ(label->text(), "Plan_07");
-}
-
-// Closing the window saves the project; a save that fails asks, and quits only when told to quit
-// without saving. A project in a folder that can't be written: a tmpfs made read-only under root,
-// a folder without the right to write otherwise.
-TEST(MainWindow, ClosingSavesAndAFailedSaveAsksBeforeQuitting) {
-  test::shellApp();
-  TempDir dir;
-  auto dialogs = std::make_shared<ScriptedDialogs>();
-  AppModel::Options options = test::tempModelOptions(dir, std::make_shared<ManualScheduler>(), false);
-  options.dialogs = dialogs;
-  AppModel model(options);
-  MainWindow window(model);
-  window.setDialogs(dialogs);
-  const fs::path folder = dir.path / "disque", project = folder / "Projet.tarvom";
-  fs::create_directories(folder);
-  const bool root = ::geteuid() == 0;
-  if (root && std::system(("mount -t tmpfs -o size=256k tmpfs '" + folder.string() + "' 2>/dev/null").c_str()) != 0)
-    GTEST_SKIP() << "no tmpfs can be mounted here";
-  struct Restore {
-    fs::path at;
-    bool root;
-    ~Restore() { root ? (void)std::system(("umount '" + at.string() + "'").c_str()) : (void)::chmod(at.c_str(), 0755); }
-  } restore{folder, root};
-  ASSERT_TRUE(model.write(project));
-  const std::string before = slurp(project);
-  model._nodes.push_back(Node(NodeKind::glow()));
-  ASSERT_EQ(root ? std::system(("mount -o remount,ro '" + folder.string() + "'").c_str()) : ::chmod(folder.c_str(), 0555), 0);
-
-  dialogs->alertAnswers = {0, 1};  // stay, then quit without saving
-  window.show();
-  EXPECT_FALSE(window.close());
-  ASSERT_EQ(dialogs->alerts.size(), 1u);
-  EXPECT_EQ(dialogs->alerts[0].title, std::string("Le projet n'a pas pu être enregistré : ") +
-                                          (root ? "le disque est en lecture seule." : "écriture interdite."));
-  EXPECT_EQ(dialogs->alerts[0].buttons, (std::vector<std::string>{"Ne pas quitter", "Quitter sans enregistrer"}));
-  EXPECT_TRUE(window.isVisible());
-  EXPECT_EQ(slurp(project), before);
-  EXPECT_TRUE(window.close());
-  EXPECT_FALSE(window.isVisible());
-  EXPECT_EQ(dialogs->alerts.size(), 2u);
-  EXPECT_EQ(slurp(project), before);
-
-  // Where the save can be made, nothing is asked: a titled project is written over itself, an
-  // untitled one to the automatic file, and it stays untitled.
-  for (const std::optional<fs::path>& url : {std::optional(dir.path / "Ailleurs.tarvom"), std::optional<fs::path>()}) {
-    model._projectURL = url;
-    window.show();
-    EXPECT_TRUE(window.close());
-    EXPECT_EQ(dialogs->alerts.size(), 2u);
-    EXPECT_EQ(model._projectURL, url);
-    const fs::path written = url ? *url : dir.path / "data" / "Projets" / AppModel::kAutoFileName;
-    EXPECT_NE(slurp(written).find("\"glow\""), std::string::npos) << written;
-  }
-}
-
-// The Mondes menu carries the world operations: a new world, the world's LUT among the camera
-// curves, and the LUT at render once there is one.
-TEST(MainWindow, TheWorldsMenuMakesWorldsAndChoosesTheirLut) {
-  test::shellApp();
-  TempDir dir;
-  AppModel model(test::tempModelOptions(dir, std::make_shared<ManualScheduler>(), false));
-  MainWindow window(model);
-  QMenu* worlds = nullptr;
-  for (QAction* a : window.menuBar()->actions())
-    if (a->text() == "Mondes") worlds = a->menu();
-  ASSERT_NE(worlds, nullptr);
-  auto trigger = [&](QMenu* menu, const QString& text) {
-    emit menu->aboutToShow();
-    for (QAction* a : menu->actions())
-      if (a->text() == text) return a->trigger(), true;
-    return false;
-  };
-  const std::size_t before = model._batches.size();
-  ASSERT_TRUE(trigger(worlds, "Nouveau monde"));
-  EXPECT_EQ(model._batches.size(), before + 1);
-  EXPECT_EQ(*model._currentBatchID, model._batches.back().id) << "the new world is opened";
-  emit worlds->aboutToShow();
-  QMenu* lut = nullptr;
-  for (QAction* a : worlds->actions())
-    if (a->text() == "LUT du monde") lut = a->menu();
-  ASSERT_NE(lut, nullptr);
-  ASSERT_TRUE(trigger(lut, "Sony S-Log3 / S-Gamut3.Cine → Rec.709"));
-  EXPECT_EQ(model.currentBatch()->lut, std::optional<std::string>("auto:slog3"));
-  emit worlds->aboutToShow();
-  for (QAction* a : worlds->actions())
-    if (a->text() == "LUT du monde") lut = a->menu();
-  ASSERT_TRUE(trigger(lut, "Appliquer la LUT au rendu"));
-  EXPECT_EQ(model.currentBatch()->lutRender, std::optional<bool>(true));
-}
 
 namespace {
 QMenu* menuNamed(MainWindow& window, const QString& title) {
@@ -154,34 +29,54 @@ QMenu* menuNamed(MainWindow& window, const QString& title) {
   return nullptr;
 }
 QAction* actionNamed(QMenu* menu, const char* name) { return menu ? menu->findChild<QAction*>(name) : nullptr; }
+// Opens `menu` as a click would and triggers its entry shown as `text`; the submenu of `sub` when given.
+bool trigger(QMenu* menu, const QString& text, QMenu** sub = nullptr) {
+  emit menu->aboutToShow();
+  for (QAction* a : menu->actions())
+    if (a->text() == text) {
+      if (sub) return (*sub = a->menu()) != nullptr;
+      return a->trigger(), true;
+    }
+  return false;
+}
 }  // namespace
 
-// Édition works on the graph's nodes: select all, copy, paste beside, delete; Affichage opens the
-// curve editor, by its entry and by its keys.
-TEST(MainWindow, TheEditAndViewMenusWorkOnTheGraph) {
-  test::shellApp();
-  TempDir dir;
-  AppModel model(test::tempModelOptions(dir, std::make_shared<ManualScheduler>(), false));
-  model.addNode(NodeKind::color(), {300, 100});
-  MainWindow window(model);
-  window.show();
-  ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+// The title names the project, untitled until saved, with "*" while changes aren't saved; the
+// status line names the world. Édition works on the graph's nodes; Affichage opens the curve
+// editor, by its entry and by its keys.
+TEST(MainWindow, TitledByTheProjectAndTheEditAndViewMenusWorkOnTheGraph) {
+  test::WindowDesk d;
+  MainWindow& window = *d.window;
+  EXPECT_EQ(window.windowTitle(), "Sans titre[*] — Ombrik");
+  EXPECT_FALSE(window.isWindowModified());
+  auto* label = d.find<QLabel>("worldName");
+  ASSERT_NE(label, nullptr);
+  EXPECT_EQ(label->text(), "Batch_01");
+  d.m->addNode(NodeKind::color(), {300, 100});
+  window.refresh();
+  EXPECT_TRUE(window.isWindowModified()) << "a change not saved";
+  ASSERT_TRUE(d.m->write(d.dir.path / "Plan 12.tarvom"));
+  d.m->_batches[0].name = "Plan_07";
+  window.refresh();
+  EXPECT_EQ(window.windowTitle(), "Plan 12[*] — Ombrik");
+  EXPECT_FALSE(window.isWindowModified()) << "saved";
+  EXPECT_EQ(label->text(), "Plan_07");
+
   QMenu* edit = menuNamed(window, "Édition");
   ASSERT_NE(edit, nullptr);
-  const std::size_t nodes = model._nodes.size();
+  const std::size_t nodes = d.m->_nodes.size();
   actionNamed(edit, "selectAll")->trigger();
-  EXPECT_EQ(model._selection.size(), nodes);
+  EXPECT_EQ(d.m->_selection.size(), nodes);
   actionNamed(edit, "copyNodes")->trigger();
   actionNamed(edit, "pasteNodes")->trigger();
-  EXPECT_EQ(model._nodes.size(), 2 * nodes) << "the copies of every node";
+  EXPECT_EQ(d.m->_nodes.size(), 2 * nodes) << "the copies of every node";
   actionNamed(edit, "deleteSelection")->trigger();
-  EXPECT_EQ(model._nodes.size(), nodes + 1) << "the pasted copies went but the output's: an output never goes";
+  EXPECT_EQ(d.m->_nodes.size(), nodes + 1) << "the pasted copies went but the output's: an output never goes";
   EXPECT_EQ(actionNamed(edit, "copyNodes")->shortcut(), QKeySequence(QKeySequence::Copy));
   EXPECT_TRUE(actionNamed(edit, "deleteSelection")->shortcut().isEmpty())
       << "Delete belongs to where the focus is: a mask's points in the viewer, nodes in the graph";
 
-  QMenu* view = menuNamed(window, "Affichage");
-  QAction* curves = actionNamed(view, "curveEditor");
+  QAction* curves = actionNamed(menuNamed(window, "Affichage"), "curveEditor");
   ASSERT_NE(curves, nullptr);
   curves->trigger();
   EXPECT_TRUE(window.curveEditor()->isVisible());
@@ -189,12 +84,27 @@ TEST(MainWindow, TheEditAndViewMenusWorkOnTheGraph) {
   EXPECT_FALSE(window.curveEditor()->isVisible()) << "Ctrl+Shift+G, one action only";
 }
 
-// Langue ticks the language chosen, also before the restart that brings it.
-TEST(MainWindow, TheLanguageMenuTicksTheChosenLanguage) {
-  test::shellApp();
-  TempDir dir;
-  AppModel model(test::tempModelOptions(dir, std::make_shared<ManualScheduler>(), false));
-  MainWindow window(model);
+// Mondes makes a world and chooses its LUT among the camera curves, and the LUT at render once
+// there is one; Langue ticks the language chosen, before the restart that brings it; Aide shows
+// the version, the keys and the folders, and every key it lists as working anywhere in the window
+// is one the window answers.
+TEST(MainWindow, TheWorldsLanguageAndHelpMenus) {
+  test::WindowDesk d;
+  MainWindow& window = *d.window;
+  QMenu* worlds = menuNamed(window, "Mondes");
+  ASSERT_NE(worlds, nullptr);
+  const std::size_t before = d.m->_batches.size();
+  ASSERT_TRUE(trigger(worlds, "Nouveau monde"));
+  EXPECT_EQ(d.m->_batches.size(), before + 1);
+  EXPECT_EQ(*d.m->_currentBatchID, d.m->_batches.back().id) << "the new world is opened";
+  QMenu* lut = nullptr;
+  ASSERT_TRUE(trigger(worlds, "LUT du monde", &lut));
+  ASSERT_TRUE(trigger(lut, "Sony S-Log3 / S-Gamut3.Cine → Rec.709"));
+  EXPECT_EQ(d.m->currentBatch()->lut, std::optional<std::string>("auto:slog3"));
+  ASSERT_TRUE(trigger(worlds, "LUT du monde", &lut));
+  ASSERT_TRUE(trigger(lut, "Appliquer la LUT au rendu"));
+  EXPECT_EQ(d.m->currentBatch()->lutRender, std::optional<bool>(true));
+
   QMenu* language = menuNamed(window, "Langue");
   QAction *french = actionNamed(language, "language:fr"), *english = actionNamed(language, "language:en");
   ASSERT_TRUE(french && english);
@@ -202,25 +112,15 @@ TEST(MainWindow, TheLanguageMenuTicksTheChosenLanguage) {
   EXPECT_FALSE(english->isChecked());
   english->trigger();
   window.refresh();
-  EXPECT_EQ(model.chosenLanguage(), AppLanguage::english);
+  EXPECT_EQ(d.m->chosenLanguage(), AppLanguage::english);
   EXPECT_TRUE(english->isChecked());
   EXPECT_FALSE(french->isChecked());
-}
 
-// Aide shows the version, the keys and the folders; every key it lists as working anywhere in the
-// window is one the window answers.
-TEST(MainWindow, TheHelpMenuShowsTheVersionTheKeysAndTheFolders) {
-  test::shellApp();
-  TempDir dir;
-  AppModel model(test::tempModelOptions(dir, std::make_shared<ManualScheduler>(), false));
-  MainWindow window(model);
-  window.show();
   QMenu* help = menuNamed(window, "Aide");
   ASSERT_NE(help, nullptr);
   auto* version = help->findChild<QLabel*>("versionLabel");
   ASSERT_NE(version, nullptr);
   EXPECT_EQ(version->text(), QString("Ombrik, version ") + ombrikVersion());
-
   QList<QKeySequence> bound;
   for (QAction* a : window.findChildren<QAction*>()) bound += a->shortcuts();
   for (QShortcut* s : window.findChildren<QShortcut*>()) bound += s->key();
@@ -232,26 +132,69 @@ TEST(MainWindow, TheHelpMenuShowsTheVersionTheKeysAndTheFolders) {
       EXPECT_TRUE(bound.contains(seq)) << key.keys << " (" << key.what << ") is listed but not bound";
     }
   }
-
   actionNamed(help, "shortcuts")->trigger();
-  auto* keys = window.findChild<QDialog*>("shortcutsPanel");
+  auto* keys = d.find<QDialog>("shortcutsPanel");
   ASSERT_TRUE(keys && keys->isVisible());
   QTreeWidget* tree = keys->findChild<QTreeWidget*>("shortcuts");
   ASSERT_EQ(tree->topLevelItemCount(), int(helpKeyGroups().size()));
-  EXPECT_EQ(tree->topLevelItem(0)->child(0)->text(0), "Ctrl+N");
+  EXPECT_EQ(tree->topLevelItem(0)->child(0)->text(0), "Ctrl+N") << "the keys as the desktop writes them";
   EXPECT_EQ(tree->topLevelItem(0)->child(0)->text(1), "Nouveau projet");
   keys->close();
-
   actionNamed(help, "folders")->trigger();
-  auto* folders = window.findChild<QDialog*>("foldersPanel");
+  auto* folders = d.find<QDialog>("foldersPanel");
   ASSERT_TRUE(folders && folders->isVisible());
   QStringList texts;
   for (QLabel* l : folders->findChildren<QLabel*>()) texts << l->text();
-  const AppPaths& paths = AppPaths::shared();
-  EXPECT_TRUE(texts.contains(QString::fromStdString(paths.logs.string()))) << texts.join(" | ").toStdString();
-  EXPECT_TRUE(texts.contains(QString::fromStdString(paths.models.string())));
+  EXPECT_TRUE(texts.contains(QString::fromStdString(AppPaths::shared().logs.string()))) << texts.join(" | ").toStdString();
+  EXPECT_TRUE(texts.contains(QString::fromStdString(AppPaths::shared().models.string())));
   EXPECT_TRUE(texts.contains("Journaux"));
   folders->close();
+}
+
+// Closing the window saves the project; a save that fails asks, and quits only when told to quit
+// without saving. A project in a folder that can't be written: a tmpfs made read-only under root,
+// a folder without the right to write otherwise.
+TEST(MainWindow, ClosingSavesAndAFailedSaveAsksBeforeQuitting) {
+  test::WindowDesk d;
+  const fs::path folder = d.dir.path / "disque", project = folder / "Projet.tarvom";
+  fs::create_directories(folder);
+  const bool root = ::geteuid() == 0;
+  if (root && std::system(("mount -t tmpfs -o size=256k tmpfs '" + folder.string() + "' 2>/dev/null").c_str()) != 0)
+    GTEST_SKIP() << "no tmpfs can be mounted here";
+  struct Restore {
+    fs::path at;
+    bool root;
+    ~Restore() { root ? (void)std::system(("umount '" + at.string() + "'").c_str()) : (void)::chmod(at.c_str(), 0755); }
+  } restore{folder, root};
+  ASSERT_TRUE(d.m->write(project));
+  const std::string before = slurp(project);
+  d.m->_nodes.push_back(Node(NodeKind::glow()));
+  ASSERT_EQ(root ? std::system(("mount -o remount,ro '" + folder.string() + "'").c_str()) : ::chmod(folder.c_str(), 0555), 0);
+
+  d.dialogs->alertAnswers = {0, 1};  // stay, then quit without saving
+  EXPECT_FALSE(d.window->close());
+  ASSERT_EQ(d.dialogs->alerts.size(), 1u);
+  EXPECT_EQ(d.dialogs->alerts[0].title, std::string("Le projet n'a pas pu être enregistré : ") +
+                                            (root ? "le disque est en lecture seule." : "écriture interdite."));
+  EXPECT_EQ(d.dialogs->alerts[0].buttons, (std::vector<std::string>{"Ne pas quitter", "Quitter sans enregistrer"}));
+  EXPECT_TRUE(d.window->isVisible());
+  EXPECT_EQ(slurp(project), before);
+  EXPECT_TRUE(d.window->close());
+  EXPECT_FALSE(d.window->isVisible());
+  EXPECT_EQ(d.dialogs->alerts.size(), 2u);
+  EXPECT_EQ(slurp(project), before);
+
+  // Where the save can be made, nothing is asked: a titled project is written over itself, an
+  // untitled one to the automatic file, and it stays untitled.
+  for (const std::optional<fs::path>& url : {std::optional(d.dir.path / "Ailleurs.tarvom"), std::optional<fs::path>()}) {
+    d.m->_projectURL = url;
+    d.window->show();
+    EXPECT_TRUE(d.window->close());
+    EXPECT_EQ(d.dialogs->alerts.size(), 2u);
+    EXPECT_EQ(d.m->_projectURL, url);
+    const fs::path written = url ? *url : d.dir.path / "data" / "Projets" / AppModel::kAutoFileName;
+    EXPECT_NE(slurp(written).find("\"glow\""), std::string::npos) << written;
+  }
 }
 
 // Qt's own buttons and dialogs speak the interface's language.

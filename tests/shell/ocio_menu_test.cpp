@@ -1,13 +1,8 @@
 // The OpenColorIO submenu of the view menu: its displays and views as the config lists them, the
 // choice ticked and sent to the model, and a config that can't be read offering nothing.
-#include <gtest/gtest.h>
-
-#include <QMenu>
 #include <cstdlib>
 
 #include "../color/ocio_config.h"
-#include "../document/temp_model.h"
-#include "document/app_model.h"
 #include "shell/ocio_menu.h"
 #include "shell_app.h"
 

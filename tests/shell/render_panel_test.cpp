@@ -1,19 +1,12 @@
 // Renders driven from the window: the Render menu and Ctrl+E, the progress in the status bar, the
 // output node's render button, a Relais's cache, the queue panel and its buttons, and quitting
 // during a render.
-#include <gtest/gtest.h>
-
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QTest>
 #include <QTreeWidget>
 
-#include "../document/temp_model.h"
-#include "document/app_model.h"
 #include "engine/source_picture.h"
-#include "platform/dialogs.h"
-#include "shell/main_window.h"
 #include "shell/render_queue_panel.h"
 #include "shell/shown_text.h"
 #include "shell_app.h"
@@ -23,24 +16,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct Desk {
-  TempDir dir;
-  std::shared_ptr<ScriptedDialogs> dialogs = std::make_shared<ScriptedDialogs>();
-  std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
-  std::unique_ptr<AppModel> m;
-  std::unique_ptr<MainWindow> window;
+struct Desk : test::WindowDesk {
   fs::path out = dir.path / "rendus";
-
-  Desk() {
-    test::shellApp();
-    AppModel::Options options = test::tempModelOptions(dir, clock);
-    options.dialogs = dialogs;
-    m = std::make_unique<AppModel>(options);
-    window = std::make_unique<MainWindow>(*m);
-    window->setDialogs(dialogs);
-    window->show();
-    window->activateWindow();
-    EXPECT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+  Desk() : WindowDesk(blankWithEngine) {
     clock->jobSeconds = 0.01;  // with steps of half that, each frame of a render is a step of its own
   }
   // A world of `frames` frames: a small picture wired to its output, rendered into `out`.
@@ -67,12 +45,6 @@ struct Desk {
     ADD_FAILURE() << "no menu entry " << text;
     return nullptr;
   }
-  template <typename T>
-  T* find(const char* name) const {
-    T* w = window->findChild<T*>(name);
-    EXPECT_NE(w, nullptr) << name;
-    return w;
-  }
 };
 
 // The rows of the queue panel, each as "world | state | file".
@@ -87,10 +59,17 @@ std::vector<std::string> rows(RenderQueuePanel& panel) {
 
 }  // namespace
 
-TEST(RenderPanel, RenderingTheWorldShowsItsProgressAndLeavesTheMovie) {
+TEST(RenderPanel, RenderingShowsItsProgressLeavesTheMovieAndARelaisShowsItsCache) {
   Desk d;
   ASSERT_TRUE(d.m->engine) << d.m->_status;
   d.world("Plan");
+  // Ctrl+E exports the frame through a save panel.
+  d.dialogs->panelAnswers = {d.dir.path / "image.png"};
+  QTest::keyClick(d.window.get(), Qt::Key_E, Qt::ControlModifier);
+  ASSERT_EQ(d.dialogs->savePanels.size(), 1u);
+  EXPECT_EQ(d.dialogs->savePanels[0].proposedName, "tarvane_render.tif");
+  EXPECT_TRUE(fs::exists(d.dir.path / "image.png"));
+
   d.m->inspectedID = d.m->outputNode();
   d.window->refresh();
   auto* progress = d.find<QProgressBar>("renderProgress");
@@ -99,7 +78,6 @@ TEST(RenderPanel, RenderingTheWorldShowsItsProgressAndLeavesTheMovie) {
   EXPECT_EQ(button->text(), "Rendre le plan (4)");
   EXPECT_TRUE(progress->isHidden());
   EXPECT_FALSE(d.find<QPushButton>("showLastRender")->isEnabled());
-
   d.action("Rendre le monde")->trigger();
   ASSERT_TRUE(d.m->rendering);
   int shownWhileRendering = 0;
@@ -125,6 +103,30 @@ TEST(RenderPanel, RenderingTheWorldShowsItsProgressAndLeavesTheMovie) {
   d.finish();
   EXPECT_EQ(d.m->_status.rfind("Rendu interrompu : annulé", 0), 0u) << d.m->_status;
   EXPECT_FALSE(fs::exists(d.out / "Plan_v02.mov"));
+
+  // A Relais shows its cache in place of the render section, which other nodes don't show.
+  const Uuid media = d.m->_edges.front().from;
+  const Uuid mux = d.m->addNode(*NodeKind::find("mux"), {0, 0});
+  d.m->connect(media, mux, 0, 0);
+  d.m->inspectedID = media;
+  d.window->refresh();
+  EXPECT_FALSE(d.find<QWidget>("renderSection")->isVisibleTo(d.window.get()));
+  d.m->inspectedID = mux;
+  d.window->refresh();
+  auto* count = d.find<QLabel>("muxCount");
+  auto* cache = d.find<QPushButton>("muxCache");
+  auto* clear = d.find<QPushButton>("muxClear");
+  ASSERT_TRUE(count && cache && clear);
+  EXPECT_FALSE(button->isVisibleTo(d.window.get()));
+  EXPECT_EQ(count->text(), "0 images en cache");
+  EXPECT_FALSE(clear->isEnabled());
+  QTest::mouseClick(cache, Qt::LeftButton);
+  d.finish();
+  EXPECT_EQ(count->text(), "4 images en cache");
+  EXPECT_EQ(cache->text(), "Recalculer le cache");
+  QTest::mouseClick(clear, Qt::LeftButton);
+  d.window->refresh();
+  EXPECT_EQ(count->text(), "0 images en cache");
 }
 
 TEST(RenderPanel, QuittingDuringARenderAsksFirstAndStopsIt) {
@@ -183,44 +185,4 @@ TEST(RenderPanel, TheQueuePanelFollowsEachWorldAndEmptiesOnDemand) {
   QTest::mouseClick(panel->findChild<QPushButton*>("stopRenders"), Qt::LeftButton);
   d.finish();
   EXPECT_EQ(rows(*panel), (std::vector<std::string>{"B | Échec : annulé | "}));
-}
-
-TEST(RenderPanel, ARelaisShowsItsCacheAndOtherNodesNoRenderSection) {
-  Desk d;
-  ASSERT_TRUE(d.m->engine) << d.m->_status;
-  d.world("Plan", 3);
-  const Uuid media = d.m->_edges.front().from;
-  const Uuid mux = d.m->addNode(*NodeKind::find("mux"), {0, 0});
-  d.m->connect(media, mux, 0, 0);
-  d.m->inspectedID = media;
-  d.window->refresh();
-  EXPECT_FALSE(d.find<QWidget>("renderSection")->isVisibleTo(d.window.get()));
-  d.m->inspectedID = mux;
-  d.window->refresh();
-  auto* count = d.find<QLabel>("muxCount");
-  auto* cache = d.find<QPushButton>("muxCache");
-  auto* clear = d.find<QPushButton>("muxClear");
-  ASSERT_TRUE(count && cache && clear);
-  EXPECT_FALSE(d.find<QPushButton>("renderShot")->isVisibleTo(d.window.get()));
-  EXPECT_EQ(count->text(), "0 images en cache");
-  EXPECT_EQ(cache->text(), "Mettre en cache le plan");
-  EXPECT_FALSE(clear->isEnabled());
-  QTest::mouseClick(cache, Qt::LeftButton);
-  d.finish();
-  EXPECT_EQ(count->text(), "3 images en cache");
-  EXPECT_EQ(cache->text(), "Recalculer le cache");
-  QTest::mouseClick(clear, Qt::LeftButton);
-  d.window->refresh();
-  EXPECT_EQ(count->text(), "0 images en cache");
-}
-
-TEST(RenderPanel, CtrlEExportsTheFrameThroughASavePanel) {
-  Desk d;
-  ASSERT_TRUE(d.m->engine) << d.m->_status;
-  d.world("Plan");
-  d.dialogs->panelAnswers = {d.dir.path / "image.png"};
-  QTest::keyClick(d.window.get(), Qt::Key_E, Qt::ControlModifier);
-  ASSERT_EQ(d.dialogs->savePanels.size(), 1u);
-  EXPECT_EQ(d.dialogs->savePanels[0].proposedName, "tarvane_render.tif");
-  EXPECT_TRUE(fs::exists(d.dir.path / "image.png"));
 }

@@ -38,15 +38,24 @@ struct Graph {
 
 }  // namespace
 
-TEST(SchematicGeometry, NodeSizesFollowTheirKind) {
-  EXPECT_EQ(radius("dot"), 9);
-  EXPECT_EQ(radius("media"), 92);
-  EXPECT_EQ(radius("output"), 92);
-  EXPECT_EQ(radius("comp"), 46);
-  EXPECT_EQ(radius("merge"), 38);
-  EXPECT_EQ(radius("mux"), 38);
-  EXPECT_EQ(radius("color"), 34);
-  EXPECT_EQ(radius(make("blur")), 34);
+TEST(SchematicGeometry, SizesOutputsInputsAndLettersFollowTheKind) {
+  for (const auto& [kind, r] : {std::pair("dot", 9), {"media", 92}, {"output", 92}, {"comp", 46}, {"merge", 38},
+                                {"mux", 38}, {"color", 34}, {"blur", 34}})
+    EXPECT_EQ(radius(kind), r) << kind;
+  EXPECT_EQ(outputCount(make("output")), 0) << "the output feeds nothing";
+  EXPECT_EQ(outputCount(make("color")), 2);
+  Node mask = make("mask");
+  mask.masks.resize(1);
+  EXPECT_EQ(outputCount(mask), 2) << "one mask is the node's own picture";
+  mask.masks.resize(3);
+  EXPECT_EQ(outputCount(mask), 5);
+  // The contact's offset across the 68-high box picks the input; just past either edge still
+  // picks the end ports.
+  const std::array<int, 3> ports[] = {{25, 1, 0}, {-1000, 3, 0}, {-34, 3, 0}, {0, 3, 1}, {0, 2, 1}, {-1, 2, 0},
+                                      {34, 3, 2}, {1000, 4, 3}, {-35, 2, 0}, {35, 2, 1}, {35, 6, 5}};
+  for (const auto& [offset, count, port] : ports) EXPECT_EQ(portFor(offset, count), port) << offset << " of " << count;
+  for (const auto& [title, shown] : {std::pair("Réglage couleur", "R"), {"éclat", "É"}, {"  3D keyer", "3"}, {" · — ", "•"}, {"", "•"}})
+    EXPECT_EQ(letter(title), shown) << title;
 }
 
 TEST(SchematicGeometry, InputsGatherOnTheLeftOutputsOnTheRight) {
@@ -78,40 +87,7 @@ TEST(SchematicGeometry, InputsGatherOnTheLeftOutputsOnTheRight) {
   EXPECT_NEAR(std::atan2(outPort(3, 10, r).y, outPort(3, 10, r).x), -0.42 - 0.19, 1e-9);
 }
 
-TEST(SchematicGeometry, OutputsOfferedByEachKind) {
-  EXPECT_EQ(outputCount(make("output")), 0) << "the output feeds nothing";
-  EXPECT_EQ(outputCount(make("color")), 2);
-  Node mask = make("mask");
-  mask.masks.resize(1);
-  EXPECT_EQ(outputCount(mask), 2) << "one mask is the node's own picture";
-  mask.masks.resize(3);
-  EXPECT_EQ(outputCount(mask), 5);
-}
-
-TEST(SchematicGeometry, ContactOffsetChoosesTheInput) {
-  EXPECT_EQ(portFor(25, 1), 0);
-  EXPECT_EQ(portFor(-1000, 3), 0);
-  EXPECT_EQ(portFor(-34, 3), 0);
-  EXPECT_EQ(portFor(0, 3), 1);
-  EXPECT_EQ(portFor(0, 2), 1);
-  EXPECT_EQ(portFor(-1, 2), 0);
-  EXPECT_EQ(portFor(34, 3), 2);
-  EXPECT_EQ(portFor(1000, 4), 3);
-  // Just past either edge of the 68-high box still picks the end ports.
-  EXPECT_EQ(portFor(-35, 2), 0);
-  EXPECT_EQ(portFor(35, 2), 1);
-  EXPECT_EQ(portFor(35, 6), 5);
-}
-
-TEST(SchematicGeometry, LetterShownInANode) {
-  EXPECT_EQ(letter("Réglage couleur"), "R");
-  EXPECT_EQ(letter("éclat"), "É");
-  EXPECT_EQ(letter("  3D keyer"), "3");
-  EXPECT_EQ(letter(" · — "), "•");
-  EXPECT_EQ(letter(""), "•");
-}
-
-TEST(SchematicGeometry, WiresBendEvenWhenTheirEndsAreAligned) {
+TEST(SchematicGeometry, WiresBendAndCutStrokesMustProperlyCrossThem) {
   const Point from{0, 0}, to{0, 100};
   // Drawn with a bend of 30: the curve starts by going right by that much.
   const Curve drawn = wireCurve(from, to, kDrawBend);
@@ -127,18 +103,17 @@ TEST(SchematicGeometry, WiresBendEvenWhenTheirEndsAreAligned) {
   const double y = quarter.y + 0.5;  // off the sampled point, so it meets a chord inside
   EXPECT_TRUE(crossesCurve({7.5, y}, {10, y}, from, to));
   EXPECT_FALSE(crossesCurve({9.5, y}, {10.5, y}, from, to));
+
+  // A stroke across a straight wire.
+  const Point a{0, 0}, b{100, 0};
+  EXPECT_TRUE(crossesCurve({51, -20}, {51, 20}, a, b));
+  EXPECT_FALSE(crossesCurve({51, -20}, {51, -5}, a, b)) << "short of the wire";
+  EXPECT_FALSE(crossesCurve({51, -20}, {51, 0}, a, b)) << "ending on the wire is touching, not cutting";
+  EXPECT_FALSE(crossesCurve({10, -5}, {90, -5}, a, b)) << "alongside";
+  EXPECT_FALSE(crossesCurve({150, -20}, {150, 20}, a, b)) << "past its end";
 }
 
-TEST(SchematicGeometry, CutStrokesMustProperlyCrossAWire) {
-  const Point from{0, 0}, to{100, 0};
-  EXPECT_TRUE(crossesCurve({51, -20}, {51, 20}, from, to));
-  EXPECT_FALSE(crossesCurve({51, -20}, {51, -5}, from, to)) << "short of the wire";
-  EXPECT_FALSE(crossesCurve({51, -20}, {51, 0}, from, to)) << "ending on the wire is touching, not cutting";
-  EXPECT_FALSE(crossesCurve({10, -5}, {90, -5}, from, to)) << "alongside";
-  EXPECT_FALSE(crossesCurve({150, -20}, {150, 20}, from, to)) << "past its end";
-}
-
-TEST(SchematicGeometry, ViewTransformAndZoom) {
+TEST(SchematicGeometry, ViewTransformZoomAndFraming) {
   View v{{100, 50}, 2};
   const Point g{12, -7};
   EXPECT_EQ(v.toView(g), (Point{124, 36}));
@@ -151,9 +126,8 @@ TEST(SchematicGeometry, ViewTransformAndZoom) {
   EXPECT_NEAR(z.toView(v.toGraph(pivot)).y, pivot.y, 1e-9);
   EXPECT_EQ(v.zoomedAbout(pivot, 100).zoom, kMaxZoom);
   EXPECT_EQ(v.zoomedAbout(pivot, 1e-4).zoom, kMinZoom);
-}
 
-TEST(SchematicGeometry, FramingShowsEveryNode) {
+  // Framing shows every node.
   EXPECT_FALSE(frameAll({}, 800, 600));
   EXPECT_FALSE(frameAll({{0, 0}}, 0, 600));
   // A single node is not blown up past 1.2, and sits in the middle.

@@ -1,15 +1,9 @@
 // Texts as the desktop shows them: key glyphs in the Linux form, and every text of the window
 // translated when the interface speaks English.
-#include <gtest/gtest.h>
-
-#include <QAction>
 #include <QLabel>
 #include <QToolButton>
 
-#include "document/app_model.h"
-#include "platform/scheduler.h"
 #include "platform/string_catalogue.h"
-#include "shell/main_window.h"
 #include "shell/shown_text.h"
 #include "shell_app.h"
 

@@ -1,11 +1,5 @@
 // The "Mes nodes" menu over a real library: a group saved twice gives two versions, placing it
 // gives a group of its own, a version is taken back, and removing empties the menu.
-#include <gtest/gtest.h>
-
-#include <QMenu>
-
-#include "../document/temp_model.h"
-#include "document/app_model.h"
 #include "shell/user_node_menu.h"
 #include "shell_app.h"
 

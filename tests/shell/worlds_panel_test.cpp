@@ -1,24 +1,14 @@
 // The list of worlds docked beside the window: it shows the model's folders and worlds, enters a
 // world on a double click, renames in place, and its right-click menu works on the selection.
-#include <gtest/gtest.h>
-
 #include <QLineEdit>
-#include <QMenu>
 #include <QMenuBar>
-#include <QUrl>
-#include <QTest>
 #include <QTreeWidget>
+#include <QUrl>
 #include <fstream>
-#include <memory>
 
-#include "../document/temp_model.h"
 #include "color/lut_lib.h"
-#include "document/app_model.h"
 #include "document/world_list.h"
 #include "document/world_pack.h"
-#include "platform/dialogs.h"
-#include "platform/scheduler.h"
-#include "shell/main_window.h"
 #include "shell/worlds_panel.h"
 #include "shell_app.h"
 
@@ -93,7 +83,7 @@ QStringList lines(const QTreeWidget& tree) {
 }
 }  // namespace
 
-TEST(WorldsPanel, ListsFoldersWithTheirWorldsTheOpenOneInBoldAndFollowsTheModel) {
+TEST(WorldsPanel, ListsFoldersAndWorldsFollowsTheModelAndOffersWhatFitsTheSelection) {
   Desk d;
   const QString slog = QString::fromStdString(*LUTLib::short_("auto:slog3"));
   EXPECT_EQ(lines(d.tree), (QStringList{"0:Scène 12:", "1:Plan_010:", "1:Plan_020:", "0:Plan_030:" + slog,
@@ -116,10 +106,8 @@ TEST(WorldsPanel, ListsFoldersWithTheirWorldsTheOpenOneInBoldAndFollowsTheModel)
   EXPECT_EQ(d.m->_currentBatchID, d.worlds[3]);
   EXPECT_FALSE(d.m->_worldView);
   EXPECT_EQ(d.m->_worldSelection, std::set<Uuid>{d.worlds[3]}) << "the selection is the model's";
-}
 
-TEST(WorldsPanel, TheMenuOffersWhatFitsTheSelection) {
-  Desk d;
+  // The right-click menu offers what fits the selection.
   const Uuid folder = d.m->_worldGroups.front().id;
   const struct {
     std::vector<Uuid> selected;
@@ -142,7 +130,7 @@ TEST(WorldsPanel, TheMenuOffersWhatFitsTheSelection) {
   EXPECT_EQ(menu->findChild<QAction*>("groupWorlds")->text(), "Nouveau dossier avec 2");
 }
 
-TEST(WorldsPanel, GroupsNamesUngroupsAndDeletesThroughItsMenu) {
+TEST(WorldsPanel, GroupsNamesUngroupsDeletesAndChoosesALutThroughItsMenu) {
   Desk d;
   d.select({d.worlds[2], d.worlds[3]});
   ASSERT_TRUE(d.pick("groupWorlds"));
@@ -191,10 +179,8 @@ TEST(WorldsPanel, GroupsNamesUngroupsAndDeletesThroughItsMenu) {
   EXPECT_EQ(d.m->_batches.size(), 3u);
   EXPECT_EQ(d.panel.itemOf(d.worlds[0]), nullptr);
   EXPECT_TRUE(d.m->_worldSelection.empty());
-}
 
-TEST(WorldsPanel, TheWorldsLutCanBeAChosenCubeFile) {
-  Desk d;
+  // The world's LUT can be a chosen .cube file.
   const auto cube = d.dir.path / "grade.cube";
   std::ofstream(cube) << "LUT_3D_SIZE 2\n0 0 0\n1 0 0\n0 1 0\n1 1 0\n0 0 1\n1 0 1\n0 1 1\n1 1 1\n";
   d.dialogs->panelAnswers = {cube};
