@@ -12,10 +12,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct CliRun {
-  int exitCode = -1;
-  std::string out;
-};
+struct CliRun { int exitCode = -1; std::string out; };
 
 CliRun selftest(const fs::path& binary, const TempDir& sandbox, const std::string& extraEnv = {}) {
   QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -33,19 +30,16 @@ CliRun selftest(const fs::path& binary, const TempDir& sandbox, const std::strin
   return {proc.exitCode(), proc.readAllStandardOutput().toStdString()};
 }
 
-void writeSettings(const TempDir& sandbox, const std::string& text) {
-  fs::create_directories(sandbox.path / "config" / "Tarvane");
-  std::ofstream(sandbox.path / "config" / "Tarvane" / "Ombrik.conf") << text;
-}
-
 std::string settings(const TempDir& sandbox) {
   std::ifstream in(sandbox.path / "config" / "Tarvane" / "Ombrik.conf");
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
 bool has(const std::string& out, const std::string& line) { return out.find(line) != std::string::npos; }
-bool endsWith(const std::string& out, const std::string& tail) {
-  return out.size() >= tail.size() && out.compare(out.size() - tail.size(), tail.size(), tail) == 0;
+// Every line is in the report, and the report ends with `last`.
+void expectReport(const CliRun& r, const std::vector<std::string>& lines, const std::string& last) {
+  for (const std::string& line : lines) EXPECT_TRUE(has(r.out, line)) << "missing: " << line << "\n" << r.out;
+  EXPECT_TRUE(r.out.size() >= last.size() && r.out.compare(r.out.size() - last.size(), last.size(), last) == 0) << r.out;
 }
 
 }  // namespace
@@ -55,50 +49,30 @@ TEST(SelfTestCli, DevelopmentTreeSpeaksFrenchAndFindsTheWorker) {
   const CliRun r = selftest(OMBRIK_BINARY, sandbox);
   EXPECT_EQ(r.exitCode, 0) << r.out;
   EXPECT_TRUE(r.out.rfind("Ombrik 0.1.0", 0) == 0) << r.out;
-  EXPECT_TRUE(has(r.out, " · app distribuée : false\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\n  données    : " + (sandbox.path / "data").string() + "\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\n  support    : " + (sandbox.path / "support").string() + "\n")) << r.out;
-  // The support folder given takes the models and the logs: nothing is written in the tree.
-  EXPECT_TRUE(has(r.out, "\n  modèles    : " + (sandbox.path / "support" / "Models").string() + "\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\n  journaux   : " + (sandbox.path / "support" / "Logs").string() + "\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\n  langue     : fr · « Masque de forme » → « Masque de forme »\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\n  GPU        : llvmpipe")) << r.out;  // tests run on the CPU driver
-  EXPECT_TRUE(has(r.out, "\nOK    GPU et noyaux de calcul\n")) << r.out;
-  // The tree's worker scripts, on the system's python3 with Debian's OpenCV (no engine pack).
-  EXPECT_TRUE(has(r.out, "\nOK    scripts IA (om_track, om_klt)\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\nINFO  Packs IA non installés (normal pour une app neuve)\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\n  python     : /usr/bin/python3\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\n  cv2 4.")) << r.out;
-  EXPECT_TRUE(has(r.out, "\nOK    Python avec OpenCV et numpy\n")) << r.out;
-  // The neural models setup installed beside the tree's worker.
-  EXPECT_TRUE(has(r.out, "/Tracker/models/selfie.onnx\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\n  modèle     : ")) << r.out;
-  EXPECT_TRUE(has(r.out, "\nINFO  Aucun tracker neuronal installé : le moteur Précis suit par flux optique dense")) << r.out;
-  EXPECT_TRUE(endsWith(r.out, "\nInstallation correcte.\n")) << r.out;
+  const fs::path support = sandbox.path / "support";
+  expectReport(r,
+               {" · app distribuée : false\n", "\n  données    : " + (sandbox.path / "data").string() + "\n",
+                "\n  support    : " + support.string() + "\n",
+                // The support folder given takes the models and the logs: nothing is written in the tree.
+                "\n  modèles    : " + (support / "Models").string() + "\n", "\n  journaux   : " + (support / "Logs").string() + "\n",
+                "\n  langue     : fr · « Masque de forme » → « Masque de forme »\n",
+                "\n  GPU        : llvmpipe",  // tests run on the CPU driver
+                "\nOK    GPU et noyaux de calcul\n",
+                // The tree's worker scripts, on the system's python3 with Debian's OpenCV (no engine pack).
+                "\nOK    scripts IA (om_track, om_klt)\n", "\nINFO  Packs IA non installés (normal pour une app neuve)\n",
+                "\n  python     : /usr/bin/python3\n", "\n  cv2 4.", "\nOK    Python avec OpenCV et numpy\n",
+                // The neural models setup installed beside the tree's worker.
+                "/Tracker/models/selfie.onnx\n", "\n  modèle     : ",
+                "\nINFO  Aucun tracker neuronal installé : le moteur Précis suit par flux optique dense"},
+               "\nInstallation correcte.\n");
   // The language was applied before anything else ran.
   EXPECT_TRUE(has(settings(sandbox), "AppleLanguages=fr")) << settings(sandbox);
 }
 
-TEST(SelfTestCli, ChosenEnglishIsUsedThroughout) {
-  TempDir sandbox;
-  writeSettings(sandbox, "[General]\nombrikLanguage=en\n");
-  const CliRun r = selftest(OMBRIK_BINARY, sandbox);
-  EXPECT_EQ(r.exitCode, 0) << r.out;
-  EXPECT_TRUE(has(r.out, " · installed app: false\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\n  language   : en · « Masque de forme » → « Shape Mask »\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\nOK    AI scripts (om_track, om_klt)\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\nINFO  AI packs not installed (normal for a new app)\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\nOK    Python with OpenCV and numpy\n")) << r.out;
-  EXPECT_TRUE(has(r.out, "\nINFO  No neural tracker installed: the Precise engine tracks by dense optical flow")) << r.out;
-  EXPECT_TRUE(has(r.out, "\nInstallation complete.\n")) << r.out;
-  EXPECT_FALSE(has(r.out, "ÉCHEC")) << r.out;
-  EXPECT_FALSE(has(r.out, "Aucun")) << r.out;
-  EXPECT_TRUE(has(settings(sandbox), "AppleLanguages=en")) << settings(sandbox);
-}
-
-TEST(SelfTestCli, InstalledProgramChecksItsOwnScripts) {
-  // An installed layout: <prefix>/bin/ombrik beside <prefix>/share/ombrik/Tracker with the worker's
-  // scripts, whole or with one of them broken.
+// An installed layout: <prefix>/bin/ombrik beside <prefix>/share/ombrik/Tracker with the worker's
+// scripts. Whole, with French chosen in the settings over the installed default; then with a script
+// broken and no choice made: English throughout.
+TEST(SelfTestCli, InstalledProgramChecksItsOwnScriptsInTheChosenLanguage) {
   const fs::path source = fs::path(__FILE__).parent_path().parent_path().parent_path() / "Tracker";
   for (const bool broken : {false, true}) {
     TempDir sandbox;
@@ -109,23 +83,34 @@ TEST(SelfTestCli, InstalledProgramChecksItsOwnScripts) {
     fs::create_directories(tracker);
     for (const auto& e : fs::directory_iterator(source))
       if (e.path().extension() == ".py") fs::copy_file(e.path(), tracker / e.path().filename());
-    if (broken) std::ofstream(tracker / "om_klt.py") << "def broken(:\n";
+    if (broken) {
+      std::ofstream(tracker / "om_klt.py") << "def broken(:\n";
+    } else {
+      fs::create_directories(sandbox.path / "config" / "Tarvane");
+      std::ofstream(sandbox.path / "config" / "Tarvane" / "Ombrik.conf") << "[General]\nombrikLanguage=fr\n";
+    }
 
     const CliRun r = selftest(prefix / "bin" / "ombrik", sandbox, "OMBRIK_SUPPORT");
-    EXPECT_TRUE(has(r.out, " · installed app: true\n")) << r.out;  // installed and no choice: English
-    EXPECT_TRUE(has(r.out, "\n  resources  : " + (prefix / "share" / "ombrik").string() + "\n")) << r.out;
-    EXPECT_TRUE(has(r.out, "\n  support    : " + (sandbox.path / "xdg-data" / "Ombrik").string() + "\n")) << r.out;
-    EXPECT_TRUE(has(r.out, "\nOK    GPU and compute kernels\n")) << r.out;
-    EXPECT_TRUE(has(r.out, "\nOK    AI scripts (om_track, om_klt)\n")) << r.out;
-    if (broken) {
-      EXPECT_NE(r.exitCode, 0) << r.out;
-      EXPECT_TRUE(has(r.out, "SyntaxError")) << r.out;
-      EXPECT_TRUE(has(r.out, "\nFAIL  Python with OpenCV and numpy\n")) << r.out;
-      EXPECT_TRUE(endsWith(r.out, "\nInstallation incomplete.\n")) << r.out;
-    } else {
-      EXPECT_EQ(r.exitCode, 0) << r.out;
-      EXPECT_TRUE(has(r.out, "\nOK    Python with OpenCV and numpy\n")) << r.out;
-      EXPECT_TRUE(endsWith(r.out, "\nInstallation complete.\n")) << r.out;
+    EXPECT_EQ(r.exitCode != 0, broken) << r.out;
+    const std::string resources = (prefix / "share" / "ombrik").string(), support = (sandbox.path / "xdg-data" / "Ombrik").string();
+    if (!broken) {
+      expectReport(r,
+                   {" · app distribuée : true\n", "\n  ressources : " + resources + "\n", "\n  support    : " + support + "\n",
+                    "\n  langue     : fr · « Masque de forme » → « Masque de forme »\n", "\nOK    GPU et noyaux de calcul\n",
+                    "\nOK    scripts IA (om_track, om_klt)\n", "\nOK    Python avec OpenCV et numpy\n"},
+                   "\nInstallation correcte.\n");
+      EXPECT_TRUE(has(settings(sandbox), "AppleLanguages=fr")) << settings(sandbox);
+      continue;
     }
+    expectReport(r,
+                 {" · installed app: true\n", "\n  resources  : " + resources + "\n", "\n  support    : " + support + "\n",
+                  "\n  language   : en · « Masque de forme » → « Shape Mask »\n", "\nOK    GPU and compute kernels\n",
+                  "\nOK    AI scripts (om_track, om_klt)\n", "\nINFO  AI packs not installed (normal for a new app)\n",
+                  "\nINFO  No neural tracker installed: the Precise engine tracks by dense optical flow",
+                  "\nFAIL  Python with OpenCV and numpy\n", "SyntaxError"},
+                 "\nInstallation incomplete.\n");
+    EXPECT_FALSE(has(r.out, "ÉCHEC")) << "French left in the English report\n" << r.out;
+    EXPECT_FALSE(has(r.out, "Aucun")) << "French left in the English report\n" << r.out;
+    EXPECT_TRUE(has(settings(sandbox), "AppleLanguages=en")) << settings(sandbox);
   }
 }

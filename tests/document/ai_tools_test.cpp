@@ -21,11 +21,7 @@ struct Desk {
 }  // namespace
 
 TEST(AiTools, EachToolSaysWhatItLacksAndStartsNothing) {
-  struct Case {
-    const char* kind;
-    std::function<void(AppModel&, const Uuid&)> act;
-    const char* status;
-  } cases[] = {
+  struct Case { const char* kind; std::function<void(AppModel&, const Uuid&)> act; const char* status; } cases[] = {
       {"bodymask", [](AppModel& m, const Uuid& id) { m.bodyFrame(id); }, "Il faut une image ou une vidéo dans le graphe."},
       {"hairmatte", [](AppModel& m, const Uuid& id) { m.bodyVideo(id); }, "Il faut une vidéo dans le graphe."},
       {"magicmask", [](AppModel& m, const Uuid& id) { m.magicAddPoint(id, {0.5, 0.5}, true); },

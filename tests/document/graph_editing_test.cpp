@@ -1,8 +1,13 @@
+// Editing the graph: wires and their rules, deletion, effects added behind the selection, copies,
+// starting worlds, the Tab search, and where a new node lands.
 #include <gtest/gtest.h>
 
+#include <QString>
 #include <algorithm>
+#include <cmath>
 
-#include "engine/engine.h"
+#include "document/node_place.h"
+#include "document/quick_add.h"
 #include "temp_model.h"
 
 using namespace ombrik;
@@ -17,6 +22,15 @@ struct Graph : test::GraphDesk {
   }
   const Edge& edge(const Uuid& id) { return *std::find_if(m._edges.begin(), m._edges.end(), [&](const Edge& e) { return e.id == id; }); }
 };
+
+bool has(const std::vector<KindRef>& list, std::string_view id) {
+  return std::any_of(list.begin(), list.end(), [&](const KindRef& k) { return k->id == id; });
+}
+
+const NodeRoom kPlain{40, 34, 40, 58};  // a plain node and the name under it
+
+NodeFootprint at(double x, double y, NodeRoom room = kPlain) { return {{x, y}, room}; }
+
 }  // namespace
 
 TEST(GraphEditing, ConnectionRulesAndLoops) {
@@ -134,8 +148,7 @@ TEST(GraphEditing, PastedCopiesAreIndependentAndKeepInnerWires) {
   g.m.pasteNodes({200, 0});
   ASSERT_EQ(g.m._nodes.size(), before + 4);
   std::set<Uuid> ids;
-  for (const auto& n : g.m._nodes) ids.insert(n.id);
-  EXPECT_EQ(ids.size(), g.m._nodes.size());  // every copy has its own id
+  for (const auto& n : g.m._nodes) EXPECT_TRUE(ids.insert(n.id).second) << "every copy has its own id";
   int fromOutside = 0, inner = 0;
   for (const auto& e : g.m._edges) {
     fromOutside += e.from == outside;
@@ -168,10 +181,6 @@ TEST(GraphEditing, StartingWorldsRecentKindsAndDefaultGraph) {
   EXPECT_EQ(blank.layout.position(blank._nodes[0].id), (Point{600, 140}));
   EXPECT_EQ(world.nodes, blank._nodes);
   EXPECT_EQ(world.positions, blank.layout.positions());
-  EXPECT_EQ(blank._fps, 25);
-  EXPECT_EQ(blank._previewScale, 1);
-  EXPECT_TRUE(blank._media.empty());
-  EXPECT_TRUE(blank._status.empty());
   // The open world lags its batch until saved.
   blank._nodes.push_back(Node(NodeKind::color()));
   blank.layout.set(blank._nodes.back().id, {100, 100});
@@ -195,20 +204,80 @@ TEST(GraphEditing, StartingWorldsRecentKindsAndDefaultGraph) {
   EXPECT_EQ(fromMask, 2);
 }
 
-TEST(GraphEditing, ExampleWorldEvaluatesToAPicture) {
-  auto clock = std::make_shared<ManualScheduler>();
-  AppModel m(AppModel::Options{.withEngine = true, .scheduler = clock});
-  ASSERT_TRUE(m.engine) << m._status;
-  EXPECT_EQ(m.currentBatch()->name, "Beauty_v01");
-  ASSERT_EQ(m._media.size(), 1u);
-  EXPECT_EQ(m._media[0].name, "Exemple beauté");
-  m._previewScale = 0.05;  // 96x54: small enough for the CPU driver
-  m.performRender(true);
-  const Node& out = *std::find_if(m._nodes.begin(), m._nodes.end(), [](const Node& n) { return n.kind->id == "output"; });
-  ASSERT_TRUE(m.engine->outputs.count(out.id));
-  const auto px = m.engine->readPixels(m.engine->outputs.at(out.id));
-  ASSERT_EQ(px.size(), 96u * 54 * 4);
-  double sum = 0;
-  for (std::size_t i = 0; i < px.size(); i += 4) sum += px[i] + px[i + 1] + px[i + 2];
-  EXPECT_GT(sum / (96 * 54 * 3), 0.05);  // a picture, not black
+TEST(QuickAdd, EveryTermMustMatchNamesSortTheResultsAndRecentKindsLead) {
+  const std::vector<KindRef> blur = quickAddResults("  BLUR ", {});
+  ASSERT_FALSE(blur.empty());
+  EXPECT_TRUE(has(blur, "blur")) << "the internal name, in any case, blanks trimmed";
+  for (std::size_t i = 1; i < blur.size(); ++i)
+    EXPECT_LE(QString::localeAwareCompare(QString::fromStdString(blur[i - 1]->title.value()),
+                                          QString::fromStdString(blur[i]->title.value())),
+              0);
+  // Two words narrow the list: each must be found somewhere in the kind's texts.
+  const std::vector<KindRef> narrowed = quickAddResults("blur " + blur.front()->category.value(), {});
+  EXPECT_LE(narrowed.size(), blur.size());
+  for (const KindRef& k : narrowed) EXPECT_TRUE(has(blur, k->id));
+  EXPECT_TRUE(quickAddResults("blur zzzz", {}).empty());
+  // The shown title finds its kind.
+  const KindRef colour = NodeKind::color();
+  EXPECT_TRUE(has(quickAddResults(colour->title.value(), {}), "color"));
+  // What the browser doesn't offer isn't found.
+  EXPECT_FALSE(has(quickAddResults("output", {}), "output"));
+
+  // An empty search lists every kind, the recent ones first.
+  const std::vector<KindRef> all = quickAddResults("", {});
+  const std::vector<KindRef> recent = quickAddResults("", {"glow", "gone-kind", "blur", "glow"});
+  ASSERT_EQ(recent.size(), all.size()) << "every kind once, a vanished one left out";
+  EXPECT_EQ(recent[0]->id, "glow");
+  EXPECT_EQ(recent[1]->id, "blur");
+  // The rest keep the catalogue's order.
+  std::vector<KindRef> rest;
+  for (const KindRef& k : all)
+    if (k->id != "glow" && k->id != "blur") rest.push_back(k);
+  EXPECT_TRUE(std::equal(rest.begin(), rest.end(), recent.begin() + 2));
+}
+
+TEST(NodePlace, NearestFreeSpotThatOverlapsNothing) {
+  // Without a gap the numbers are plain: a plain node is 80 wide and 92 high.
+  const struct { const char* what; Point wanted; std::vector<NodeFootprint> others; Point expected; } cases[] = {
+      {"nothing around: kept", {10, 20}, {}, {10, 20}},
+      {"clear of its neighbour: kept", {200, 0}, {at(0, 0)}, {200, 0}},
+      {"edge to edge counts as free", {80, 0}, {at(0, 0)}, {80, 0}},
+      {"just over the right edge: pushed right", {70, 0}, {at(0, 0)}, {80, 0}},
+      {"just over the bottom: pushed down", {0, 80}, {at(0, 0)}, {0, 92}},
+      {"straight on top: the nearer side wins (left and right tie, the right is taken)", {0, 0}, {at(0, 0)}, {80, 0}},
+      {"above a node: pushed up", {0, -85}, {at(0, 0)}, {0, -92}},
+      {"between two nodes side by side: out past the nearer edge",
+       {60, 10}, {at(0, 0), at(100, 0)}, {60, 92}},
+      {"in a row with no room between: below the row", {40, 0}, {at(0, 0), at(80, 0)}, {40, 92}},
+      {"a wider node reaches further", {100, 0}, {at(0, 0, {120, 34, 120, 58})}, {160, 0}},
+  };
+  for (const auto& c : cases) {
+    const Point got = clearPlace(c.wanted, kPlain, c.others, 0);
+    EXPECT_NEAR(got.x, c.expected.x, 1e-9) << c.what;
+    EXPECT_NEAR(got.y, c.expected.y, 1e-9) << c.what;
+  }
+  // By default a gap keeps nodes apart.
+  EXPECT_TRUE(footprintsOverlap(at(0, 0), at(80 + kNodeGap - 1, 0)));
+  EXPECT_FALSE(footprintsOverlap(at(0, 0), at(80 + kNodeGap, 0)));
+  EXPECT_NEAR(std::abs(clearPlace({0, 0}, kPlain, {at(0, 0)}).x), 80 + kNodeGap, 1e-9);
+
+  // A crowded grid with a single hole: whatever is asked for nearby ends free, and no free
+  // point of a fine search is closer.
+  std::vector<NodeFootprint> crowd;
+  for (int i = 0; i < 5; ++i)
+    for (int j = 0; j < 4; ++j)
+      if (!(i == 2 && j == 2)) crowd.push_back(at(i * 100.0, j * 110.0));
+  for (Point wanted : {Point{200, 220}, Point{150, 150}, Point{0, 0}, Point{410, 330}, Point{-30, 500}}) {
+    const Point got = clearPlace(wanted, kPlain, crowd);
+    for (const auto& o : crowd) EXPECT_FALSE(footprintsOverlap({got, kPlain}, o)) << wanted.x << "," << wanted.y;
+    const double found = std::hypot(got.x - wanted.x, got.y - wanted.y);
+    for (double dx = -300; dx <= 300; dx += 5)
+      for (double dy = -300; dy <= 300; dy += 5) {
+        const Point p{wanted.x + dx, wanted.y + dy};
+        const bool free = std::none_of(crowd.begin(), crowd.end(), [&](const auto& o) { return footprintsOverlap({p, kPlain}, o); });
+        if (free) {
+          EXPECT_GE(std::hypot(dx, dy), found - 1e-9) << "a free spot closer than " << found;
+        }
+      }
+  }
 }

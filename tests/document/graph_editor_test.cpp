@@ -32,7 +32,7 @@ struct Editor {
 };
 }  // namespace
 
-TEST(GraphEditorModel, CurvesLabelsAndColours) {
+TEST(GraphEditorModel, CurvesRangesMappingAndHandles) {
   Node n(NodeKind::color());
   n.anim["sat"] = {key(0, 1)};
   n.anim["exposure"] = {key(0, 0)};
@@ -46,9 +46,8 @@ TEST(GraphEditorModel, CurvesLabelsAndColours) {
   EXPECT_EQ(cs[1].color, (std::array<int, 3>{122, 169, 242}));
   EXPECT_EQ(cs[2].key, "sat");
   EXPECT_EQ(cs[2].color, (std::array<int, 3>{224, 120, 138}));  // fourth entry: "gain" took the third
-}
 
-TEST(GraphEditorModel, RangesPadAndIncludeOvershoot) {
+  // Value ranges are padded and include a Bézier overshoot.
   auto r = GraphEditor::range({key(0, 5), key(10, 5)});
   EXPECT_DOUBLE_EQ(r.lo, 4);
   EXPECT_DOUBLE_EQ(r.hi, 6);
@@ -62,9 +61,8 @@ TEST(GraphEditorModel, RangesPadAndIncludeOvershoot) {
   for (int f = 0; f <= 100; ++f) peak = std::max(peak, KeyAnim::value({a, b}, f));
   EXPECT_GT(peak, 0.5);
   EXPECT_NEAR(r.hi, peak + 0.12 * peak, 0.05 * peak);
-}
 
-TEST(GraphEditorModel, MappingAndHandles) {
+  // Frames and values to points and back; handle tips.
   GraphEditor g;
   g.mx = g.my = 10;
   for (int frames : {0, 1}) EXPECT_DOUBLE_EQ(g.xOf(1, frames, 120), 110);  // divides by 1
@@ -72,7 +70,8 @@ TEST(GraphEditorModel, MappingAndHandles) {
   EXPECT_DOUBLE_EQ(g.valueAt(g.yOf(0.3, {0, 2}, 300), {0, 2}, 300), 0.3);
   EXPECT_DOUBLE_EQ(g.frameAt(5, 100, 10), -5 * 99);  // a canvas narrower than its margins divides by 1
 
-  Keyframe a = key(0, 0, KeyInterp::bezier), b = key(30, 3), c = key(60, 0);
+  a = key(0, 0, KeyInterp::bezier), b = key(30, 3);
+  const Keyframe c = key(60, 0);
   a.outInf = 1, b.inInf = 1, b.outSlope = 0.1;  // normalised to 0.5 each
   const auto [in, out] = GraphEditor::handlePoints({a, b, c}, 1);
   ASSERT_TRUE(in && out);

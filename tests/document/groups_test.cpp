@@ -65,12 +65,7 @@ TEST(Groups, InputsGatherBySourceOrderedLeftToRightWithMattesLast) {
 }
 
 TEST(Groups, RefusalsChangeNothing) {
-  struct Case {
-    const char* name;
-    int fromPort;
-    bool twoOutputs;
-    std::string status;
-  } cases[] = {
+  struct Case { const char* name; int fromPort; bool twoOutputs; std::string status; } cases[] = {
       {"two nodes leave", 0, true,
        "Impossible de fusionner : la sélection a plusieurs sorties. Fusionnez une chaîne qui se termine par un seul node."},
       {"a mask's own output leaves", 2, false,

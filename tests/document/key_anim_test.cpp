@@ -101,8 +101,10 @@ TEST(KeyCurve, BezierFollowsItsControlPoints) {
   EXPECT_NEAR(KeyAnim::value({a, b}, 27), 10, 0);
 }
 
-TEST(KeyOperations, ToggleAnimationKeepsTheValueOnScreen) {
+// Each parameter of the colour node below has its own story; they share one node.
+TEST(KeyOperations, ToggleAnimationSetKeyAndAnimatedCopies) {
   Model t;
+  // Animation on keeps the value on screen; off, the value at the current frame becomes the constant.
   t.m._currentFrame = 4;
   t.m.toggleAnim(t.id, "sat");
   ASSERT_EQ(t.keys("sat").size(), 1u);
@@ -110,13 +112,11 @@ TEST(KeyOperations, ToggleAnimationKeepsTheValueOnScreen) {
   EXPECT_DOUBLE_EQ(t.keys("sat")[0].v, 0.92);
   t.m.setKey(t.id, "sat", 20, 0.2);
   t.m._currentFrame = 12;
-  t.m.toggleAnim(t.id, "sat");  // off: the value at frame 12 becomes the constant
+  t.m.toggleAnim(t.id, "sat");
   EXPECT_FALSE(t.m.nodeByID(t.id)->anim.count("sat"));
   EXPECT_NEAR(t.m.nodeByID(t.id)->params.at("sat"), 0.92 + (0.2 - 0.92) * 8 / 16, 1e-12);
-}
 
-TEST(KeyOperations, SetKeyKeepsStyleAndInsertsInTheStretchStyle) {
-  Model t;
+  // A key inserted in a stretch takes the stretch's style; one set on a key's frame keeps its style.
   t.m.setKey(t.id, "gain", 10, 1.0);
   t.m.setKey(t.id, "gain", 0, 0.5);
   t.m.setKeyStyle(t.id, "gain", 0, AppModel::KeyStyle::hold);
@@ -131,88 +131,8 @@ TEST(KeyOperations, SetKeyKeepsStyleAndInsertsInTheStretchStyle) {
   EXPECT_DOUBLE_EQ(ks[1].v, 0.9);
   EXPECT_EQ(ks[1].interp, KeyInterp::bezier);
   EXPECT_DOUBLE_EQ(ks[1].outInf, 0.6);
-}
 
-TEST(KeyOperations, ToggleKeyInAHeldStretchAddsTheHeldValue) {
-  Model t;
-  t.m.setKey(t.id, "gain", 0, 0.5);
-  t.m.setKey(t.id, "gain", 10, 1.2);
-  t.m.setKeyStyle(t.id, "gain", 0, AppModel::KeyStyle::hold);
-  t.m._currentFrame = 6;
-  t.m.toggleKey(t.id, "gain");
-  auto& ks = t.keys("gain");
-  ASSERT_EQ(ks.size(), 3u);
-  EXPECT_EQ(ks[1].v, 0.5);
-  EXPECT_EQ(ks[1].interp, KeyInterp::hold);
-  t.m.toggleKey(t.id, "gain");  // a key stands here now: removed
-  EXPECT_EQ(t.keys("gain").size(), 2u);
-  t.m._currentFrame = 10;
-  t.m.toggleKey(t.id, "gain");
-  t.m._currentFrame = 0;
-  t.m.toggleKey(t.id, "gain");  // the last key: animation off, value kept
-  EXPECT_FALSE(t.m.nodeByID(t.id)->anim.count("gain"));
-  EXPECT_EQ(t.m.nodeByID(t.id)->params.at("gain"), 0.5);
-}
-
-TEST(KeyOperations, MoveKeyNeverCrossesItsNeighbours) {
-  Model t;
-  for (int f : {10, 20, 21, 30}) t.m.setKey(t.id, "lift", f, f / 100.0);
-  t.m.moveKey(t.id, "lift", 0, 25, 7);  // stops one frame short of the next key
-  EXPECT_EQ(t.keys("lift")[0].f, 19);
-  EXPECT_EQ(t.keys("lift")[0].v, 7);  // values have no limit
-  t.m.moveKey(t.id, "lift", 0, -5, 0);
-  EXPECT_EQ(t.keys("lift")[0].f, 0);
-  t.m.moveKey(t.id, "lift", 1, 5, 0);  // squeezed: neighbours at 0 and 21... lo 1, hi 20
-  EXPECT_EQ(t.keys("lift")[1].f, 5);
-  t.m.moveKey(t.id, "lift", 2, 2, 0);  // lo = 6
-  EXPECT_EQ(t.keys("lift")[2].f, 6);
-  t.m.moveKey(t.id, "lift", 3, 500, 0);  // the last key may leave the world's end
-  EXPECT_EQ(t.keys("lift")[3].f, 500);
-  t.m.moveKey(t.id, "lift", 3, 3, 0);
-  EXPECT_EQ(t.keys("lift")[3].f, 7);
-
-  Model s;  // keys one frame apart keep their frame
-  for (int f : {4, 5, 6}) s.m.setKey(s.id, "lift", f, 0);
-  s.m.moveKey(s.id, "lift", 1, 40, 1);
-  EXPECT_EQ(s.keys("lift")[1].f, 5);
-}
-
-TEST(KeyOperations, HandlesAndStyles) {
-  Model t;
-  for (int f : {0, 10, 30}) t.m.setKey(t.id, "temp", f, f / 10.0);
-  t.m.setHandle(t.id, "temp", 1, false, 0.4, 0.3);  // incoming: the previous segment turns Bézier
-  EXPECT_EQ(t.keys("temp")[0].interp, KeyInterp::bezier);
-  EXPECT_EQ(t.keys("temp")[1].interp, KeyInterp::linear);
-  EXPECT_DOUBLE_EQ(t.keys("temp")[1].inInf, 0.4);
-  t.m.setHandle(t.id, "temp", 0, false, 0.2, 9);  // no previous key: stored, nothing else
-  EXPECT_DOUBLE_EQ(t.keys("temp")[0].inSlope, 9);
-
-  t.m.setKeyStyle(t.id, "temp", 1, AppModel::KeyStyle::smooth);
-  EXPECT_DOUBLE_EQ(t.keys("temp")[1].outSlope, (3.0 - 0.0) / 30);
-  t.m.setKeyStyle(t.id, "temp", 0, AppModel::KeyStyle::smooth);  // first key: flat
-  EXPECT_EQ(t.keys("temp")[0].outSlope, 0);
-  t.m.setKeyStyle(t.id, "temp", 2, AppModel::KeyStyle::smooth);  // last key: flat
-  EXPECT_EQ(t.keys("temp")[2].inSlope, 0);
-  t.m.setKeyStyle(t.id, "temp", 1, AppModel::KeyStyle::linear);
-  EXPECT_EQ(t.keys("temp")[0].interp, KeyInterp::linear);
-  EXPECT_EQ(t.keys("temp")[1].interp, KeyInterp::linear);
-}
-
-TEST(KeyOperations, DeletingEverySelectedKeyLeavesTheLastValue) {
-  Model t;
-  for (int f : {0, 10, 20}) t.m.setKey(t.id, "exposure", f, f / 10.0);
-  t.m.inspectedID = t.id;
-  t.m._currentFrame = 5;
-  t.m._keySel = {{"exposure", 0}, {"exposure", 1}, {"exposure", 2}, {"exposure", 9}};
-  t.m.deleteSelectedKeys();
-  EXPECT_FALSE(t.m.nodeByID(t.id)->anim.count("exposure"));
-  // Removed from the highest index: the last removal takes key 0 alone, value 0 at any frame.
-  EXPECT_EQ(t.m.nodeByID(t.id)->params.at("exposure"), 0);
-  EXPECT_TRUE(t.m._keySel.empty());
-}
-
-TEST(KeyOperations, AnimatedCopiesLeaveTheStoredNodeAlone) {
-  Model t;
+  // The animated copy of a node, at a frame or at the evaluated one, leaves the stored node alone.
   t.m.setKey(t.id, "gamma", 0, 1);
   t.m.setKey(t.id, "gamma", 10, 2);
   const Node& stored = *t.m.nodeByID(t.id);
@@ -226,7 +146,68 @@ TEST(KeyOperations, AnimatedCopiesLeaveTheStoredNodeAlone) {
   b.set(3);  // an animated parameter: a key at the current frame
   EXPECT_EQ(t.keys("gamma").size(), 3u);
   EXPECT_DOUBLE_EQ(b.get(), 3);
-  auto plain = t.m.binding(t.id, "sat");
-  plain.set(0.5);
+  t.m.binding(t.id, "sat").set(0.5);
   EXPECT_EQ(t.m.nodeByID(t.id)->params.at("sat"), 0.5);
+}
+
+TEST(KeyOperations, ToggleMoveHandlesStylesAndDeletion) {
+  Model t;
+  // K in a held stretch adds the held value; on a key it removes it; the last key turns animation off.
+  t.m.setKey(t.id, "gain", 0, 0.5);
+  t.m.setKey(t.id, "gain", 10, 1.2);
+  t.m.setKeyStyle(t.id, "gain", 0, AppModel::KeyStyle::hold);
+  t.m._currentFrame = 6;
+  t.m.toggleKey(t.id, "gain");
+  ASSERT_EQ(t.keys("gain").size(), 3u);
+  EXPECT_EQ(t.keys("gain")[1].v, 0.5);
+  EXPECT_EQ(t.keys("gain")[1].interp, KeyInterp::hold);
+  t.m.toggleKey(t.id, "gain");
+  EXPECT_EQ(t.keys("gain").size(), 2u);
+  t.m._currentFrame = 10;
+  t.m.toggleKey(t.id, "gain");
+  t.m._currentFrame = 0;
+  t.m.toggleKey(t.id, "gain");
+  EXPECT_FALSE(t.m.nodeByID(t.id)->anim.count("gain"));
+  EXPECT_EQ(t.m.nodeByID(t.id)->params.at("gain"), 0.5);
+
+  // A moved key never crosses its neighbours; values have no limit; the last key may leave the end.
+  for (int f : {10, 20, 21, 30}) t.m.setKey(t.id, "lift", f, f / 100.0);
+  const struct {
+    int index, to, frame;
+  } moves[] = {{0, 25, 19}, {0, -5, 0}, {1, 5, 5}, {2, 2, 6}, {3, 500, 500}, {3, 3, 7}};
+  for (const auto& mv : moves) {
+    t.m.moveKey(t.id, "lift", mv.index, mv.to, 7);
+    EXPECT_EQ(t.keys("lift")[mv.index].f, mv.frame) << "key " << mv.index << " to " << mv.to;
+  }
+  EXPECT_EQ(t.keys("lift")[0].v, 7);
+  for (int f : {40, 41, 42}) t.m.setKey(t.id, "exposure", f, 0);  // keys one frame apart keep their frame
+  t.m.moveKey(t.id, "exposure", 1, 80, 1);
+  EXPECT_EQ(t.keys("exposure")[1].f, 41);
+
+  // Handles and styles.
+  for (int f : {0, 10, 30}) t.m.setKey(t.id, "temp", f, f / 10.0);
+  t.m.setHandle(t.id, "temp", 1, false, 0.4, 0.3);  // incoming: the previous segment turns Bézier
+  EXPECT_EQ(t.keys("temp")[0].interp, KeyInterp::bezier);
+  EXPECT_EQ(t.keys("temp")[1].interp, KeyInterp::linear);
+  EXPECT_DOUBLE_EQ(t.keys("temp")[1].inInf, 0.4);
+  t.m.setHandle(t.id, "temp", 0, false, 0.2, 9);  // no previous key: stored, nothing else
+  EXPECT_DOUBLE_EQ(t.keys("temp")[0].inSlope, 9);
+  t.m.setKeyStyle(t.id, "temp", 1, AppModel::KeyStyle::smooth);
+  EXPECT_DOUBLE_EQ(t.keys("temp")[1].outSlope, (3.0 - 0.0) / 30);
+  t.m.setKeyStyle(t.id, "temp", 0, AppModel::KeyStyle::smooth);  // first key: flat
+  EXPECT_EQ(t.keys("temp")[0].outSlope, 0);
+  t.m.setKeyStyle(t.id, "temp", 2, AppModel::KeyStyle::smooth);  // last key: flat
+  EXPECT_EQ(t.keys("temp")[2].inSlope, 0);
+  t.m.setKeyStyle(t.id, "temp", 1, AppModel::KeyStyle::linear);
+  EXPECT_EQ(t.keys("temp")[0].interp, KeyInterp::linear);
+  EXPECT_EQ(t.keys("temp")[1].interp, KeyInterp::linear);
+
+  // Every selected key deleted: removed from the highest index, the last removal takes key 0 alone.
+  t.m.inspectedID = t.id;
+  t.m._currentFrame = 5;
+  t.m._keySel = {{"temp", 0}, {"temp", 1}, {"temp", 2}, {"temp", 9}};
+  t.m.deleteSelectedKeys();
+  EXPECT_FALSE(t.m.nodeByID(t.id)->anim.count("temp"));
+  EXPECT_EQ(t.m.nodeByID(t.id)->params.at("temp"), 0);
+  EXPECT_TRUE(t.m._keySel.empty());
 }

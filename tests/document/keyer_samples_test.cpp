@@ -1,15 +1,14 @@
 #include <gtest/gtest.h>
 
-#include "document/app_model.h"
 #include "engine/engine.h"
 #include "engine/source_picture.h"
-#include "platform/scheduler.h"
+#include "temp_model.h"
 
 using namespace ombrik;
 
 TEST(KeyerSamples, PickedColoursFollowTheirRules) {
-  auto clock = std::make_shared<ManualScheduler>();
-  AppModel m(AppModel::Options{.blankStart = true, .withEngine = true, .scheduler = clock});
+  test::ScriptedDesk d;
+  AppModel& m = *d.m;
   ASSERT_TRUE(m.engine);
   // Left half green, right half grey.
   std::vector<float> px;

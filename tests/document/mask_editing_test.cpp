@@ -190,7 +190,7 @@ TEST(MaskEditing, ClearingATrackedShapeKeepsItWhereItIsSeen) {
   EXPECT_EQ(r.m.roto.rotoTool, RotoTool::bezier);
 }
 
-TEST(MaskEditing, AnimatedAndTrackedPlacementsFollowTheHand) {
+TEST(MaskEditing, AnimatedAndTrackedPlacementsFollowTheHandAndIIsolates) {
   Roto r;
   r.m.setRotoTool(RotoTool::ellipse);  // the empty mask becomes an ellipse at the kind's placement
   ASSERT_TRUE(r.node().ellipse);
@@ -209,6 +209,19 @@ TEST(MaskEditing, AnimatedAndTrackedPlacementsFollowTheHand) {
   r.m.binding(r.mask, "cy").set(60);
   EXPECT_EQ(r.node().track.at(5).cy, 60);
   EXPECT_EQ(r.node().track.at(0).cy, 60);
+
+  // I hides the guides and shows them again; twice quickly it isolates the mask instead.
+  r.m.iKey();
+  EXPECT_TRUE(r.m._overlaysHidden);
+  r.clock->advance(1);
+  r.m.iKey();
+  EXPECT_FALSE(r.m._overlaysHidden);
+  r.clock->advance(1);
+  r.m.iKey();
+  r.clock->advance(0.2);
+  r.m.iKey();
+  EXPECT_FALSE(r.m._overlaysHidden);
+  EXPECT_TRUE(r.m.roto.maskIsolate);
 }
 
 TEST(MaskEditing, DraggingATrackedMaskCorrectsItWithOffsetKeysOverTheRawTrack) {
@@ -252,10 +265,7 @@ TEST(MaskEditing, DraggingATrackedMaskCorrectsItWithOffsetKeysOverTheRawTrack) {
 TEST(MaskEditing, PinsAreSetAndMovedBeforeATrackAndTrackingBetweenThemNeedsTwo) {
   Roto r;
   r.square();
-  struct Refusal {
-    std::function<void(Node&)> prepare;
-    const char* status;
-  } refusals[] = {
+  struct Refusal { std::function<void(Node&)> prepare; const char* status; } refusals[] = {
       {[](Node&) {}, "Posez au moins deux clés (début et fin) pour tracker entre les clés."},
       {[](Node& n) { n.pins = {{0, {}}, {9, {}}}, n.track = {{0, {}}}; },
        "Effacez d'abord le track : le suivi entre les clés repart de zéro."},
@@ -296,41 +306,26 @@ TEST(MaskEditing, PinsAreSetAndMovedBeforeATrackAndTrackingBetweenThemNeedsTwo) 
   EXPECT_TRUE(r.node().pins.empty());
 }
 
-TEST(MaskEditing, IKeyHidesGuidesAndTwiceIsolatesTheMask) {
-  Roto r;
-  r.m.iKey();
-  EXPECT_TRUE(r.m._overlaysHidden);
-  r.clock->advance(1);
-  r.m.iKey();
-  EXPECT_FALSE(r.m._overlaysHidden);
-  r.clock->advance(1);
-  r.m.iKey();
-  r.clock->advance(0.2);
-  r.m.iKey();
-  EXPECT_FALSE(r.m._overlaysHidden);
-  EXPECT_TRUE(r.m.roto.maskIsolate);
-}
-
+// The example world a first start opens: a beauty plate graded inside an ellipse.
 TEST(MaskEditing, TheExampleWorldsMaskLimitsItsGrade) {
   TempDir dir;
-  auto clock = std::make_shared<ManualScheduler>();
-  AppModel::Options o = tempModelOptions(dir, clock);
+  AppModel::Options o = tempModelOptions(dir, std::make_shared<ManualScheduler>());
   o.blankStart = false;
   AppModel m(o);
-  ASSERT_TRUE(m.engine);
+  ASSERT_TRUE(m.engine) << m._status;
+  EXPECT_EQ(m.currentBatch()->name, "Beauty_v01");
+  ASSERT_EQ(m._media.size(), 1u);
+  EXPECT_EQ(m._media[0].name, "Exemple beauté");
   m.setPreviewScale(0.125);
   m.performRender(true);
-  const Node *mask = nullptr, *colour = nullptr, *media = nullptr;
-  for (const Node& n : m._nodes) {
-    if (n.kind->id == "mask") mask = &n;
-    if (n.kind->id == "color") colour = &n;
-    if (n.kind->id == "media") media = &n;
-  }
+  const Node *mask = m.nodeByID(nodeOfKind(m, "mask")), *colour = m.nodeByID(nodeOfKind(m, "color")),
+             *media = m.nodeByID(nodeOfKind(m, "media"));
   ASSERT_TRUE(mask && colour && media);
   EXPECT_TRUE(mask->ellipse);
   const auto matte = m.engine->readPixels(m.engine->outputs.at(mask->id));
   const auto plate = m.engine->readPixels(m.engine->outputs.at(media->id));
   const auto graded = m.engine->readPixels(m.engine->outputs.at(colour->id));
+  EXPECT_GT(meanChannel(plate, 0) + meanChannel(plate, 1) + meanChannel(plate, 2), 0.15) << "a picture, not black";
   const int W = m.engine->compW, H = m.engine->compH;
   auto ellipseAt = [&](int x, int y) {
     const double dx = (x + 0.5 - mask->p("cx") / 100 * W) / (mask->p("rx") / 100 * W);

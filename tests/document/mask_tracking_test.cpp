@@ -6,11 +6,9 @@
 #include <cstdio>
 #include <random>
 
-#include "../platform/temp_dir.h"
 #include "../tracking/worker_clips.h"
-#include "document/app_model.h"
+#include "temp_model.h"
 #include "engine/engine.h"
-#include "platform/scheduler.h"
 
 using namespace ombrik;
 namespace fs = std::filesystem;
@@ -56,29 +54,25 @@ bool writeShot(const fs::path& out, bool similar) {
 
 // Lets the tracker, and the chain of runs between pins, finish (4 minutes of waiting at most).
 void waitForTracking(ManualScheduler& clock, const AppModel& m) {
-  for (int i = 0; i < 4800 && (m._trackingProgress || m.tracking.pins); ++i) {
-    clock.waitForThreads(0.05);
-    clock.runAll();
-  }
+  test::waitWhile(clock, [&] { return m._trackingProgress || m.tracking.pins; }, 240);
 }
 
-// The default graph on a shot, its mask drawn at frame 0 as the square `kCorners` around the
-// middle, posed on the picture's centre (where the shot turns).
+// The default graph on a shot, its mask drawn at frame 0 as the outline `corners` (in picture
+// fractions), posed on the picture's centre (where the shot turns).
 constexpr Point kCorners[4] = {{110, 50}, {210, 50}, {210, 130}, {110, 130}};
 
 std::unique_ptr<AppModel> modelOnShot(const fs::path& shot, const TempDir& dir, std::shared_ptr<ManualScheduler> clock,
-                                      Uuid& mask) {
-  auto m = std::make_unique<AppModel>(AppModel::Options{.blankStart = true, .withEngine = false, .scheduler = clock,
-                                                        .defaultsFile = (dir.path / "defaults.conf").string(),
-                                                        .dataDir = dir.path / "data"});
+                                      Uuid& mask, std::vector<Point> corners = {}, bool engine = false) {
+  if (corners.empty())
+    for (const Point& p : kCorners) corners.push_back({p.x / kW, p.y / kH});
+  auto m = std::make_unique<AppModel>(test::tempModelOptions(dir, clock, engine));
   m->buildDefaultGraph();
   if (!m->importURL(shot, true)) return nullptr;
   m->recomputeComp();
-  for (const auto& n : m->_nodes)
-    if (n.kind->id == "mask") mask = n.id;
+  mask = test::nodeOfKind(*m, "mask");
   Node* node = m->nodeByID(mask);
   node->shape.clear();
-  for (const Point& p : kCorners) node->shape.push_back({{p.x / kW, p.y / kH}, {}, {}});
+  for (const Point& p : corners) node->shape.push_back({p, {}, {}});
   node->shapeClosed = true;
   node->params["cx"] = 50, node->params["cy"] = 50;
   node->shapeBase = m->key(*node);
@@ -86,10 +80,7 @@ std::unique_ptr<AppModel> modelOnShot(const fs::path& shot, const TempDir& dir, 
   return m;
 }
 
-struct Errors {
-  double mean = 0, worst = 0, atPins = 0;
-  std::size_t frames = 0;
-};
+struct Errors { double mean = 0, worst = 0, atPins = 0; std::size_t frames = 0; };
 
 // How far the tracked square's corners stand from the truth, frame `from` on; `atPins` is the
 // worst at frames 15 and 45.
@@ -164,22 +155,13 @@ TEST(MaskTracking, ARealClipTrackedThroughTheModelRendersAMaskThatFollows) {
   ASSERT_TRUE(fs::exists(clip)) << "scripts/setup installs opencv-doc";
   TempDir dir;
   auto clock = std::make_shared<ManualScheduler>();
-  AppModel m(AppModel::Options{.blankStart = true, .scheduler = clock, .defaultsFile = (dir.path / "defaults.conf").string(),
-                               .dataDir = dir.path / "data"});
-  ASSERT_TRUE(m.engine) << m._status;
-  m.buildDefaultGraph();
-  ASSERT_TRUE(m.importURL(clip, true)) << m._status;
+  Uuid mask;
+  const auto model = modelOnShot(clip, dir, clock, mask, {{0.35, 0.3}, {0.65, 0.3}, {0.65, 0.7}, {0.35, 0.7}}, true);
+  ASSERT_TRUE(model && model->engine);
+  AppModel& m = *model;
+  m.nodeByID(mask)->ellipse = false;
   m.setPreviewScale(0.25);
   m.recomputeComp();
-  Uuid mask;
-  for (const auto& n : m._nodes)
-    if (n.kind->id == "mask") mask = n.id;
-  Node* node = m.nodeByID(mask);
-  node->shape = {{{0.35, 0.3}, {}, {}}, {{0.65, 0.3}, {}, {}}, {{0.65, 0.7}, {}, {}}, {{0.35, 0.7}, {}, {}}};
-  node->shapeClosed = true;
-  node->ellipse = false;
-  node->shapeBase = m.key(*node);
-  m.nodesChanged();
   m.tracking.engine = TrackEngine::fast;
   m.tracking.limit = 40;
   m.trackMask(mask, true);

@@ -7,15 +7,11 @@
 #include <random>
 
 #include "../media/test_clips.h"
-#include "../platform/temp_dir.h"
-#include "document/app_model.h"
 #include "document/media_trouble.h"
 #include "temp_model.h"
 #include "engine/engine.h"
 #include "engine/source_picture.h"
 #include "groups/node_group.h"
-#include "media/video_source.h"
-#include "platform/scheduler.h"
 
 using namespace ombrik;
 namespace fs = std::filesystem;
@@ -51,10 +47,7 @@ const MediaItem* find(const AppModel& m, const Uuid& id) {
 double shownGrey(AppModel& m, const Uuid& node) {
   auto it = m.engine->outputs.find(node);
   if (it == m.engine->outputs.end() || !it->second) return -1;
-  const auto px = m.engine->readPixels(it->second);
-  double sum = 0;
-  for (std::size_t i = 1; i < px.size(); i += 4) sum += px[i];
-  return sum / double(px.size() / 4) * 255.0;
+  return test::meanChannel(m.engine->readPixels(it->second), 1) * 255.0;
 }
 
 // Lets the decoder finish the seeks in flight, the pump hand their frames over and the render run.
@@ -65,19 +58,16 @@ void settle(Fixture& t, AppModel& m) {
 
 }  // namespace
 
-TEST(MediaImport, StillsAndClipsBecomeMediaItemsWithThumbnails) {
+TEST(MediaImport, StillsAndClipsBecomeMediaItemsWithThumbnailsAndWorldsKeepTheirTextures) {
   Fixture t;
   auto m = t.make();
   ASSERT_TRUE(m->engine) << m->_status;
   const fs::path png = t.still("plate.png", 400, 200);
   ASSERT_TRUE(m->importURL(png));
-  const MediaItem& s = m->_media.back();
+  const MediaItem s = m->_media.back();
   EXPECT_EQ(s.name, "plate.png");
-  EXPECT_EQ(s.url, png);
-  EXPECT_EQ(s.width, 400);
-  EXPECT_EQ(s.height, 200);
+  EXPECT_EQ((std::array{s.width, s.height}), (std::array{400, 200}));
   EXPECT_FALSE(s.isVideo);
-  EXPECT_EQ(s.frames, 0);
   ASSERT_TRUE(s.thumb && s.poster);
   EXPECT_EQ(std::max(s.thumb->width, s.thumb->height), 96);
   EXPECT_EQ(std::max(s.poster->width, s.poster->height), 360);
@@ -98,6 +88,22 @@ TEST(MediaImport, StillsAndClipsBecomeMediaItemsWithThumbnails) {
   double sum = 0;
   for (std::size_t i = 1; i < v->thumb->rgba->size(); i += 4) sum += (*v->thumb->rgba)[i];
   EXPECT_EQ(test::frameOfGrey(sum / double(v->thumb->rgba->size() / 4)), 0);
+
+  // Opening a world keeps only its own node textures; work textures belong to no world.
+  const Uuid first = *m->_currentBatchID;
+  const Uuid second = m->makeWorld(s.id, "B");
+  const Uuid firstNode = m->_nodes.front().id;
+  m->openBatch(second);
+  const Uuid secondNode = m->_nodes.front().id;
+  auto kept = m->engine->tex(secondNode, 0);
+  auto dropped = m->engine->tex(firstNode, 0);
+  auto work = m->engine->workTexture("scratch");
+  m->openBatch(first);  // back: the second world's textures go, the first's are new
+  EXPECT_NE(m->engine->tex(secondNode, 0), kept);
+  m->openBatch(second);
+  EXPECT_NE(m->engine->tex(firstNode, 0), dropped);
+  EXPECT_EQ(m->engine->workTexture("scratch"), work);
+  EXPECT_EQ(m->engine->tex(secondNode, 0), m->engine->tex(secondNode, 0)) << "a world opened keeps its own";
 }
 
 TEST(MediaImport, AClipOnAMediaNodeShowsTheFrameOfTheTime) {
@@ -105,9 +111,7 @@ TEST(MediaImport, AClipOnAMediaNodeShowsTheFrameOfTheTime) {
   auto m = t.make();
   m->buildDefaultGraph();
   ASSERT_TRUE(m->importURL(t.clip("shot.mp4"), true));
-  const Node* media = nullptr;
-  for (const auto& n : m->_nodes)
-    if (n.kind->id == "media") media = &n;
+  const Node* media = m->nodeByID(test::nodeOfKind(*m, "media"));
   ASSERT_TRUE(media && media->mediaID);
   EXPECT_EQ(*media->mediaID, m->_media.back().id);
   const Uuid node = media->id;
@@ -208,11 +212,7 @@ TEST(MediaImport, AnOutputWithoutPictureNamesTheMediaItCouldNotRead) {
   const Node out(NodeKind::output()), color(NodeKind::color()), mask(NodeKind::mask()), plan = media(bad),
       fond = media(lost), fine = media(good), unset = media(std::nullopt), look = group({Node(NodeKind::glow())}),
       holding = group({plan});
-  struct Case {
-    std::vector<Node> nodes;
-    std::vector<Edge> edges;
-    const char* says;
-  };
+  struct Case { std::vector<Node> nodes; std::vector<Edge> edges; const char* says; };
   const Case cases[] = {
       {{out}, {}, "rien n'y est relié ?"},
       {{color, out}, {wire(color, out)}, "rien n'y est relié ?"},
@@ -311,25 +311,4 @@ TEST(MediaImport, TheDropFolderMakesOneWorldPerNewFile) {
 
   // Worlds made from files take free cells of the map, never the same one.
   EXPECT_NE(m->worldPosition(m->_batches[m->_batches.size() - 1]), m->worldPosition(m->_batches[m->_batches.size() - 2]));
-}
-
-TEST(MediaImport, OpeningAWorldKeepsOnlyItsOwnNodeTextures) {
-  Fixture t;
-  auto m = t.make();
-  ASSERT_TRUE(m->importURL(t.still("a.png")));
-  const Uuid first = *m->_currentBatchID;
-  const Uuid second = m->makeWorld(m->_media.back().id, "B");
-  const Uuid firstNode = m->_nodes.front().id;
-  m->openBatch(second);
-  const Uuid secondNode = m->_nodes.front().id;
-  auto kept = m->engine->tex(secondNode, 0);
-  auto dropped = m->engine->tex(firstNode, 0);
-  auto work = m->engine->workTexture("scratch");
-  m->openBatch(first);  // back: the second world's textures go, the first's are new
-  EXPECT_NE(m->engine->tex(secondNode, 0), kept);
-  m->openBatch(second);
-  EXPECT_NE(m->engine->tex(firstNode, 0), dropped);
-  EXPECT_EQ(m->engine->workTexture("scratch"), work) << "work textures belong to no world";
-  // A world opened keeps its own: asking twice gives the same texture.
-  EXPECT_EQ(m->engine->tex(secondNode, 0), m->engine->tex(secondNode, 0));
 }

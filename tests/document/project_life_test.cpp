@@ -1,15 +1,14 @@
-// A project's life: written and read back, bad files refused without harm, the untitled project
-// kept over a restart, Save As, the open panel, a stale last project and the language's restart.
+// A project's life and the File menu: bad files refused without harm, missing media kept, the
+// untitled project kept over a restart, Save As, the open panel, a stale last project, the
+// language's restart, media imported from the panel, and a new project.
 #include <gtest/gtest.h>
 
 #include <fstream>
 
-#include "../platform/temp_dir.h"
-#include "document/app_model.h"
+#include "../media/test_clips.h"
 #include "platform/app_language.h"
-#include "platform/dialogs.h"
-#include "platform/scheduler.h"
 #include "platform/user_defaults.h"
+#include "temp_model.h"
 
 using namespace ombrik;
 namespace fs = std::filesystem;
@@ -28,33 +27,6 @@ struct Life {
   fs::path autoFile() { return dir.path / "data" / "Projets" / AppModel::kAutoFileName; }
 };
 }  // namespace
-
-TEST(ProjectLife, WriteThenLoadGivesTheSameWorldsAndRemembersThePath) {
-  Life t;
-  auto a = t.start(false);
-  Node color(NodeKind::color());
-  color.params["sat"] = 0.3;
-  a->_nodes.push_back(color);
-  a->layout.set(color.id, {10, 20});
-  a->_recentKinds = {"color"};
-  const fs::path file = t.dir.path / "Projet.tarvom";
-  ASSERT_TRUE(a->write(file)) << a->_status;
-  EXPECT_EQ(a->_projectURL, file);
-  EXPECT_EQ(a->defaults().string("lastProjectPath"), file.string());
-
-  auto b = t.start(false);
-  ASSERT_TRUE(b->load(file)) << b->_status;
-  EXPECT_EQ(b->_nodes, a->_nodes);
-  EXPECT_EQ(b->layout.positions(), a->layout.positions());
-  EXPECT_EQ(b->_batches.size(), 1u);
-  EXPECT_EQ(b->_currentBatchID, a->_currentBatchID);
-  EXPECT_EQ(b->_recentKinds, a->_recentKinds);
-  EXPECT_EQ(slurp(file).find("\"folders\""), std::string::npos);  // empty: left out
-  // Reading stamps worlds without a date; from then on the same state gives the same bytes.
-  EXPECT_TRUE(b->write(t.dir.path / "once.tarvom"));
-  EXPECT_TRUE(b->write(t.dir.path / "twice.tarvom"));
-  EXPECT_EQ(slurp(t.dir.path / "once.tarvom"), slurp(t.dir.path / "twice.tarvom"));
-}
 
 TEST(ProjectLife, BadFilesChangeNothing) {
   Life t;
@@ -106,6 +78,10 @@ TEST(ProjectLifeCycle, AnUntitledProjectComesBackAfterQuitting) {
   first->autosave();  // what the application does when it terminates
   ASSERT_TRUE(fs::exists(t.autoFile()));
   EXPECT_FALSE(first->_projectURL);  // still untitled
+  const auto written = fs::last_write_time(t.autoFile());
+  first->_batches.clear();
+  first->autosave();
+  EXPECT_EQ(fs::last_write_time(t.autoFile()), written) << "quitting with no world leaves the file alone";
 
   auto second = t.start();
   ASSERT_EQ(second->_nodes.size(), 2u);  // the work is back
@@ -117,16 +93,6 @@ TEST(ProjectLifeCycle, AnUntitledProjectComesBackAfterQuitting) {
   EXPECT_EQ(t.dialogs->savePanels[0].title, "Enregistrer le projet");
   EXPECT_EQ(t.dialogs->savePanels[0].proposedName, "Projet_01.tarvom");
   EXPECT_EQ(t.dialogs->savePanels[0].directory, t.dir.path / "data" / "Projets");
-}
-
-TEST(ProjectLifeCycle, QuittingWithNoWorldLeavesTheAutomaticFileAlone) {
-  Life t;
-  auto m = t.start(false);
-  m->autosave();
-  const auto before = fs::last_write_time(t.autoFile());
-  m->_batches.clear();
-  m->autosave();
-  EXPECT_EQ(fs::last_write_time(t.autoFile()), before);
 }
 
 TEST(ProjectLifeCycle, SavingAsAddsTheExtensionOnce) {
@@ -198,4 +164,66 @@ TEST(ProjectLifeCycle, ChangingLanguageOffersARestartAfterSaving) {
   EXPECT_EQ(t.relaunches, 1);
   EXPECT_TRUE(fs::exists(t.autoFile()));  // saved before the restart
   EXPECT_EQ(m->defaults().stringList("AppleLanguages"), std::vector<std::string>{"fr"});
+}
+
+using Desk = test::ScriptedDesk;
+
+TEST(FileMenu, ImportedMediaBecomeWorldsAndTheNewestOpens) {
+  Desk t;
+  AppModel& m = *t.m;
+  ASSERT_TRUE(m.engine) << m._status;
+  const fs::path clip = test::writeClip(t.dir.path / "plate.mp4", "-c:v libx264 -pix_fmt yuv420p");
+  fs::create_directories(t.dir.path / "shoot");
+  const fs::path inFolder = test::writeClip(t.dir.path / "shoot" / "take.mov", "-c:v prores_ks");
+  std::ofstream(t.dir.path / "shoot" / "notes.txt") << "not media";
+
+  EXPECT_TRUE(m.importPanel().empty()) << "cancelled: nothing";
+  ASSERT_EQ(t.dialogs->openPanels.size(), 1u);
+  EXPECT_EQ(t.dialogs->openPanels[0].message.rfind("Images (JPEG, PNG, TIFF, EXR) ou vidéos", 0), 0u);
+  const std::size_t worldsBefore = m._batches.size();
+
+  t.dialogs->manyAnswers.push_back({clip, t.dir.path / "shoot"});
+  const std::vector<Uuid> worlds = m.importPanel();
+  ASSERT_EQ(worlds.size(), 2u) << m._status;  // the clip, and the folder's one clip (the text file is no media)
+  EXPECT_EQ(m._batches.size(), worldsBefore + 2);
+  ASSERT_TRUE(m.currentBatch());
+  EXPECT_EQ(m.currentBatch()->id, worlds.back());
+  EXPECT_EQ(m.currentBatch()->name, "take");
+  EXPECT_FALSE(m._worldView) << "the desktop shows the world itself";
+  EXPECT_EQ(m._frameCount, test::kClipFrames) << "its clip sets the length";
+
+  t.dialogs->manyAnswers.push_back({t.dir.path / "shoot" / "notes.txt"});
+  EXPECT_TRUE(m.importPanel().empty());
+  EXPECT_EQ(m._status, "Aucun média importable dans la sélection.");
+  EXPECT_EQ(m.currentBatch()->id, worlds.back()) << "nothing changed";
+}
+
+TEST(FileMenu, ANewProjectSavesTheOneLeftAndStartsBlank) {
+  Desk t;
+  AppModel& m = *t.m;
+  const fs::path clip = test::writeClip(t.dir.path / "plate.mp4", "-c:v libx264 -pix_fmt yuv420p");
+  ASSERT_TRUE(m.createWorld(clip));
+  const fs::path saved = t.dir.path / "job.tarvom";
+  ASSERT_TRUE(m.write(saved));
+  m._projectURL = saved;
+  m.addNode(NodeKind::color(), {0, 0});  // a change not saved yet
+
+  m.newProject();
+  EXPECT_FALSE(m._projectURL);
+  ASSERT_EQ(m._batches.size(), 1u);
+  EXPECT_EQ(m._nodes.size(), 1u) << "a blank world: its output";
+  EXPECT_TRUE(m._media.empty());
+  EXPECT_TRUE(m.videos.empty());
+  EXPECT_EQ(m._frameCount, 100);
+  EXPECT_FALSE(m.history.dirty);
+  m.undo();
+  EXPECT_EQ(m._nodes.size(), 1u) << "nothing to undo into the project left";
+
+  // The project left was written, with the change.
+  auto other = t.make(false);
+  ASSERT_TRUE(other->load(saved));
+  bool hasColour = false;
+  for (const auto& b : other->_batches)
+    for (const auto& n : b.nodes) hasColour = hasColour || n.kind->id == "color";
+  EXPECT_TRUE(hasColour);
 }

@@ -2,16 +2,12 @@
 // cancelled renders, the queue with a failing world, the export of one frame, the Relais cache.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 
-#include "../platform/temp_dir.h"
-#include "document/app_model.h"
 #include "editorial/render_naming.h"
 #include "engine/source_picture.h"
-#include "platform/dialogs.h"
-#include "platform/scheduler.h"
+#include "media/frame_reader.h"
 #include "temp_model.h"
 
 using namespace ombrik;
@@ -41,15 +37,9 @@ struct Studio : test::ScriptedDesk {
     for (int i = 0; i < 400 && busy(); ++i) clock->advance(0.1);
     clock->advance(0.1);
   }
-  int probeFrames(const fs::path& movie) {
-    const std::string cmd = "ffprobe -v error -count_frames -select_streams v:0 -show_entries stream=nb_read_frames -of csv=p=0 '" +
-                            movie.string() + "'";
-    int n = -1;
-    if (FILE* p = popen(cmd.c_str(), "r")) {
-      if (std::fscanf(p, "%d", &n) != 1) n = -1;
-      pclose(p);
-    }
-    return n;
+  static int probeFrames(const fs::path& movie) {
+    auto reader = FrameReader::open(movie);
+    return reader ? reader->info().frames : -1;
   }
   std::vector<std::string> files() {
     std::vector<std::string> names;

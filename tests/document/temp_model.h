@@ -2,6 +2,7 @@
 // A model kept apart for a test: a blank world, the test's clock, settings and data inside a
 // temporary folder, never the user's.
 #include <memory>
+#include <string_view>
 
 #include "../platform/temp_dir.h"
 #include "document/app_model.h"
@@ -34,28 +35,53 @@ inline AppModel::Options tempModelOptions(const TempDir& dir, std::shared_ptr<Sc
                            .userNodesDir = dir.path / "Nodes"};
 }
 
-// A model apart whose file panels and alerts answer from a script.
+// A model apart (with the engine unless told) whose file panels and alerts answer from a script;
+// `make` opens another on the same folder.
 struct ScriptedDesk {
+  explicit ScriptedDesk(bool engine = true) : m(make(engine)) {}
   TempDir dir;
   std::shared_ptr<ScriptedDialogs> dialogs = std::make_shared<ScriptedDialogs>();
   std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
-  std::unique_ptr<AppModel> m = [this] {
-    AppModel::Options options = tempModelOptions(dir, clock);
+  std::unique_ptr<AppModel> m;
+  std::unique_ptr<AppModel> make(bool engine = true) {
+    AppModel::Options options = tempModelOptions(dir, clock, engine);
     options.dialogs = dialogs;
     return std::make_unique<AppModel>(options);
-  }();
+  }
 };
 
-// Lets the decoders finish the seeks in flight of the model's clips and hand their ends to the
-// main thread (20 s at most); the caller then moves the clock for the pump and the render.
-inline void settleSeeks(ManualScheduler& clock, const AppModel& m) {
-  for (int i = 0; i < 400; ++i) {
-    bool busy = false;
-    for (const auto& [id, v] : m.videos) busy |= v->seekBusy();
-    if (!busy) return;
+// The first node of `kind` in the open world (a null id when there is none).
+inline Uuid nodeOfKind(const AppModel& m, std::string_view kind) {
+  for (const Node& n : m._nodes)
+    if (n.kind->id == kind) return n.id;
+  return Uuid();
+}
+
+// Runs the clock, letting the threads work, while `busy()` holds; `seconds` of waiting at most.
+template <class Busy>
+bool waitWhile(ManualScheduler& clock, Busy busy, double seconds = 20) {
+  for (int i = 0; busy() && i < int(seconds / 0.05); ++i) {
     clock.waitForThreads(0.05);
     clock.runAll();
   }
+  return !busy();
+}
+
+// Lets the decoders finish the seeks in flight of the model's clips and hand their ends to the
+// main thread; the caller then moves the clock for the pump and the render.
+inline void settleSeeks(ManualScheduler& clock, const AppModel& m) {
+  waitWhile(clock, [&] {
+    for (const auto& [id, v] : m.videos)
+      if (v->seekBusy()) return true;
+    return false;
+  });
+}
+
+// The mean of one channel of an RGBA picture.
+inline double meanChannel(const std::vector<float>& rgba, int channel) {
+  double sum = 0;
+  for (std::size_t i = channel; i < rgba.size(); i += 4) sum += rgba[i];
+  return rgba.empty() ? 0 : sum / double(rgba.size() / 4);
 }
 
 }  // namespace ombrik::test

@@ -5,10 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "../platform/temp_dir.h"
-#include "document/app_model.h"
 #include "engine/source_picture.h"
-#include "platform/scheduler.h"
 #include "temp_model.h"
 
 #include <QtCore/qnamespace.h>
@@ -82,11 +79,7 @@ TEST(TimelineModel, EditCommandsSayWhatTheyDidAndUndoAsOneStep) {
   Desk d;
   d.open({{0, 20}, {10, 30}});
   const std::vector<Timeline> start = d.m.tl.timelines;
-  struct Step {
-    std::function<void(AppModel&)> run;
-    std::string status;
-    std::size_t layers;
-  };
+  struct Step { std::function<void(AppModel&)> run; std::string status; std::size_t layers; };
   const Step steps[] = {
       {[](AppModel& m) { m.seekFrame(0); m.bladeAtPlayhead(); }, "Rien à couper sous la tête de lecture.", 2},
       {[](AppModel& m) { m.seekFrame(15); m.bladeAtPlayhead(); }, "Coupé à l'image 16 (2 calques) · ⌘Z pour annuler", 4},

@@ -2,15 +2,11 @@
 // to a movie that carries the sound of the film the timeline stands for.
 #include <gtest/gtest.h>
 
-#include <OpenImageIO/imageio.h>
 #include <cstdio>
 
 #include "../media/test_clips.h"
-#include "../platform/temp_dir.h"
-#include "document/app_model.h"
 #include "engine/half_float.h"
 #include "media/frame_reader.h"
-#include "platform/scheduler.h"
 #include "temp_model.h"
 
 using namespace ombrik;
@@ -18,15 +14,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// A flat still of the clips' size, as a 16-bit TIFF.
 fs::path flatStill(const fs::path& path, float r, float g, float b) {
-  auto out = OIIO::ImageOutput::create("tiff");
-  OIIO::ImageSpec spec(test::kClipW, test::kClipH, 3, OIIO::TypeDesc::UINT16);
-  std::vector<float> px;
-  for (int i = 0; i < test::kClipW * test::kClipH; ++i) px.insert(px.end(), {r, g, b});
-  EXPECT_TRUE(out->open(path.string(), spec));
-  out->write_image(OIIO::TypeDesc::FLOAT, px.data());
-  out->close();
-  return path;
+  const std::string cmd = "oiiotool --pattern constant:color=" + std::to_string(r) + "," + std::to_string(g) + "," +
+                          std::to_string(b) + " " + std::to_string(test::kClipW) + "x" + std::to_string(test::kClipH) +
+                          " 3 -d uint16 -o '" + path.string() + "'";
+  return std::system(cmd.c_str()) == 0 ? path : fs::path();
 }
 
 std::array<double, 3> centre(const SourcePicture& p) {

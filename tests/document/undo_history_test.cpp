@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "../platform/temp_dir.h"
 #include "temp_model.h"
 
 using namespace ombrik;
@@ -13,7 +12,7 @@ struct History : test::GraphDesk {
 };
 }  // namespace
 
-TEST(UndoHistory, QuickChangesMakeOneStepAndPausesMakeTwo) {
+TEST(UndoHistory, QuickChangesMakeOneStepPausesMakeTwoAndATakenBackChangeNone) {
   History h;
   h.slide(0.1);
   h.clock->advance(0.1);  // undone before its step is even committed
@@ -42,19 +41,17 @@ TEST(UndoHistory, QuickChangesMakeOneStepAndPausesMakeTwo) {
   h.m.redo();
   EXPECT_DOUBLE_EQ(h.sat(), 0.7);
   EXPECT_EQ(h.m._status, "Rétabli.");
-}
 
-TEST(UndoHistory, ATakenBackChangeLeavesNoStepAndKeepsRedo) {
-  History h;
+  // A change taken back within the delay leaves no step and keeps redo; a real one empties it.
   h.slide(0.3);
   h.clock->advance(0.5);
   h.m.undo();
   ASSERT_EQ(h.m.history.redo.size(), 1u);
   h.slide(0.5);
-  h.slide(0.92);  // back where it was, within the delay
+  h.slide(0.7);  // back where it was
   h.clock->advance(0.5);
   EXPECT_EQ(h.m.history.redo.size(), 1u);
-  h.slide(0.4);  // a real new change empties redo
+  h.slide(0.4);
   h.clock->advance(0.5);
   EXPECT_TRUE(h.m.history.redo.empty());
 }
@@ -114,7 +111,7 @@ TEST(UndoHistory, ARunningTrackOrAGestureCommitsAsOneStep) {
   EXPECT_DOUBLE_EQ(g.sat(), 0.92);
 }
 
-TEST(UndoHistory, DirtyUntilSaved) {
+TEST(UndoHistory, DirtyUntilSavedStepsShareNodesAndWorldSnapshots) {
   History h;
   TempDir dir;
   EXPECT_TRUE(h.m.history.dirty);  // the fixture added a node
@@ -126,10 +123,8 @@ TEST(UndoHistory, DirtyUntilSaved) {
   EXPECT_FALSE(h.m.history.dirty);
   h.m.layout.set(h.color, {1, 1});  // moving a node counts too
   EXPECT_TRUE(h.m.history.dirty);
-}
 
-TEST(UndoHistory, StepsShareTheNodesThatDidNotChange) {
-  History h;
+  // Steps share the nodes that did not change.
   for (int i = 0; i < 20; ++i) h.m.addNode(*NodeKind::find("grain"), {double(i), 0});
   h.clock->advance(0.5);
   h.slide(0.3);
@@ -140,10 +135,9 @@ TEST(UndoHistory, StepsShareTheNodesThatDidNotChange) {
   for (std::size_t i = 0; i < now.nodes.size(); ++i) shared += now.nodes[i] == before.nodes[i];
   EXPECT_EQ(shared, int(now.nodes.size()) - 1);  // only the changed node was copied
   EXPECT_EQ(now.edges, before.edges);
-}
 
-TEST(UndoHistory, WorldSnapshotsKeepTenAndReopenTheWorld) {
-  History h;
+  // World snapshots: ten at most, and undoing one reopens its world.
+  const std::size_t nodes = h.m._nodes.size();
   for (int i = 0; i < 11; ++i) h.m.pushWorldUndo("la suppression de W" + std::to_string(i));
   EXPECT_EQ(h.m.worldUndo.size(), 10u);
   EXPECT_EQ(h.m.worldUndo.front().label, "la suppression de W1");
@@ -152,5 +146,5 @@ TEST(UndoHistory, WorldSnapshotsKeepTenAndReopenTheWorld) {
   h.m.undoWorld();
   EXPECT_EQ(h.m._status, "Annulé : la suppression de W10.");
   EXPECT_EQ(h.m._currentBatchID, world);
-  EXPECT_EQ(h.m._nodes.size(), 2u);
+  EXPECT_EQ(h.m._nodes.size(), nodes);
 }

@@ -2,12 +2,9 @@
 // marks, select all, and the help's texts.
 #include <gtest/gtest.h>
 
-#include "../platform/temp_dir.h"
-#include "document/app_model.h"
 #include "document/help_topics.h"
 #include "document/viewer_blank.h"
 #include "groups/node_group.h"
-#include "platform/scheduler.h"
 #include "platform/string_catalogue.h"
 #include "temp_model.h"
 
@@ -44,9 +41,7 @@ TEST(ViewerBlank, SaysWhyThereIsNoPicture) {
   };
   auto facts = [](bool media, bool engine = true, bool pending = false) {
     ViewerFacts f;
-    f.projectHasMedia = media;
-    f.hasEngine = engine;
-    f.renderPending = pending;
+    f.projectHasMedia = media, f.hasEngine = engine, f.renderPending = pending;
     return f;
   };
   const ViewerFacts withMedia = facts(true), empty = facts(false);
@@ -57,24 +52,15 @@ TEST(ViewerBlank, SaysWhyThereIsNoPicture) {
       {"a blur alone in a new project", {out, blur}, {}, blur.id, empty, {Why::emptyProject, "", ""}},
       {"a blur alone", {plate, blur}, {}, blur.id, withMedia, {Why::notConnected, "Blur", ""}},
       {"a mask alone", {plate, mask}, {}, mask.id, withMedia, {Why::notConnected, "Masque de forme", ""}},
-      {"the break is upstream, named as the user named it",
-       {plate, named, blur, out},
-       {wire(named, blur), wire(blur, out)},
-       out.id,
-       withMedia,
-       {Why::notConnected, "Étalonnage", ""}},
+      {"the break is upstream, named as the user named it", {plate, named, blur, out}, {wire(named, blur), wire(blur, out)},
+       out.id, withMedia, {Why::notConnected, "Étalonnage", ""}},
       {"only the matte input is wired", {plate, blur}, {wire(plate, blur, 1)}, blur.id, withMedia, {Why::notConnected, "Blur", ""}},
       {"a media node without media", {plate, unset, out}, {wire(unset, out)}, out.id, withMedia, {Why::noMedia, "Media", ""}},
       {"a missing file", {fond, color, out}, {wire(fond, color), wire(color, out)}, out.id, withMedia, {Why::mediaMissing, "fond.png", ""}},
       {"an unreadable file", {plan, out}, {wire(plan, out)}, out.id, withMedia, {Why::mediaUnreadable, "plan.mov", "fichier vide"}},
       {"a trouble outranks an empty project", {plan, out}, {wire(plan, out)}, out.id, empty, {Why::mediaUnreadable, "plan.mov", "fichier vide"}},
       {"well wired, no GPU", {plate, blur}, {wire(plate, blur)}, blur.id, facts(true, false), {Why::noEngine, "", ""}},
-      {"well wired, a render on its way",
-       {plate, blur},
-       {wire(plate, blur)},
-       blur.id,
-       facts(true, true, true),
-       {Why::computing, "Blur", ""}},
+      {"well wired, a render on its way", {plate, blur}, {wire(plate, blur)}, blur.id, facts(true, true, true), {Why::computing, "Blur", ""}},
       {"well wired, nothing came", {plate, blur}, {wire(plate, blur)}, blur.id, withMedia, {Why::noResult, "Blur", ""}},
       {"a group makes its own pictures", {group, out}, {wire(group, out)}, out.id, empty, {Why::noResult, "Sortie", ""}},
       {"a cycle is no missing wire", {color, blur}, {wire(color, blur), wire(blur, color)}, blur.id, withMedia, {Why::noResult, "Blur", ""}},
@@ -109,7 +95,7 @@ TEST(ViewerBlank, EveryReasonHasItsTextsInBothLanguages) {
 
 // The name over the picture is the node on screen, whichever rule put it there; the time bar
 // marks the keys of the inspected node, which may be another.
-TEST(ViewerBlank, TheTitleAndTheTimeBarFollowTheirOwnNode) {
+TEST(ViewerBlank, TheTitleAndTheTimeBarFollowTheirOwnNodeAndSelectAll) {
   test::GraphDesk d;
   AppModel& m = d.m;
   EXPECT_EQ(m.viewedTitle(), "Sortie") << "nothing selected: the output is shown";
@@ -134,20 +120,15 @@ TEST(ViewerBlank, TheTitleAndTheTimeBarFollowTheirOwnNode) {
   m.viewWithoutMatte = true;
   EXPECT_EQ(m.viewedTitle(), "Masque de forme · plein cadre, sans alpha");
   EXPECT_EQ(m.viewerBlank().why, ViewerBlank::Why::emptyProject) << "no media yet";
-}
 
-TEST(ViewerBlank, SelectAllTakesEveryNodeAndKeepsTheInspectedOne) {
-  test::GraphDesk d;
-  AppModel& m = d.m;
-  const Uuid a = d.add("color");
-  d.add("blur");
-  m.select(a);
+  // Select all takes every node and keeps the inspected one, or gives the inspector one.
+  m.select(color);
   m.selectAll();
   EXPECT_EQ(m._selection.size(), m._nodes.size());
-  EXPECT_EQ(m._selected, a);
+  EXPECT_EQ(m._selected, color);
   m.select(std::nullopt);
   m.selectAll();
-  EXPECT_EQ(m._selected, m._nodes.front().id) << "the inspector gets a node to show";
+  EXPECT_EQ(m._selected, m._nodes.front().id);
 }
 
 TEST(HelpTopics, EveryTextHasEnglishAndEveryFolderIsTheProgramsOwn) {

@@ -1,16 +1,15 @@
 // What the viewer evaluates and which textures its display pass gets: lean renders keep the
 // selection and the rush, channels show the feed, comparison and matte overlay pair the right
-// pictures, Esc and \ step through the views.
+// pictures, Esc and \ step through the views; when renders are asked for, at what size, and a
+// lost GPU device.
 #include <gtest/gtest.h>
 
 #include <fstream>
 
-#include "../platform/temp_dir.h"
-#include "document/app_model.h"
 #include "temp_model.h"
 #include "engine/engine.h"
 #include "engine/source_picture.h"
-#include "platform/scheduler.h"
+#include "gpu/device.h"
 #include "platform/user_defaults.h"
 
 using namespace ombrik;
@@ -29,9 +28,7 @@ struct Desk {
     output = m->_nodes.front().id;
     m->engine->addSource(SampleImage::make(32, 18), mediaID);
     MediaItem item;
-    item.id = mediaID;
-    item.width = 32;
-    item.height = 18;
+    item.id = mediaID, item.width = 32, item.height = 18;
     m->_media.push_back(item);
     media = m->addNode(NodeKind::media(), {0, 0});
     m->setMedia(media, mediaID);
@@ -161,20 +158,6 @@ TEST(ViewerDisplay, ComparisonPairsTheResultWithItsRush) {
   EXPECT_EQ(m.viewerState().mode, 0);
 }
 
-TEST(ViewerDisplay, TheWorldsLutGoesWithTheViewExceptOnMattes) {
-  Desk d;
-  AppModel& m = *d.m;
-  EXPECT_FALSE(m.viewerState().lut);
-  for (auto& b : m._batches) b.lut = "auto:slog3";
-  EXPECT_EQ(m.viewerState().lut, std::optional<std::string>("auto:slog3"));
-  m.setViewChannel(3);
-  EXPECT_FALSE(m.viewerState().lut) << "an alpha is shown as it is";
-  m.setViewChannel(4);
-  m.select(d.mask);
-  d.render();
-  EXPECT_FALSE(m.viewerState().lut) << "nor a matte overlay";
-}
-
 // The world's LUT reaches the viewer's pictures, and rendered frames only when the world asks for
 // it at render; the graph's results keep their colours. A cube that rotates the channels (exact
 // under trilinear lookup, being linear) turns the output's (r, g, b) into (g, b, r).
@@ -206,4 +189,81 @@ TEST(ViewerDisplay, TheWorldsLutColoursTheViewerAndRendersWhenAsked) {
   EXPECT_EQ(m.engine->readPixels(m.deliveredPicture(d.result(d.output))), graded);
   m.setWorldLUT(*m._currentBatchID, "");
   EXPECT_EQ(m.viewerPictures().main, m.viewerState().main);
+
+  // The world's LUT goes with the view, except on an alpha or a matte overlay.
+  EXPECT_FALSE(m.viewerState().lut);
+  for (auto& b : m._batches) b.lut = "auto:slog3";
+  EXPECT_EQ(m.viewerState().lut, std::optional<std::string>("auto:slog3"));
+  m.setViewChannel(3);
+  EXPECT_FALSE(m.viewerState().lut) << "an alpha is shown as it is";
+  m.setViewChannel(4);
+  m.select(d.mask);
+  d.render();
+  EXPECT_FALSE(m.viewerState().lut) << "nor a matte overlay";
+}
+
+TEST(RenderRequest, ChangesCollapseIntoOneLeanEvaluationTheFullOneFollowsAndTheCompIsCapped) {
+  auto scheduler = std::make_shared<ManualScheduler>();
+  AppModel model(AppModel::Options{.blankStart = true, .withEngine = true, .scheduler = scheduler});
+  ASSERT_TRUE(model.engine) << model._status;
+  EXPECT_EQ(scheduler->pending(), 1u);  // the first render, asked at start
+  scheduler->runAll();
+  const int evaluations = model.engine->evalCount;
+  EXPECT_EQ(model._frameID, 1);
+  EXPECT_TRUE(model.engine->leanEval);
+  for (int i = 0; i < 5; ++i) model.requestRender();  // five quick changes
+  scheduler->runAll();
+  EXPECT_EQ(model.engine->evalCount, evaluations + 1);
+  EXPECT_EQ(model._frameID, 2);
+  scheduler->advance(0.5);
+  model.requestRender();  // a later change renders again, and puts the full render off
+  scheduler->advance(0.7);
+  EXPECT_EQ(model.engine->evalCount, evaluations + 2);
+  scheduler->advance(0.2);  // 0.8 s after the last lean render: the whole graph
+  EXPECT_EQ(model.engine->evalCount, evaluations + 3);
+  EXPECT_FALSE(model.engine->leanEval);
+  scheduler->advance(5);
+  EXPECT_EQ(model.engine->evalCount, evaluations + 3);  // and nothing more
+
+  // The comp takes the first picture's size, capped at 4096, whatever the preview scale.
+  EXPECT_EQ(AppModel::fullCompSize(6000, 4000), (CompSize{4096, 2730}));
+  EXPECT_EQ(AppModel::fullCompSize(1920, 1080), (CompSize{1920, 1080}));
+  EXPECT_EQ(AppModel::fullCompSize(4000, 9000), (CompSize{1820, 4096}));
+  EXPECT_EQ(AppModel::fullCompSize(10000, 1), (CompSize{4096, 1}));
+  MediaItem big;
+  big.id = Uuid::generate(), big.width = 6000, big.height = 4000;
+  model._media.push_back(big);
+  Node media(NodeKind::media());
+  media.mediaID = big.id;
+  model._nodes.push_back(media);
+  model._previewScale = 0.5;
+  model.recomputeComp();
+  EXPECT_EQ(model._compSize, (CompSize{4096, 2730}));
+  EXPECT_EQ(model.engine->compW, 2048);
+  EXPECT_EQ(model.engine->compH, 1365);
+  EXPECT_FLOAT_EQ(model.engine->pxScale, 0.5f);
+}
+
+TEST(RenderRequest, LostDeviceFallsBackToTheCpuKeepingTheDocument) {
+  auto scheduler = std::make_shared<ManualScheduler>();
+  AppModel model(AppModel::Options{.blankStart = true, .withEngine = true, .scheduler = scheduler});
+  ASSERT_TRUE(model.engine);
+  scheduler->runAll();
+  const Uuid source = Uuid::generate();
+  model.engine->addSource(SampleImage::make(32, 18), source);
+  const auto nodes = model._nodes;
+  const Engine* before = model.engine.get();
+
+  model.engine->device().reportFailure("périphérique GPU perdu");
+  model.requestRender();
+  scheduler->runAll();  // the failed render, then the one on the new engine
+
+  ASSERT_TRUE(model.engine);
+  EXPECT_NE(model.engine.get(), before);
+  EXPECT_TRUE(model.engine->device().info().cpu);
+  EXPECT_FALSE(model.engine->device().failed());
+  EXPECT_TRUE(model.engine->hasSource(source));
+  EXPECT_EQ(model._nodes, nodes);
+  EXPECT_EQ(model._status, "Erreur GPU (périphérique GPU perdu) : le rendu continue sur le processeur.");
+  EXPECT_GT(model.engine->evalCount, 0);  // it rendered again
 }

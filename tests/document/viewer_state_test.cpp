@@ -13,7 +13,7 @@ Point onView(const AppModel& m, Point px, double w, double h) {
 }
 }  // namespace
 
-TEST(ViewerState, TheNodeOnScreen) {
+TEST(ViewerState, TheNodeOnScreenAndTheTimecode) {
   test::GraphDesk t;
   AppModel& m = t.m;
   const Uuid out = *m.outputNode();
@@ -31,6 +31,15 @@ TEST(ViewerState, TheNodeOnScreen) {
   m._viewerFull = false;
   m.deleteNode(blur);
   EXPECT_EQ(m.displayedNodeID(), color) << "a viewed node that went is forgotten";
+
+  // The timecode under it.
+  m._fps = 24.976;  // rounded to 25
+  m._frameCount = 100000;
+  m._currentFrame = 25 * 3725 + 9;  // 1 h 2 min 5 s and 9 frames
+  EXPECT_EQ(m.timecode(), "01:02:05:09   93134 / 100000");
+  m._fps = 0;  // at least one frame a second
+  m._currentFrame = 61;
+  EXPECT_EQ(m.timecode(), "00:01:01:00   61 / 100000");
 }
 
 TEST(ViewerState, ChannelKeysAndTheLockedResult) {
@@ -102,16 +111,4 @@ TEST(ViewerState, ZoomIsClampedAndKeepsItsPivotStill) {
   m.fitViewer();
   m.actualPixels(w, h, 2);
   EXPECT_NEAR(m.viewerPixelRatio(w, h, 2), 1.0, 1e-9) << "one picture pixel a drawn pixel";
-}
-
-TEST(ViewerState, Timecode) {
-  test::GraphDesk t;
-  AppModel& m = t.m;
-  m._fps = 24.976;  // rounded to 25
-  m._frameCount = 100000;
-  m._currentFrame = 25 * 3725 + 9;  // 1 h 2 min 5 s and 9 frames
-  EXPECT_EQ(m.timecode(), "01:02:05:09   93134 / 100000");
-  m._fps = 0;  // at least one frame a second
-  m._currentFrame = 61;
-  EXPECT_EQ(m.timecode(), "00:01:01:00   61 / 100000");
 }

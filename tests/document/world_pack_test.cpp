@@ -7,11 +7,8 @@
 
 #include <fstream>
 
-#include "../platform/temp_dir.h"
-#include "document/app_model.h"
 #include "document/world_pack.h"
 #include "engine/engine.h"
-#include "platform/scheduler.h"
 #include "temp_model.h"
 
 using namespace ombrik;
@@ -204,10 +201,7 @@ TEST(WorldPack, BrokenPacksAndFailedCopiesAreToldAndChangeNothing) {
   EXPECT_FALSE(fs::exists(d.dir.path / "coupé" / "monde.ombrik"));
 
   const std::size_t worlds = m._batches.size(), media = m._media.size();
-  const struct {
-    const char* what;
-    std::string text;
-  } broken[] = {
+  const struct { const char* what; std::string text; } broken[] = {
       {"no world file", ""},
       {"not JSON", "{\"version\": 1,"},
       {"an unknown version", R"({"version": 2, "media": [], "batch": {}})"},

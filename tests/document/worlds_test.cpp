@@ -6,14 +6,11 @@
 #include <fstream>
 #include <ostream>
 
-#include "../platform/temp_dir.h"
-#include "document/app_model.h"
 #include "document/world_list.h"
 #include "document/world_pack.h"
 #include "engine/source_picture.h"
-#include "platform/dialogs.h"
-#include "platform/scheduler.h"
 #include "platform/string_catalogue.h"
+#include "platform/user_defaults.h"
 #include "temp_model.h"
 
 namespace ombrik {
@@ -41,16 +38,8 @@ WorldGroup folder(const std::string& name, std::optional<std::vector<double>> po
 }
 
 // A model without GPU whose alerts answer from a script.
-struct Desk {
-  TempDir dir;
-  std::shared_ptr<ScriptedDialogs> dialogs = std::make_shared<ScriptedDialogs>();
-  std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
-  std::unique_ptr<AppModel> make() {
-    AppModel::Options options = test::tempModelOptions(dir, clock, false);
-    options.dialogs = dialogs;
-    return std::make_unique<AppModel>(options);
-  }
-  std::unique_ptr<AppModel> m = make();
+struct Desk : test::ScriptedDesk {
+  Desk() : ScriptedDesk(false) {}
 };
 
 }  // namespace
@@ -120,10 +109,7 @@ TEST(WorldList, DeletionTakesFolderMembersAndFilmShotsAndSaysSo) {
   EXPECT_EQ(d.folders, std::vector<Uuid>{f.id});
   EXPECT_EQ(d.timelines, std::vector<Uuid>{*batches[1].filmTimeline});
 
-  struct Title {
-    std::size_t folders, worlds;
-    const char* text;
-  };
+  struct Title { std::size_t folders, worlds; const char* text; };
   for (const Title& t : {Title{1, 3, "Supprimer le dossier et 3 mondes ?"}, Title{0, 1, "Supprimer 1 monde ?"},
                          Title{2, 1, "Supprimer 2 dossiers et 1 monde ?"}})
     EXPECT_EQ(wl::deleteTitle(t.folders, t.worlds), t.text);
@@ -343,7 +329,7 @@ TEST(Worlds, ImportedFilesBecomeWorldsInAFolderNamedAfterTheirs) {
   }
 }
 
-TEST(Worlds, FoldersOrderAndLUTsComeBackFromTheProjectFile) {
+TEST(Worlds, GraphFoldersOrderAndLUTsComeBackFromTheProjectFile) {
   Desk t;
   AppModel& a = *t.m;
   a.newBatch("Deux");
@@ -362,11 +348,22 @@ TEST(Worlds, FoldersOrderAndLUTsComeBackFromTheProjectFile) {
   EXPECT_EQ(a._batches[1].lut, "auto:logc3") << "a table that can't be read changes nothing";
   a.toggleWorldLUTRender(a._batches[1].id);
   a._openGroup = f;
+  const Uuid colour = a.addNode(NodeKind::color(), {10, 20});
+  a.setParams(colour, {{"sat", 0.3}});
   const fs::path file = t.dir.path / "mondes.tarvom";
   ASSERT_TRUE(a.write(file)) << a._status;
+  EXPECT_EQ(a._projectURL, file);
+  EXPECT_EQ(a.defaults().string("lastProjectPath"), file.string()) << "the path is remembered";
 
-  auto b = t.make();
+  auto b = t.make(false);
   ASSERT_TRUE(b->load(file)) << b->_status;
+  EXPECT_EQ(b->_nodes, a._nodes);
+  EXPECT_EQ(b->layout.positions(), a.layout.positions());
+  EXPECT_EQ(b->_currentBatchID, a._currentBatchID);
+  EXPECT_EQ(b->_recentKinds, a._recentKinds);
+  // Reading stamps worlds without a date; from then on the same state gives the same bytes.
+  ASSERT_TRUE(b->write(t.dir.path / "once.tarvom") && b->write(t.dir.path / "twice.tarvom"));
+  EXPECT_EQ(slurp(t.dir.path / "once.tarvom"), slurp(t.dir.path / "twice.tarvom"));
   EXPECT_EQ(b->_worldGroups, a._worldGroups);
   ASSERT_EQ(b->_batches.size(), 3u);
   for (std::size_t i = 0; i < 3; ++i) {
