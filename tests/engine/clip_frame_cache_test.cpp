@@ -1,12 +1,12 @@
-// The memory caches of files read during an evaluation: frames read straight from clips, raw
-// frames and stills, and the purges that make a rewritten file visible.
+// The memory caches of files read during an evaluation (clip frames, raw frames, stills) and the
+// purges that make a rewritten file visible.
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <fstream>
 #include <functional>
 
 #include "../platform/temp_dir.h"
+#include "../media/test_clips.h"
 #include "engine_fixture.h"
 
 using namespace ombrik;
@@ -15,24 +15,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kW = 64, kH = 36, kFrames = 20;
+constexpr int kW = test::kClipW, kH = test::kClipH, kFrames = 20;
 int rising(int frame) { return 16 + 12 * frame; }    // 16..244
 int falling(int frame) { return 244 - 12 * frame; }  // never equal to rising() at the same frame
 
-// Encodes kFrames flat grey frames, frame f at grey `level(f)`, with the ffmpeg program: H.264
-// with B-frames, so that reading out of order has to seek and reorder.
-bool writeClip(const fs::path& out, const std::function<int(int)>& level) {
-  std::string cmd = "ffmpeg -v error -y -f rawvideo -pix_fmt gray -s ";
-  cmd.append(std::to_string(kW)).append("x").append(std::to_string(kH));
-  cmd.append(" -r 25 -i - -c:v libx264 -g 10 -bf 2 -pix_fmt yuv420p '").append(out.string()).append("'");
-  FILE* pipe = popen(cmd.c_str(), "w");
-  if (!pipe) return false;
-  std::vector<unsigned char> frame(kW * kH);
-  for (int f = 0; f < kFrames; ++f) {
-    std::fill(frame.begin(), frame.end(), static_cast<unsigned char>(level(f)));
-    fwrite(frame.data(), 1, frame.size(), pipe);
-  }
-  return pclose(pipe) == 0;
+// H.264 with B-frames, so that reading out of order has to seek and reorder.
+bool encode(const fs::path& out, int (*level)(int)) {
+  return !test::writeClip(out, "-c:v libx264 -g 10 -bf 2 -pix_fmt yuv420p", false, kFrames, level).empty();
 }
 
 // Mean of one channel over a whole texture, in 0..255.
@@ -65,10 +54,10 @@ protected:
 
 }  // namespace
 
-TEST_F(ClipFrameCacheTest, FramesAreExactInAnyOrderAndClampedToTheClip) {
+TEST_F(ClipFrameCacheTest, FramesAreExactInAnyOrderKeptTwelvePurgedAndNoneFromBadFiles) {
   Engine& e = engine();
   const fs::path clip = dir.path / "clip.mp4";
-  ASSERT_TRUE(writeClip(clip, rising)) << "the ffmpeg program could not write the clip";
+  ASSERT_TRUE(encode(clip, rising)) << "the ffmpeg program could not write the clip";
 
   // Forward, as in playback: every frame after the first comes from the one read ahead.
   for (int f = 0; f < kFrames; ++f) EXPECT_EQ(frameShown(e, e.videoFrame(clip, f), rising), f) << "forward " << f;
@@ -89,19 +78,8 @@ TEST_F(ClipFrameCacheTest, FramesAreExactInAnyOrderAndClampedToTheClip) {
   EXPECT_EQ(frameShown(e, e.videoFrame(clip, 1000), rising), kFrames - 1);
   EXPECT_EQ(frameShown(e, e.videoFrame(clip, -1), rising), 0);
 
-  // The frame is conformed to the comp: at another size it is another texture of that size.
-  e.setComp(32, 32, false);
-  const auto square = e.videoFrame(clip, 3);
-  ASSERT_TRUE(square);
-  EXPECT_EQ(square->width(), 32);
-  EXPECT_EQ(square->height(), 32);
-  EXPECT_NEAR(meanLevel(e, square), rising(3) * 18.0 / 32.0, 4.0);  // letterboxed: 18 of 32 rows
-}
-
-TEST_F(ClipFrameCacheTest, KeepsTheTwelveLatestFrames) {
-  Engine& e = engine();
-  const fs::path clip = dir.path / "clip.mp4";
-  ASSERT_TRUE(writeClip(clip, rising));
+  // Twelve frames are kept, the oldest leaving first.
+  e.purgeVideoFrames();
   std::vector<Engine::Tex> held;
   for (int f = 0; f < 13; ++f) held.push_back(e.videoFrame(clip, f));
   EXPECT_EQ(e.videoFrameCount(), 12u);
@@ -117,10 +95,28 @@ TEST_F(ClipFrameCacheTest, KeepsTheTwelveLatestFrames) {
   const auto reread = e.videoFrame(clip, 1);
   EXPECT_NE(reread, held[1]);
   EXPECT_EQ(frameShown(e, reread, rising), 1);
-}
 
-TEST_F(ClipFrameCacheTest, UnreadableClipsGiveNothing) {
-  Engine& e = engine();
+  // Purged, the clip is read again from its file, rewritten meanwhile.
+  e.purgeVideoFrames();
+  const auto before = e.videoFrame(clip, 4);
+  EXPECT_EQ(frameShown(e, before, rising), 4);
+  e.videoFrame(clip, 5);  // leaves a reader and a frame read ahead behind
+  e.purgeVideoFrames();
+  EXPECT_EQ(e.videoFrameCount(), 0u);
+
+  ASSERT_TRUE(encode(clip, falling));
+  for (int f : {4, 5, 6, 7, 0, 19}) EXPECT_EQ(frameShown(e, e.videoFrame(clip, f), falling), f) << f;
+  EXPECT_NE(e.videoFrame(clip, 4), before);
+
+  // The frame is conformed to the comp: at another size it is another texture of that size.
+  e.setComp(32, 32, false);
+  const auto square = e.videoFrame(clip, 3);
+  ASSERT_TRUE(square);
+  EXPECT_EQ(std::pair(square->width(), square->height()), std::pair(32, 32));
+  EXPECT_NEAR(meanLevel(e, square), falling(3) * 18.0 / 32.0, 4.0);  // letterboxed: 18 of 32 rows
+
+  // Unreadable clips give nothing, and the engine goes on.
+  e.purgeVideoFrames();
   std::ofstream(dir.path / "x.mp4", std::ios::binary) << std::string(1024, '\x47');
   std::ofstream(dir.path / "empty.mp4").close();
   fs::create_directories(dir.path / "folder.mp4");
@@ -129,38 +125,20 @@ TEST_F(ClipFrameCacheTest, UnreadableClipsGiveNothing) {
   EXPECT_EQ(e.videoFrame(dir.path / "x.mp4", 5), nullptr);  // asked again: still nothing
   EXPECT_EQ(e.videoFrameCount(), 0u);
 
-  const fs::path clip = dir.path / "clip.mp4";
-  ASSERT_TRUE(writeClip(clip, rising));
   e.setComp(0, 0, true);  // no comp: nothing to conform to
   EXPECT_EQ(e.videoFrame(clip, 2), nullptr);
   e.setComp(kW, kH, true);
-  EXPECT_EQ(frameShown(e, e.videoFrame(clip, 2), rising), 2);  // and the engine goes on
+  EXPECT_EQ(frameShown(e, e.videoFrame(clip, 2), falling), 2);
 }
 
-TEST_F(ClipFrameCacheTest, PurgedClipIsReadAgainFromItsFile) {
-  Engine& e = engine();
-  const fs::path clip = dir.path / "retime.mp4";
-  ASSERT_TRUE(writeClip(clip, rising));
-  const auto before = e.videoFrame(clip, 4);
-  EXPECT_EQ(frameShown(e, before, rising), 4);
-  e.videoFrame(clip, 5);  // leaves a reader and a frame read ahead behind
-  e.purgeVideoFrames();
-  EXPECT_EQ(e.videoFrameCount(), 0u);
-
-  ASSERT_TRUE(writeClip(clip, falling));
-  for (int f : {4, 5, 6, 7, 0, 19}) EXPECT_EQ(frameShown(e, e.videoFrame(clip, f), falling), f) << f;
-  EXPECT_NE(e.videoFrame(clip, 4), before);
-}
-
-TEST_F(ClipFrameCacheTest, PurgeRawDropsOnlyThePathsUnderItsPrefix) {
+TEST_F(ClipFrameCacheTest, RawAndStillCachesKeepTheirFilesUntilPurged) {
   Engine& e = engine();
   auto writeFlat = [&](const fs::path& path, float grey) {
     const auto t = e.conformed(flat(kW, kH, {grey, grey, grey, 1}));
     return t && e.writeRaw(t, path);
   };
   // "shot2" begins like "shot": the folder's own separator keeps it out of the purge.
-  fs::create_directories(dir.path / "shot");
-  fs::create_directories(dir.path / "shot2");
+  for (const char* folder : {"shot", "shot2"}) fs::create_directories(dir.path / folder);
   const fs::path a = dir.path / "shot" / "00001.dn", b = dir.path / "shot2" / "00001.dn";
   ASSERT_TRUE(writeFlat(a, 0.25f));
   ASSERT_TRUE(writeFlat(b, 0.75f));
@@ -184,10 +162,8 @@ TEST_F(ClipFrameCacheTest, PurgeRawDropsOnlyThePathsUnderItsPrefix) {
   e.purgeRaw("no such prefix");
   EXPECT_EQ(e.rawNoise(b, false), bFull);
   EXPECT_EQ(e.rawNoise(a, false), aNew);
-}
 
-TEST_F(ClipFrameCacheTest, StillCacheKeepsOneSizePerFileAndSeesNewDates) {
-  Engine& e = engine();
+  // The still cache keeps one size per file and sees new dates.
   e.purgeImageCache();
   EXPECT_EQ(e.imageCacheBytes(), 0u);
   const fs::path still = dir.path / "still.png";
@@ -195,8 +171,7 @@ TEST_F(ClipFrameCacheTest, StillCacheKeepsOneSizePerFileAndSeesNewDates) {
 
   const auto big = e.cachedImage(still, 8, 6);
   ASSERT_TRUE(big);
-  EXPECT_EQ(big->width(), 8);
-  EXPECT_EQ(big->height(), 6);
+  EXPECT_EQ(std::pair(big->width(), big->height()), std::pair(8, 6));
   EXPECT_NEAR(meanLevel(e, big), 51, 1.0);  // 0.2 of 255, through an 8-bit file
   EXPECT_EQ(e.imageCacheBytes(), 8u * 6 * 8);
   EXPECT_EQ(e.cachedImage(still, 8, 6), big);

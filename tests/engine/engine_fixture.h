@@ -51,6 +51,13 @@ protected:
     for (std::size_t i = 0; i < v.size(); i += 4) v[i] = c.r, v[i + 1] = c.g, v[i + 2] = c.b, v[i + 3] = c.a;
     return SourcePicture::fromFloats(w, h, v);
   }
+  // A media node showing `picture`, its source added to the engine.
+  static Node mediaOf(const SourcePicture& picture) {
+    Node n = node("media");
+    n.mediaID = Uuid::generate();
+    engine().addSource(picture, *n.mediaID);
+    return n;
+  }
   static Px at(const std::vector<float>& px, int w, int x, int y) {
     const float* p = &px[(std::size_t(y) * w + x) * 4];
     return {p[0], p[1], p[2], p[3]};

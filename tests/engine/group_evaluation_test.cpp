@@ -1,5 +1,7 @@
 // Groups evaluate exactly as the nodes they fold: flat, nested, with controls, bypassed, and
 // after a trip through the stored form.
+#include <tuple>
+
 #include "document/project_file.h"
 #include "engine_fixture.h"
 #include "groups/group_fold.h"
@@ -70,7 +72,7 @@ protected:
 
 }  // namespace
 
-TEST_F(GroupEvaluation, FoldedNodesGiveThePicturesOfTheFlatGraph) {
+TEST_F(GroupEvaluation, FoldedNodesGiveThePicturesOfTheFlatGraphAndFollowTheirControls) {
   Chain c = chain();
   const Uuid mediaID = *c.g.nodes.front().mediaID;
   const std::vector<float> flat = render(c.g, c.output, mediaID);
@@ -98,18 +100,13 @@ TEST_F(GroupEvaluation, FoldedNodesGiveThePicturesOfTheFlatGraph) {
   Batch world;
   world.id = Uuid::generate();
   world.name = "groupes";
-  world.nodes = twice.nodes;
-  world.edges = twice.edges;
-  world.positions = twice.positions;
+  std::tie(world.nodes, world.edges, world.positions) = std::tie(twice.nodes, twice.edges, twice.positions);
   std::string error;
   const std::optional<Batch> back = ProjectCodec::decodeBatch(ProjectCodec::encodeBatch(world), &error);
   ASSERT_TRUE(back) << error;
   EXPECT_EQ(render({back->nodes, back->edges, back->positions}, c.output, mediaID), flat);
-}
 
-TEST_F(GroupEvaluation, ControlsOnTheGroupDriveTheInnerNodesAndBypassPassesTheFirstInput) {
-  Chain c = chain();
-  const Uuid mediaID = *c.g.nodes.front().mediaID;
+  // A control on the group drives the inner node's parameter.
   GraphSnapshot grouped = c.g;
   const Folded f = foldGroup(grouped, {{c.color, c.blur}, "Réglage", {}, {{c.color, "exposure", "Expo"}}, "", ""});
   ASSERT_TRUE(f.id);

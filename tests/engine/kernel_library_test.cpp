@@ -1,7 +1,8 @@
-// Building the kernel library: the fallback when the effect source fails, the error log, the
-// fatal case, and a warm start that compiles nothing.
+// Building the kernel library: a warm start that compiles nothing, the fallback when an effect
+// source fails, the error log, and the fatal case. One cache folder throughout, as in the app.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <regex>
 
@@ -21,72 +22,62 @@ std::unique_ptr<gpu::Device> cpuDevice() {
   if (!d) throw std::runtime_error(error);
   return d;
 }
+// The sources with `path` replaced by `text` (a literal: files hold views), or added at the end.
+std::vector<ShaderFile> withFile(std::string_view path, std::string_view text) {
+  std::vector<ShaderFile> files = shaderFiles();
+  auto it = std::find_if(files.begin(), files.end(), [&](const ShaderFile& f) { return f.path == path; });
+  if (it != files.end()) it->text = text;
+  else files.push_back({path, text});
+  return files;
+}
 }  // namespace
 
-TEST(KernelLibrary, BrokenEffectSourceFallsBackToTheBaseKernelsAndIsLogged) {
+TEST(KernelLibrary, WarmStartsFallbacksLogsAndTheFatalCase) {
   TempDir dir;
-  const fs::path log = dir.path / "shader_error.log";
-  std::vector<ShaderFile> files = shaderFiles();
-  const std::string broken = "void fx_broken() {\n  float x = 1.0;\n  x = undefined_name;\n}\n";
-  files.push_back({"fx/fx_broken.comp", broken});
-  auto device = cpuDevice();
-  const auto report = buildKernelLibrary(*device, {dir.path / "cache", log}, files);
-  EXPECT_FALSE(report.fatal);
-  EXPECT_TRUE(device->hasPipeline("k_color"));
-  EXPECT_TRUE(device->hasPipeline("g_blurh"));
-  const std::string text = slurp(log);
-  // The compiler's own message, in its "name:line: error: ..." form.
-  EXPECT_TRUE(std::regex_search(text, std::regex(R"(noyau:\d+: error: .*undefined_name)"))) << text;
-
-  // A later start whose sources compile removes the old log.
-  auto again = cpuDevice();
-  const auto ok = buildKernelLibrary(*again, {dir.path / "cache", log});
-  EXPECT_TRUE(ok.failed.empty());
-  EXPECT_FALSE(fs::exists(log));
-}
-
-TEST(KernelLibrary, ABrokenSecondEffectSourceLeavesTheRestRunning) {
-  TempDir dir;
-  const fs::path log = dir.path / "shader_error.log";
-  std::vector<ShaderFile> files = shaderFiles();
-  // Any broken file of the second source takes the whole second library down with it.
-  files.push_back({"fx_more/fx_zz_broken.comp", "void fx_zz_broken(FX_ARGS) { FX_BEGIN o.rgb = nothing_here; FX_END }\n"});
-  auto device = cpuDevice();
-  const auto report = buildKernelLibrary(*device, {dir.path / "cache", log}, files);
-  EXPECT_FALSE(report.fatal);
-  EXPECT_FALSE(device->hasPipeline("fx_shafts"));
-  EXPECT_TRUE(device->hasPipeline("fx_comp"));  // the first batch runs
-  EXPECT_EQ(slurp(log).rfind("Effets (2e lot) : ", 0), 0u) << slurp(log);
-
-  auto again = cpuDevice();
-  buildKernelLibrary(*again, {dir.path / "cache", log});
-  EXPECT_TRUE(again->hasPipeline("fx_shafts"));
-}
-
-TEST(KernelLibrary, BrokenBaseSourceIsFatal) {
-  TempDir dir;
-  std::vector<ShaderFile> files;
-  for (const auto& f : shaderFiles())
-    files.push_back(f.path == "base/k_mix2.comp" ? ShaderFile{f.path, "void k_mix2() { this is not glsl }\n"} : f);
-  auto device = cpuDevice();
-  const auto report = buildKernelLibrary(*device, {dir.path / "cache", dir.path / "shader_error.log"}, files);
-  EXPECT_TRUE(report.fatal);
-  EXPECT_EQ(report.fatalMessage.rfind("Erreur de compilation des shaders : ", 0), 0u) << report.fatalMessage;
-  EXPECT_NE(report.fatalMessage.find("error"), std::string::npos);
-}
-
-TEST(KernelLibrary, WarmStartCompilesNothing) {
-  TempDir dir;
+  const KernelLibraryOptions options{dir.path / "cache", dir.path / "shader_error.log"};
+  const fs::path& log = options.errorLog;
   auto cold = cpuDevice();
-  const auto first = buildKernelLibrary(*cold, {dir.path / "cache", dir.path / "log"});
+  const auto first = buildKernelLibrary(*cold, options);
   EXPECT_GT(first.compiled, 40);
   EXPECT_EQ(first.fromCache, 0);
   auto warm = cpuDevice();
-  const auto second = buildKernelLibrary(*warm, {dir.path / "cache", dir.path / "log"});
-  EXPECT_EQ(second.compiled, 0);
+  const auto second = buildKernelLibrary(*warm, options);
+  EXPECT_EQ(second.compiled, 0) << "a warm start compiles nothing";
   EXPECT_EQ(second.fromCache, first.compiled);
   EXPECT_EQ(warm->pipelineCount(), cold->pipelineCount());
   EXPECT_TRUE(second.failed.empty());
   for (const auto& kind : NodeKind::fx()) EXPECT_TRUE(warm->hasPipeline(*kind->kernel)) << *kind->kernel;
   for (const auto& name : baseKernelNames()) EXPECT_TRUE(warm->hasPipeline(name)) << name;
+
+  {  // A broken effect source falls back to the base kernels and logs the compiler's message.
+    auto device = cpuDevice();
+    const auto report =
+        buildKernelLibrary(*device, options, withFile("fx/fx_broken.comp", "void fx_broken() {\n  float x = 1.0;\n  x = undefined_name;\n}\n"));
+    EXPECT_FALSE(report.fatal);
+    EXPECT_TRUE(device->hasPipeline("k_color") && device->hasPipeline("g_blurh"));
+    const std::string text = slurp(log);
+    EXPECT_TRUE(std::regex_search(text, std::regex(R"(noyau:\d+: error: .*undefined_name)"))) << text;
+    // A later start whose sources compile removes the old log.
+    auto again = cpuDevice();
+    EXPECT_TRUE(buildKernelLibrary(*again, options).failed.empty());
+    EXPECT_FALSE(fs::exists(log));
+  }
+  {  // Any broken file of the second effect source takes that library down, the first still runs.
+    auto device = cpuDevice();
+    const auto report = buildKernelLibrary(
+        *device, options, withFile("fx_more/fx_zz_broken.comp", "void fx_zz_broken(FX_ARGS) { FX_BEGIN o.rgb = nothing_here; FX_END }\n"));
+    EXPECT_FALSE(report.fatal);
+    EXPECT_FALSE(device->hasPipeline("fx_shafts"));
+    EXPECT_TRUE(device->hasPipeline("fx_comp"));
+    EXPECT_EQ(slurp(log).rfind("Effets (2e lot) : ", 0), 0u) << slurp(log);
+    auto again = cpuDevice();
+    buildKernelLibrary(*again, options);
+    EXPECT_TRUE(again->hasPipeline("fx_shafts"));
+  }
+  // A broken base source is fatal.
+  auto device = cpuDevice();
+  const auto report = buildKernelLibrary(*device, options, withFile("base/k_mix2.comp", "void k_mix2() { this is not glsl }\n"));
+  EXPECT_TRUE(report.fatal);
+  EXPECT_EQ(report.fatalMessage.rfind("Erreur de compilation des shaders : ", 0), 0u) << report.fatalMessage;
+  EXPECT_NE(report.fatalMessage.find("error"), std::string::npos);
 }

@@ -1,6 +1,5 @@
-// Mask nodes drawn on the CPU driver, compared with the geometry worked out here: ellipses, Bézier
-// outlines with their feather and edge coverage, winding, several layers blended, solo, the
-// per-mask outputs, mattes limiting effects, and shapes that can't be drawn.
+// Mask nodes against the geometry worked out here: ellipses, outlines (feather, edge coverage,
+// winding), blended layers, solo, per-mask outputs, mattes, and shapes that can't be drawn.
 #include <algorithm>
 #include <cmath>
 #include <functional>
@@ -103,25 +102,15 @@ protected:
 };
 }  // namespace
 
-TEST_F(MaskRenderTest, EllipsesFollowTheirPlacementFeatherAndInvert) {
+TEST_F(MaskRenderTest, ShapesMatchTheirGeometryOrLeaveTheMaskEmpty) {
   const int W = 64, H = 36;
-  const GMask cases[] = {ellipse(50, 50, 25, 40), ellipse(30, 60, 20, 30, 35, 0.6), ellipse(70, 40, 15, 25, -20, 0),
-                         ellipse(50, 50, 30, 30, 0, 0.35, true)};
-  for (const GMask& m : cases) {
-    const Vec got = render({m}, W, H);
-    expectPicture(got, W, H, [&](int x, int y) { return ellipseAt(m, W, H, x, y); }, 2e-3f,
+  const GMask ellipses[] = {ellipse(50, 50, 25, 40), ellipse(30, 60, 20, 30, 35, 0.6), ellipse(70, 40, 15, 25, -20, 0),
+                            ellipse(50, 50, 30, 30, 0, 0.35, true)};
+  for (const GMask& m : ellipses)
+    expectPicture(render({m}, W, H), W, H, [&](int x, int y) { return ellipseAt(m, W, H, x, y); }, 2e-3f,
                   "ellipse rot " + std::to_string(m.params.at("rot")));
-  }
-}
-
-TEST_F(MaskRenderTest, StraightOutlinesAreFilledCoveredAtTheirEdgeAndFeatheredOutward) {
-  const int W = 64, H = 36;
-  struct Case {
-    std::vector<Point> pts;
-    double feather;
-    float pxScale;
-    const char* what;
-  };
+  // Straight outlines are filled, covered at their edge and feathered outward.
+  struct Case { std::vector<Point> pts; double feather; float pxScale; const char* what; };
   const std::vector<Point> square = {{0.25, 0.25}, {0.75, 0.25}, {0.75, 0.75}, {0.25, 0.75}};
   // Edges off the pixel grid, drawn the other way round: coverage at every edge pixel.
   const std::vector<Point> offGrid = {{0.2539, 0.2083}, {0.2539, 0.8194}, {0.6602, 0.8194}, {0.6602, 0.2083}};
@@ -129,41 +118,67 @@ TEST_F(MaskRenderTest, StraightOutlinesAreFilledCoveredAtTheirEdgeAndFeatheredOu
   // An outer square and an inner one the other way round, joined by a cut: a frame with a hole.
   const std::vector<Point> frame = {{0.1, 0.1}, {0.9, 0.1}, {0.9, 0.9}, {0.1, 0.9}, {0.1, 0.5},
                                     {0.3, 0.5}, {0.3, 0.7}, {0.7, 0.7}, {0.7, 0.3}, {0.3, 0.3}, {0.3, 0.5}, {0.1, 0.5}};
-  const Case cases[] = {{square, 0, 1, "square, hard"},
-                        {frame, 0, 1, "frame with a hole"},
-                        {offGrid, 0, 1, "off-grid, reversed"},
-                        {triangle, 0.1, 1, "triangle, feather 8 px"},
-                        {triangle, 0.1, 0.5f, "triangle at half size"}};
+  const Case cases[] = {{square, 0, 1, "square, hard"}, {frame, 0, 1, "frame with a hole"}, {offGrid, 0, 1, "off-grid, reversed"},
+                        {triangle, 0.1, 1, "triangle, feather 8 px"}, {triangle, 0.1, 0.5f, "triangle at half size"}};
   for (const Case& c : cases) {
     engine().pxScale = c.pxScale;
-    const Vec got = render({polygon(c.pts, c.feather)}, W, H);
     const double fpx = c.pxScale * c.feather * 80;
-    expectPicture(got, W, H, [&](int x, int y) { return polygonAt(c.pts, fpx, W, H, x, y); }, 3e-3f, c.what);
+    expectPicture(render({polygon(c.pts, c.feather)}, W, H), W, H, [&](int x, int y) { return polygonAt(c.pts, fpx, W, H, x, y); },
+                  3e-3f, c.what);
   }
   engine().pxScale = 1;
   const Vec holed = render({polygon(frame)}, W, H);
   EXPECT_EQ(holed[18 * W + 32], 0.0f);  // the reference agrees, and the hole is really there
   EXPECT_EQ(holed[5 * W + 32], 1.0f);
-}
 
-TEST_F(MaskRenderTest, CurvedOutlinesMatchTheCircleTheirTangentsDescribe) {
-  const int W = 64, H = 64;
+  // Curved outlines match the circle their tangents describe.
+  const int S = 64;
   const double k = 0.5523 * 0.3;  // four cubic arcs of a circle of radius 0.3 around the centre
   GMask circle;
   circle.shapeClosed = true;
   circle.params = {{"feather", 0}};
   circle.shape = {{{0.5, 0.2}, {-k, 0}, {k, 0}}, {{0.8, 0.5}, {0, -k}, {0, k}},
                   {{0.5, 0.8}, {k, 0}, {-k, 0}}, {{0.2, 0.5}, {0, k}, {0, -k}}};
-  const Vec got = render({circle}, W, H);
-  for (int y = 0; y < H; ++y)
-    for (int x = 0; x < W; ++x) {
+  const Vec round = render({circle}, S, S);
+  for (int y = 0; y < S; ++y)
+    for (int x = 0; x < S; ++x) {
       const double r = std::hypot(x + 0.5 - 32, y + 0.5 - 32) - 0.3 * 64;
       if (std::abs(r) < 1.2) continue;  // the arcs and their 10 samples differ from a circle by < 0.1 px
-      EXPECT_EQ(got[y * W + x], r < 0 ? 1.0f : 0.0f) << x << "," << y;
+      EXPECT_EQ(round[y * S + x], r < 0 ? 1.0f : 0.0f) << x << "," << y;
     }
+
+  // Outlines that cannot be drawn leave the mask empty; huge and wide ones are drawn whole.
+  const int w = 32, h = 16;
+  const double nan = std::nan("");
+  const std::vector<std::vector<Point>> broken = {
+      {}, {{0.5, 0.5}}, {{0.1, 0.1}, {0.9, 0.9}}, {{0.1, 0.1}, {nan, 0.5}, {0.9, 0.9}, {0.1, 0.9}}};
+  for (const auto& pts : broken) {
+    GMask m = polygon(pts, 0.3);
+    const Vec got = render({m}, w, h);
+    ASSERT_EQ(got.size(), std::size_t(w) * h);
+    EXPECT_TRUE(std::all_of(got.begin(), got.end(), [](float v) { return v == 0; })) << pts.size() << " points";
+    m.params["invert"] = 1;
+    const Vec inverted = render({m}, w, h);
+    EXPECT_TRUE(std::all_of(inverted.begin(), inverted.end(), [](float v) { return v == 1; }));
+  }
+  // 10⁵ points on a circle still draw it, thinned, without stalling the frame.
+  std::vector<Point> many;
+  for (int i = 0; i < 100000; ++i) {
+    const double a = 2 * std::numbers::pi * i / 100000;
+    many.push_back({0.5 + 0.3 * std::cos(a), 0.5 + 0.3 * std::sin(a)});
+  }
+  const Vec big = render({polygon(many)}, w, h);
+  EXPECT_EQ(big[8 * w + 16], 1.0f);
+  EXPECT_EQ(big[0], 0.0f);
+  // A wide comp: tiles far right of the outline's start and a list longer than one tile can hold.
+  const int Wide = 4096;
+  std::vector<Point> zigzag = {{0.001, 0.1}};
+  for (int i = 0; i <= 2500; ++i) zigzag.push_back({0.001 + 0.998 * i / 2500, i % 2 ? 0.4 : 0.45});
+  zigzag.insert(zigzag.end(), {{0.999, 0.9}, {0.001, 0.9}});
+  expectPicture(render({polygon(zigzag)}, Wide, 8), Wide, 8, [&](int x, int y) { return polygonAt(zigzag, 0, Wide, 8, x, y); }, 3e-3f, "zigzag");
 }
 
-TEST_F(MaskRenderTest, LayersBlendByEachLayersModeAndSoloShowsOneAlone) {
+TEST_F(MaskRenderTest, LayersBlendSoloOutputsAndMattes) {
   const int W = 48, H = 32;
   const GMask a = ellipse(40, 50, 30, 40, 0, 0.5);
   const GMask b = polygon({{0.45, 0.1}, {0.9, 0.1}, {0.9, 0.9}, {0.45, 0.9}}, 0.05);
@@ -189,109 +204,60 @@ TEST_F(MaskRenderTest, LayersBlendByEachLayersModeAndSoloShowsOneAlone) {
                 3e-3f, "three layers");
   // Solo: the active mask alone, its own blend mode dropped.
   expectPicture(render({a, sub, add}, W, H, true, 1), W, H, [&](int x, int y) { return vb[y * W + x]; }, 1e-3f, "solo");
-}
 
-TEST_F(MaskRenderTest, EachMaskHasItsOwnOutputAndAMatteLimitsThemAll) {
-  const int W = 32, H = 16;
-  Engine& e = engine();
-  e.setComp(W, H, true);
-  const GMask a = ellipse(30, 50, 20, 40, 0, 0.3), b = ellipse(70, 50, 20, 40, 0, 0.3);
-  Node media = node("media"), mask = node("mask"), limit = node("mask"), colA = node("color"), colB = node("color");
-  media.mediaID = Uuid::generate();
-  e.addSource(flat(W, H, {0.5f, 0.5f, 0.5f, 1}), *media.mediaID);
-  mask.maskLayers = {a, b};
-  limit.maskLayers = {polygon({{0, 0}, {1, 0}, {1, 0.5}, {0, 0.5}})};  // the top half
-  const Edge toA = wire(mask, colA, 1, 2), toB = wire(mask, colB, 1, 3), matte = wire(limit, mask, 1, 0);
-  e.evaluate({media, mask, limit, colA, colB}, {wire(media, colA), wire(media, colB), toA, toB, matte}, 0);
-  const Vec gotA = red(e.readPixels(e.inputTexture(toA))), gotB = red(e.readPixels(e.inputTexture(toB)));
-  const Vec merged = red(pixels(mask.id));
-  auto half = [&](float v, int y) { return y < H / 2 ? v : 0.0f; };
-  expectPicture(gotA, W, H, [&](int x, int y) { return half(ellipseAt(a, W, H, x, y), y); }, 2e-3f, "port 2");
-  expectPicture(gotB, W, H, [&](int x, int y) { return half(ellipseAt(b, W, H, x, y), y); }, 2e-3f, "port 3");
-  expectPicture(merged, W, H, [&](int x, int y) {
-    const float va = ellipseAt(a, W, H, x, y), vb = ellipseAt(b, W, H, x, y);
-    return half(va + vb - va * vb, y);
-  }, 2e-3f, "merged");
-  // A port past the last mask gives nothing.
-  const Edge past = wire(mask, colA, 1, 4);
-  e.evaluate({media, mask, colA}, {wire(media, colA), past}, 0);
-  EXPECT_EQ(e.inputTexture(past), nullptr);
-}
-
-TEST_F(MaskRenderTest, AMaskLimitsAnEffectAndATransformCarriesSummedMattes) {
-  const int W = 32, H = 16;
-  Engine& e = engine();
-  e.setComp(W, H, true);
-  Node media = node("media"), glow = node("glow"), plain = node("glow"), mask = node("mask");
-  media.mediaID = Uuid::generate();
-  std::vector<float> ramp;
-  for (int y = 0; y < H; ++y)
-    for (int x = 0; x < W; ++x) ramp.insert(ramp.end(), {x / float(W), 0.9f, y / float(H), 1});
-  e.addSource(SourcePicture::fromFloats(W, H, ramp), *media.mediaID);
-  const GMask m = ellipse(50, 50, 30, 40, 0, 0.7);
-  mask.maskLayers = {m};
-  e.evaluate({media, glow, plain, mask}, {wire(media, glow), wire(media, plain), wire(mask, glow, 1)}, 0);
-  const Vec front = e.readPixels(e.outputs.at(media.id)), full = pixels(plain.id), limited = pixels(glow.id);
-  for (int y = 0; y < H; ++y)
-    for (int x = 0; x < W; ++x)
-      for (int ch = 0; ch < 3; ++ch) {
-        const std::size_t i = (std::size_t(y) * W + x) * 4 + ch;
-        const float k = ellipseAt(m, W, H, x, y);
-        EXPECT_NEAR(limited[i], front[i] + (full[i] - front[i]) * k, 4e-3) << x << "," << y;
+  // Per-mask outputs limited by a matte, a mask limiting an effect, and summed mattes on a transform.
+  {
+    const int W = 32, H = 16;
+    Engine& e = engine();
+    e.setComp(W, H, true);
+    std::vector<float> ramp;
+    for (int y = 0; y < H; ++y)
+      for (int x = 0; x < W; ++x) ramp.insert(ramp.end(), {x / float(W), 0.9f, y / float(H), 1});
+    Node media = mediaOf(SourcePicture::fromFloats(W, H, ramp));
+    {  // Each mask has its own output (ports 2, 3); a matte on the node limits them all.
+      const GMask a = ellipse(30, 50, 20, 40, 0, 0.3), b = ellipse(70, 50, 20, 40, 0, 0.3);
+      Node mask = node("mask"), limit = node("mask"), colA = node("color"), colB = node("color");
+      mask.maskLayers = {a, b};
+      limit.maskLayers = {polygon({{0, 0}, {1, 0}, {1, 0.5}, {0, 0.5}})};  // the top half
+      const Edge toA = wire(mask, colA, 1, 2), toB = wire(mask, colB, 1, 3), matte = wire(limit, mask, 1, 0);
+      e.evaluate({media, mask, limit, colA, colB}, {wire(media, colA), wire(media, colB), toA, toB, matte}, 0);
+      auto half = [&](float v, int y) { return y < H / 2 ? v : 0.0f; };
+      expectPicture(red(e.readPixels(e.inputTexture(toA))), W, H, [&](int x, int y) { return half(ellipseAt(a, W, H, x, y), y); },
+                    2e-3f, "port 2");
+      expectPicture(red(e.readPixels(e.inputTexture(toB))), W, H, [&](int x, int y) { return half(ellipseAt(b, W, H, x, y), y); },
+                    2e-3f, "port 3");
+      expectPicture(red(pixels(mask.id)), W, H, [&](int x, int y) {
+        const float va = ellipseAt(a, W, H, x, y), vb = ellipseAt(b, W, H, x, y);
+        return half(va + vb - va * vb, y);
+      }, 2e-3f, "merged");
+      const Edge past = wire(mask, colA, 1, 4);  // a port past the last mask gives nothing
+      e.evaluate({media, mask, colA}, {wire(media, colA), past}, 0);
+      EXPECT_EQ(e.inputTexture(past), nullptr);
+    }
+    // A mask on an effect's matte port mixes the effect's result over Front by its value.
+    Node glow = node("glow"), plain = node("glow"), mask = node("mask");
+    const GMask m = ellipse(50, 50, 30, 40, 0, 0.7);
+    mask.maskLayers = {m};
+    e.evaluate({media, glow, plain, mask}, {wire(media, glow), wire(media, plain), wire(mask, glow, 1)}, 0);
+    const Vec front = e.readPixels(e.outputs.at(media.id)), full = pixels(plain.id), limited = pixels(glow.id);
+    for (int i = 0; i < W * H * 4; ++i)
+      if (i % 4 != 3) {
+        const float k = ellipseAt(m, W, H, i / 4 % W, i / 4 / W);
+        EXPECT_NEAR(limited[i], front[i] + (full[i] - front[i]) * k, 4e-3) << "limited glow at " << i / 4;
       }
-  // Two mattes on a transform's alpha port add up (a + b - ab) and move with the picture.
-  Node xform = node("xform"), ma = node("mask"), mb = node("mask");
-  xform.params["tx"] = 25;  // a quarter of the width to the right: 8 px
-  const GMask ea = ellipse(25, 50, 15, 30, 0, 0.4), eb = ellipse(40, 50, 15, 30, 0, 0.4);
-  ma.maskLayers = {ea};
-  mb.maskLayers = {eb};
-  e.viewAlphaOf = xform.id;
-  e.evaluate({media, xform, ma, mb}, {wire(media, xform), wire(ma, xform, 2), wire(mb, xform, 2)}, 0);
-  ASSERT_TRUE(e.viewAlpha);
-  const Vec alpha = red(e.readPixels(e.viewAlpha));
-  expectPicture(alpha, W, H, [&](int x, int y) {
-    if (x < 8) return 0.0f;  // moved in from outside the picture
-    const float va = ellipseAt(ea, W, H, x - 8, y), vb = ellipseAt(eb, W, H, x - 8, y);
-    return va + vb - va * vb;
-  }, 4e-3f, "transform alpha");
-}
-
-TEST_F(MaskRenderTest, ShapesThatCantBeDrawnLeaveTheMaskEmpty) {
-  const int W = 32, H = 16;
-  const double nan = std::nan("");
-  const std::vector<std::vector<Point>> broken = {
-      {}, {{0.5, 0.5}}, {{0.1, 0.1}, {0.9, 0.9}}, {{0.1, 0.1}, {nan, 0.5}, {0.9, 0.9}, {0.1, 0.9}}};
-  for (const auto& pts : broken) {
-    GMask m = polygon(pts, 0.3);
-    const Vec got = render({m}, W, H);
-    ASSERT_EQ(got.size(), std::size_t(W) * H);
-    EXPECT_TRUE(std::all_of(got.begin(), got.end(), [](float v) { return v == 0; })) << pts.size() << " points";
-    m.params["invert"] = 1;
-    const Vec inverted = render({m}, W, H);
-    EXPECT_TRUE(std::all_of(inverted.begin(), inverted.end(), [](float v) { return v == 1; }));
+    // Two mattes on a transform's alpha port add up (a + b - ab) and move with the picture.
+    Node xform = node("xform"), ma = node("mask"), mb = node("mask");
+    xform.params["tx"] = 25;  // a quarter of the width to the right: 8 px
+    const GMask ea = ellipse(25, 50, 15, 30, 0, 0.4), eb = ellipse(40, 50, 15, 30, 0, 0.4);
+    ma.maskLayers = {ea};
+    mb.maskLayers = {eb};
+    e.viewAlphaOf = xform.id;
+    e.evaluate({media, xform, ma, mb}, {wire(media, xform), wire(ma, xform, 2), wire(mb, xform, 2)}, 0);
+    ASSERT_TRUE(e.viewAlpha);
+    expectPicture(red(e.readPixels(e.viewAlpha)), W, H, [&](int x, int y) {
+      if (x < 8) return 0.0f;  // moved in from outside the picture
+      const float va = ellipseAt(ea, W, H, x - 8, y), vb = ellipseAt(eb, W, H, x - 8, y);
+      return va + vb - va * vb;
+    }, 4e-3f, "transform alpha");
   }
-  // 10⁵ points on a circle still draw it, thinned, without stalling the frame.
-  std::vector<Point> many;
-  for (int i = 0; i < 100000; ++i) {
-    const double a = 2 * std::numbers::pi * i / 100000;
-    many.push_back({0.5 + 0.3 * std::cos(a), 0.5 + 0.3 * std::sin(a)});
-  }
-  const Vec big = render({polygon(many)}, W, H);
-  EXPECT_EQ(big[8 * W + 16], 1.0f);
-  EXPECT_EQ(big[0], 0.0f);
-}
-
-TEST_F(MaskRenderTest, WideCompsDrawEveryTileOfTheOutline) {
-  // Tiles far right of the outline's start and a list longer than one tile can hold.
-  const int W = 4096, H = 8;
-  std::vector<Point> zigzag = {{0.001, 0.1}};
-  for (int i = 0; i <= 2500; ++i) zigzag.push_back({0.001 + 0.998 * i / 2500, i % 2 ? 0.4 : 0.45});
-  zigzag.push_back({0.999, 0.9});
-  zigzag.push_back({0.001, 0.9});
-  const Vec got = render({polygon(zigzag)}, W, H);
-  for (int x : {10, 1000, 2048, 4000, 4080}) {
-    EXPECT_EQ(got[6 * W + x], 1.0f) << x;  // below the zigzag, inside
-    EXPECT_EQ(got[0 * W + x], 0.0f) << x;  // above the top edge, outside
-  }
-  expectPicture(got, W, H, [&](int x, int y) { return polygonAt(zigzag, 0, W, H, x, y); }, 3e-3f, "zigzag");
 }

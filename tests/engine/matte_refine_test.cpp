@@ -133,7 +133,7 @@ TEST_F(MatteRefineTest, JobMattesAreRefinedByTheirFormulaAtEveryPixel) {
     for (bool invert : {false, true}) expectMatte("magicmask", folder, 30, {{"invert", invert}}, 0, [&](int, int) { return float(invert); });
 }
 
-TEST_F(MatteRefineTest, DiffMatteIsTheSoftenedChangeWhereOpaque) {
+TEST_F(MatteRefineTest, MatteCommandsOutsideAnEvaluation) {
   Engine& e = engine();
   // On grey 0.5, changes of 0.25 (full), 0.015625 (part way up the step) and 0.25 where half transparent.
   auto after = [](int x, int y) {
@@ -153,9 +153,8 @@ TEST_F(MatteRefineTest, DiffMatteIsTheSoftenedChangeWhereOpaque) {
               return grey(float(v));
             }, 2e-3f), 0);
   EXPECT_FALSE(e.diffMatte(upload(W, H, after), upload(W, H - 1, after)));  // sizes differ
-}
 
-TEST_F(MatteRefineTest, MatteBoxAddsItsMarginAndGivesUpOnFullMattes) {
+  // The matte's box adds its margin and gives up on full mattes.
   using Box = std::optional<std::array<double, 4>>;
   // A square of 1 in a picture of 0.015 (too faint to count), or with fullOutside of 0 in one of 1.
   struct Case { int w, h, x0, y0, x1, y1; bool fullOutside; Box box; } cases[] = {
@@ -167,14 +166,12 @@ TEST_F(MatteRefineTest, MatteBoxAddsItsMarginAndGivesUpOnFullMattes) {
       {256, 144, 0, 0, 0, 0, false, std::nullopt},
   };
   for (const Case& c : cases)
-    EXPECT_EQ(engine().matteBox(upload(c.w, c.h, [&](int x, int y) {
+    EXPECT_EQ(e.matteBox(upload(c.w, c.h, [&](int x, int y) {
                 return grey((x >= c.x0 && x < c.x1 && y >= c.y0 && y < c.y1) != c.fullOutside ? 1.0f : c.fullOutside ? 0.0f : 0.015f);
               })), c.box) << c.w << " " << c.x0;
-  EXPECT_FALSE(engine().matteBox(engine().device().createTexture(8, 8, gpu::Format::rgba8Unorm)));
-}
+  EXPECT_FALSE(e.matteBox(e.device().createTexture(8, 8, gpu::Format::rgba8Unorm)));
 
-TEST_F(MatteRefineTest, LayersGoOverTheBackgroundInOrder) {
-  Engine& e = engine();
+  // Layers go over the background in order.
   e.setComp(W, H, true);
   // A half-transparent red (premultiplied) over the left half, then a blue added at opacity 0.5 but for
   // a transparent band (rows 30 and below) that leaves what is under it; with no layers, the background.

@@ -10,30 +10,23 @@
 using namespace ombrik;
 using namespace ombrik::test;
 
-namespace {
-
-// The output of a graph evaluated lean (as the viewer and playback do), merged or not.
-struct Both {
-  std::vector<float> merged, alone;
-  Engine::FusionStats stats;
-};
-
-}  // namespace
-
 class PassFusionTest : public EngineTest {
 protected:
+  // The output of a graph evaluated lean (as the viewer and playback do), merged or not.
+  struct Both {
+    std::vector<float> merged, alone;
+    Engine::FusionStats stats;
+  };
   Both evaluateBoth(const std::vector<Node>& nodes, const std::vector<Edge>& edges, const Uuid& out) {
     Engine& e = engine();
     e.leanEval = true;
     Both b;
-    e.fusePasses = true;
-    e.evaluate(nodes, edges, 0.7f);
+    for (const bool fuse : {false, true}) {  // ends merging, as the engine's default
+      e.fusePasses = fuse;
+      e.evaluate(nodes, edges, 0.7f);
+      (fuse ? b.merged : b.alone) = pixels(out);
+    }
     b.stats = e.lastFusion();
-    b.merged = pixels(out);
-    e.fusePasses = false;
-    e.evaluate(nodes, edges, 0.7f);
-    b.alone = pixels(out);
-    e.fusePasses = true;
     return b;
   }
 };
@@ -41,8 +34,7 @@ protected:
 TEST_F(PassFusionTest, EveryPixelWiseKindGivesTheSamePictureMerged) {
   Engine& e = engine();
   e.setComp(40, 24, true);
-  const Uuid sample = Uuid::generate();
-  e.addSource(SampleImage::make(160, 96), sample);
+  const Node media = mediaOf(SampleImage::make(160, 96));
   PassFusion shapes(e.device(), {});
   int pixelWise = 0;
   for (const auto& kind : NodeKind::all()) {
@@ -50,8 +42,7 @@ TEST_F(PassFusionTest, EveryPixelWiseKindGivesTheSamePictureMerged) {
     ++pixelWise;
     // media → colour (leads the run) → the kind → a second colour → output: the kind's input
     // and output both stay in registers.
-    Node media = node("media"), lead = node("color"), n(kind), tail = node("color"), output = node("output");
-    media.mediaID = sample;
+    Node lead = node("color"), n(kind), tail = node("color"), output = node("output");
     lead.params["gamma"] = 1.3;
     lead.params["sat"] = 1.4;
     tail.params["exposure"] = -0.4;
@@ -69,25 +60,21 @@ TEST_F(PassFusionTest, EveryPixelWiseKindGivesTheSamePictureMerged) {
   EXPECT_GE(pixelWise, 30);
 }
 
-TEST_F(PassFusionTest, GlowTailMergesAndWhatIsReadElsewhereIsStillWritten) {
+TEST_F(PassFusionTest, WhatIsReadElsewhereIsWrittenAndValuesRoundAsInTextures) {
   Engine& e = engine();
   e.setComp(64, 36, true);
-  const Uuid sample = Uuid::generate();
-  e.addSource(SampleImage::make(128, 72), sample);
+  const Node media = mediaOf(SampleImage::make(128, 72));
   // colour feeds the glow's bright pass and its screen: its picture must be written; the
   // blur's upscale, the screen and the grain run as one kernel.
-  Node media = node("media"), color = node("color"), glow = node("glow"), grain = node("grain"), output = node("output");
-  media.mediaID = sample;
+  Node color = node("color"), glow = node("glow"), grain = node("grain"), output = node("output");
   color.params["gamma"] = 1.1;
   glow.params["size"] = 40;
   grain.params["amount"] = 0.08;
   const std::vector<Node> nodes = {media, color, glow, grain, output};
   const std::vector<Edge> edges = {wire(media, color), wire(color, glow), wire(glow, grain), wire(grain, output)};
-  Both b = evaluateBoth(nodes, edges, output.id);
+  const Both b = evaluateBoth(nodes, edges, output.id);  // the engine is left as merged
   EXPECT_EQ(b.merged, b.alone);
   EXPECT_GE(b.stats.runs, 1);
-  e.fusePasses = true;
-  e.evaluate(nodes, edges, 0.7f);
   EXPECT_FALSE(e.outputs.count(glow.id)) << "a picture kept in registers is no result to show";
   EXPECT_TRUE(e.outputs.count(color.id)) << "read again after the run, so written";
   // A second consumer (a node reading no pass, as an AI tool reads its input) keeps colour's
@@ -99,18 +86,55 @@ TEST_F(PassFusionTest, GlowTailMergesAndWhatIsReadElsewhereIsStillWritten) {
   EXPECT_GE(e.lastFusion().runs, 1);
   // The viewed node (alwaysEval) keeps its picture, the same as passes one by one give.
   e.alwaysEval = {glow.id};
-  e.evaluate(nodes, edges, 0.7f);
-  const auto viewedMerged = pixels(glow.id);
-  ASSERT_FALSE(viewedMerged.empty());
-  e.fusePasses = false;
-  e.evaluate(nodes, edges, 0.7f);
-  EXPECT_EQ(viewedMerged, pixels(glow.id));
+  const Both viewed = evaluateBoth(nodes, edges, glow.id);
+  ASSERT_FALSE(viewed.merged.empty());
+  EXPECT_EQ(viewed.merged, viewed.alone);
   e.alwaysEval.clear();
   // Not lean (the thumbnails' full render): every node keeps its picture.
   e.leanEval = false;
-  e.fusePasses = true;
   e.evaluate(nodes, edges, 0.7f);
   for (const auto& n : nodes) EXPECT_TRUE(e.outputs.count(n.id)) << n.kind->id;
+
+  // Values between stages round as the texture would, at every scale: tiny values (below the
+  // normal halves), negatives, values past the largest half once brightened, and ordinary ones.
+  e.setComp(8, 4, true);
+  const float values[] = {3e-6f, 1e-5f, 5.9e-5f, -0.3f, -2e-5f, 0.1f, 0.7071f, 1.0f, 3.3f, 900.0f, 1500.0f, 60000.0f};
+  std::vector<float> rgba;
+  for (int i = 0; i < 32; ++i) rgba.insert(rgba.end(), {values[i % 12], values[(i + 5) % 12], values[(i + 7) % 12], 1.0f});
+  const Node values8x4 = mediaOf(SourcePicture::fromFloats(8, 4, rgba));
+  // Each chain: colour at an exposure, then kinds that carry what rounding did to the next
+  // stage (the second colour undoes the exposure, so values below the normal halves come back).
+  struct Chain {
+    double exposure;
+    std::vector<const char*> kinds;
+  };
+  const Chain chains[] = {{0, {"contrast", "invert", "color"}}, {-6, {"color", "contrast"}}, {-12, {"color", "invert"}},
+                          {-20, {"color"}}, {6, {"color"}}, {12, {"invert", "color"}}};
+  // Colour with nothing but its exposure, so what reaches the next stage is known.
+  auto exposed = [](double stops) {
+    Node n = node("color");
+    n.params = {{"exposure", stops}, {"lift", 0.0}, {"gamma", 1.0}, {"gain", 1.0}, {"sat", 1.0}, {"temp", 0.0}};
+    return n;
+  };
+  for (const auto& c : chains) {
+    Node first = exposed(c.exposure), sink = node("output");
+    std::vector<Node> chain = {values8x4, first};
+    std::vector<Edge> links = {wire(values8x4, first)};
+    for (const char* k : c.kinds) {
+      Node n = std::string(k) == "color" ? exposed(-c.exposure) : node(k);
+      if (std::string(k) == "contrast") n.params["contrast"] = 1.7;
+      links.push_back(wire(chain.back(), n));
+      chain.push_back(n);
+    }
+    links.push_back(wire(chain.back(), sink));
+    chain.push_back(sink);
+    const Both both = evaluateBoth(chain, links, sink.id);
+    EXPECT_EQ(both.stats.merged, int(c.kinds.size()) + 1) << c.exposure;
+    ASSERT_EQ(both.merged.size(), both.alone.size());
+    for (std::size_t i = 0; i < both.merged.size(); ++i)  // equal, or both not a number
+      ASSERT_TRUE(both.merged[i] == both.alone[i] || (std::isnan(both.merged[i]) && std::isnan(both.alone[i])))
+          << "exposure " << c.exposure << " value " << i << ": " << both.merged[i] << " vs " << both.alone[i];
+  }
 }
 
 TEST(KernelStages, ShapesFromTheKernelText) {
@@ -136,56 +160,5 @@ TEST(KernelStages, ShapesFromTheKernelText) {
     const StageShape s = stageShape(c.text, "k", {"sampleZero"});
     EXPECT_EQ(s.lead, c.lead) << c.text;
     EXPECT_EQ(s.pixelWise, c.pixelWise) << c.text;
-  }
-}
-
-TEST_F(PassFusionTest, ValuesBetweenStagesRoundAsTheTextureWouldAtEveryScale) {
-  // Tiny values (below the normal halves), negatives, values past the largest half once
-  // brightened, and ordinary ones, through colour → contrast → invert → colour.
-  Engine& e = engine();
-  e.setComp(8, 4, true);
-  const float values[] = {3e-6f, 1e-5f, 5.9e-5f, -0.3f, -2e-5f, 0.1f, 0.7071f, 1.0f, 3.3f, 900.0f, 1500.0f, 60000.0f};
-  std::vector<float> rgba;
-  for (int i = 0; i < 32; ++i) {
-    const float v = values[i % 12];
-    rgba.insert(rgba.end(), {v, values[(i + 5) % 12], values[(i + 7) % 12], 1.0f});
-  }
-  const Uuid id = Uuid::generate();
-  e.addSource(SourcePicture::fromFloats(8, 4, rgba), id);
-  // Each chain: colour at an exposure, then kinds that carry what rounding did to the next
-  // stage (the second colour undoes the exposure, so values below the normal halves come back).
-  struct Chain {
-    double exposure;
-    std::vector<const char*> kinds;
-  };
-  const Chain chains[] = {{0, {"contrast", "invert", "color"}}, {-6, {"color", "contrast"}}, {-12, {"color", "invert"}},
-                          {-20, {"color"}}, {6, {"color"}}, {12, {"invert", "color"}}};
-  for (const auto& c : chains) {
-    // Colour with nothing but its exposure, so what reaches the next stage is known.
-    auto exposed = [](double stops) {
-      Node n = node("color");
-      n.params = {{"exposure", stops}, {"lift", 0.0}, {"gamma", 1.0}, {"gain", 1.0}, {"sat", 1.0}, {"temp", 0.0}};
-      return n;
-    };
-    Node media = node("media"), first = exposed(c.exposure), output = node("output");
-    media.mediaID = id;
-    std::vector<Node> nodes = {media, first};
-    std::vector<Edge> edges = {wire(media, first)};
-    for (const char* k : c.kinds) {
-      Node n = std::string(k) == "color" ? exposed(-c.exposure) : node(k);
-      if (std::string(k) == "contrast") n.params["contrast"] = 1.7;
-      edges.push_back(wire(nodes.back(), n));
-      nodes.push_back(n);
-    }
-    edges.push_back(wire(nodes.back(), output));
-    nodes.push_back(output);
-    const Both b = evaluateBoth(nodes, edges, output.id);
-    EXPECT_EQ(b.stats.merged, int(c.kinds.size()) + 1) << c.exposure;
-    ASSERT_EQ(b.merged.size(), b.alone.size());
-    for (std::size_t i = 0; i < b.merged.size(); ++i) {
-      if (!(std::isnan(b.merged[i]) && std::isnan(b.alone[i]))) {
-        ASSERT_EQ(b.merged[i], b.alone[i]) << "exposure " << c.exposure << " value " << i;
-      }
-    }
   }
 }

@@ -1,3 +1,4 @@
+// Reading pictures back: colour picks, thumbnails, previews and the mask view.
 #include <OpenImageIO/imageio.h>
 
 #include "../platform/temp_dir.h"
@@ -18,7 +19,7 @@ Engine::Tex quadrants(Engine& e) {
 }
 }  // namespace
 
-TEST_F(EngineTest, ReadColorAveragesTheSquareCutToTheTexture) {
+TEST_F(EngineTest, ReadColorThumbnailsAndMaskViewOfAPicture) {
   Engine& e = engine();
   const auto t = quadrants(e);
   auto c = e.readColor(t, 0, 0, 1);  // 2x2 inside the left half
@@ -36,11 +37,8 @@ TEST_F(EngineTest, ReadColorAveragesTheSquareCutToTheTexture) {
   ASSERT_TRUE(c);
   EXPECT_NEAR((*c)[2], 0.5f, 1.0f / 255);
   EXPECT_EQ(e.snapshotScaled(t, 0, 0)->width(), 1);
-}
 
-TEST_F(EngineTest, ThumbnailsScaleToTheirLongerSide) {
-  Engine& e = engine();
-  const auto t = quadrants(e);
+  // Thumbnails scale to their longer side.
   const auto px = e.thumbPixels(t, 2, 1);
   ASSERT_EQ(px.size(), 2u);
   EXPECT_NEAR(px[0][1], 0.4f, 1e-3);
@@ -56,15 +54,12 @@ TEST_F(EngineTest, ThumbnailsScaleToTheirLongerSide) {
   ASSERT_TRUE(in);
   EXPECT_EQ(in->spec().width, 8);
   EXPECT_EQ(in->spec().height, 4);
-}
 
-TEST_F(EngineTest, MaskViewDarkensAndTintsTheOutside) {
-  Engine& e = engine();
-  const auto picture = quadrants(e);
+  // The mask view darkens and tints the outside.
   std::vector<float> m(8 * 4 * 4, 1.0f);
   for (int y = 0; y < 4; ++y)
     for (int x = 4; x < 8; ++x) m[(y * 8 + x) * 4] = 0;  // outside on the right
-  const auto view = e.maskView(e.conformed(SourcePicture::fromFloats(8, 4, m)), picture);
+  const auto view = e.maskView(e.conformed(SourcePicture::fromFloats(8, 4, m)), t);
   const auto inside = e.readColor(view, 1, 1, 0), outside = e.readColor(view, 6, 1, 0);
   ASSERT_TRUE(inside && outside);
   EXPECT_NEAR((*inside)[1], 0.4f, 1.0f / 255);
@@ -72,30 +67,4 @@ TEST_F(EngineTest, MaskViewDarkensAndTintsTheOutside) {
   EXPECT_NEAR((*outside)[0], std::min(1.0f, 0.35f + 0.18f), 1.0f / 255);
   EXPECT_NEAR((*outside)[1], 0.02f, 1.0f / 255);
   EXPECT_NEAR((*outside)[2], 0.5f * 0.35f + 0.03f, 1.0f / 255);
-}
-
-TEST_F(EngineTest, FitsAtAnySizeOnBlackOrTransparent) {
-  Engine& e = engine();
-  e.setComp(8, 4, true);
-  const SourcePicture square = flat(2, 2, {1, 1, 1, 1});
-  const auto fast = e.fastFrame(square, 8, 4);  // 4x4 of white centred in 8x4, black bars
-  ASSERT_EQ(fast->format(), gpu::Format::rgba8Unorm);
-  EXPECT_NEAR((*e.readColor(fast, 0, 1, 0))[0], 0.0f, 1e-6);
-  EXPECT_NEAR((*e.readColor(fast, 3, 1, 0))[0], 1.0f, 1e-6);
-  EXPECT_EQ(e.fastFrame(square, 0, 4), nullptr);
-  EXPECT_EQ(e.fastFrame(SourcePicture{}, 8, 4), nullptr);
-
-  const auto fit = e.fitTexture(square, "fit-test");
-  EXPECT_EQ(fit, e.workTexture("fit-test"));
-  const auto px = e.readPixels(fit);
-  EXPECT_EQ(px[(1 * 8 + 0) * 4 + 3], 0.0f);  // transparent outside
-  EXPECT_EQ(px[(1 * 8 + 4) * 4 + 3], 1.0f);
-
-  const Uuid id = Uuid::generate();
-  e.addSource(flat(4, 2, {0.2f, 0.2f, 0.2f, 1}), id);
-  const auto thumb = e.sourceThumb(id, 16);
-  ASSERT_TRUE(thumb);
-  EXPECT_EQ(thumb->width, 16);
-  EXPECT_EQ(thumb->height, 8);
-  EXPECT_EQ((*thumb->rgba)[0], 51);
 }

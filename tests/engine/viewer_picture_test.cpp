@@ -1,5 +1,5 @@
 // The viewer's display pass: sampling at the output's size, and the comparison modes against the
-// picture shown before, each checked against its formula on 8x4 pictures.
+// picture shown before, each against its formula on 8x4 pictures.
 #include <algorithm>
 #include <cmath>
 
@@ -62,36 +62,29 @@ Rgba opaque(Rgba c) {
 
 }  // namespace
 
-TEST_F(EngineTest, ViewerPictureAtTheSameSizeIsThePictureMadeOpaque) {
+TEST_F(EngineTest, ViewerPictureSamplesAndComparesWithThePictureBefore) {
   Engine& e = engine();
   const auto img = after(e);
   const Image in = imageOf(e, img);
+  // The display picture at w x h against f(x, y), to one step of the 8-bit output.
+  const auto shows = [&](Engine::ViewP p, int w, int h, auto f) {
+    return matches(imageOf(e, e.viewerPicture(img, nullptr, p, w, h)), expected(w, h, f), kStep);
+  };
+  // At the same size: the picture made opaque.
   const auto out = e.viewerPicture(img, nullptr, {}, 8, 4);
   ASSERT_TRUE(out);
   EXPECT_EQ(out->format(), gpu::Format::rgba8Unorm);
-  EXPECT_TRUE(matches(imageOf(e, out), expected(8, 4, [&](int x, int y) { return opaque(in.at(x, y)); }), kStep));
-
+  EXPECT_TRUE(shows({}, 8, 4, [&](int x, int y) { return opaque(in.at(x, y)); }));
   EXPECT_EQ(e.viewerPicture(nullptr, img, {}, 8, 4), nullptr);
   EXPECT_EQ(e.viewerPicture(img, nullptr, {}, 0, 4), nullptr);
-}
 
-TEST_F(EngineTest, ViewerPictureSamplesBilinearOrNearest) {
-  Engine& e = engine();
-  const auto img = after(e);
-  const Image in = imageOf(e, img);
   const Engine::ViewP nearest{.nearest = 1};
-
   // Enlarged twice: nearest repeats each texel as a 2x2 block.
-  const Image blocks = imageOf(e, e.viewerPicture(img, nullptr, nearest, 16, 8));
-  EXPECT_TRUE(matches(blocks, expected(16, 8, [&](int x, int y) { return opaque(in.at(x / 2, y / 2)); }), kStep));
-
+  EXPECT_TRUE(shows(nearest, 16, 8, [&](int x, int y) { return opaque(in.at(x / 2, y / 2)); }));
   // Bilinear: output pixel centres fall a quarter of a texel from the input's, clamped at the edges.
-  const Image smooth = imageOf(e, e.viewerPicture(img, nullptr, {}, 16, 8));
-  EXPECT_TRUE(matches(smooth, expected(16, 8, [&](int x, int y) {
-                        return opaque(bilinear(in, (x + 0.5f) / 2 - 0.5f, (y + 0.5f) / 2 - 0.5f));
-                      }),
-                      kStep));
+  EXPECT_TRUE(shows({}, 16, 8, [&](int x, int y) { return opaque(bilinear(in, (x + 0.5f) / 2 - 0.5f, (y + 0.5f) / 2 - 0.5f)); }));
   // Pixel 1 of row 0 is three quarters of texel 0 and one of texel 1 (the second row clamps).
+  const Image smooth = imageOf(e, e.viewerPicture(img, nullptr, {}, 16, 8));
   EXPECT_NEAR(smooth.at(1, 0).r, 0.75f * in.at(0, 0).r + 0.25f * in.at(1, 0).r, kStep);
 
   // Halved: bilinear lands between four texels and averages them; nearest takes one of them.
@@ -104,56 +97,39 @@ TEST_F(EngineTest, ViewerPictureSamplesBilinearOrNearest) {
       EXPECT_NEAR(half.at(x, y).g, (a.g + b.g + c.g + d.g) / 4, kStep) << x << "," << y;
       EXPECT_NEAR(picked.at(x, y).g, d.g, kStep) << x << "," << y;
     }
-}
 
-TEST_F(EngineTest, ViewerPictureTintsTheMatteOverBeforeAndShowsTheDifference) {
-  Engine& e = engine();
-  const auto img = after(e), old = before(e);
-  const Image a = imageOf(e, img), b = imageOf(e, old);
+  // Against the picture shown before: the matte tinted over it, the difference, a wipe.
+  const auto old = before(e);
+  const Image& a = in;
+  const Image b = imageOf(e, old);
+  const auto compares = [&](const Engine::Tex& before, Engine::ViewP p, int w, int h, auto f) {
+    return matches(imageOf(e, e.viewerPicture(img, before, p, w, h)), expected(w, h, f), kStep);
+  };
   // The picture's red is the matte: inside shows `over`, outside is darkened and tinted red.
   auto tinted = [](const Rgba& matte, const Rgba& over) {
     const float m = matte.r, keep = m + (1 - m) * 0.35f;
     return opaque({over.r * keep + (1 - m) * 0.18f, over.g * keep + (1 - m) * 0.02f, over.b * keep + (1 - m) * 0.03f, 1});
   };
-  EXPECT_TRUE(matches(imageOf(e, e.viewerPicture(img, old, {.mode = 1}, 8, 4)),
-                      expected(8, 4, [&](int x, int y) { return tinted(a.at(x, y), b.at(x, y)); }), kStep));
+  EXPECT_TRUE(compares(old, {.mode = 1}, 8, 4, [&](int x, int y) { return tinted(a.at(x, y), b.at(x, y)); }));
   // With nothing before, the matte tints itself.
-  EXPECT_TRUE(matches(imageOf(e, e.viewerPicture(img, nullptr, {.mode = 1}, 8, 4)),
-                      expected(8, 4, [&](int x, int y) { return tinted(a.at(x, y), a.at(x, y)); }), kStep));
-
-  // Difference, four times, saturated: red saturates at the left edge, not where the two reds are near.
-  const Image diff = imageOf(e, e.viewerPicture(img, old, {.mode = 3}, 8, 4));
-  EXPECT_TRUE(matches(diff, expected(8, 4, [&](int x, int y) {
-                        const Rgba p = a.at(x, y), q = b.at(x, y);
-                        return opaque({std::fabs(p.r - q.r) * 4, std::fabs(p.g - q.g) * 4, std::fabs(p.b - q.b) * 4, 1});
-                      }),
-                      kStep));
-  EXPECT_EQ(diff.at(0, 0).r, 1.0f);
-  EXPECT_LT(diff.at(3, 0).r, 0.5f);
-
+  EXPECT_TRUE(compares(nullptr, {.mode = 1}, 8, 4, [&](int x, int y) { return tinted(a.at(x, y), a.at(x, y)); }));
+  // Difference, four times, saturated.
+  EXPECT_TRUE(compares(old, {.mode = 3}, 8, 4, [&](int x, int y) {
+    const Rgba p = a.at(x, y), q = b.at(x, y);
+    return opaque({std::fabs(p.r - q.r) * 4, std::fabs(p.g - q.g) * 4, std::fabs(p.b - q.b) * 4, 1});
+  }));
   // Wipe and difference need a picture before: without one they show the picture.
   const Image plain = imageOf(e, e.viewerPicture(img, nullptr, {}, 8, 4));
   for (float mode : {2.0f, 3.0f})
     EXPECT_TRUE(matches(imageOf(e, e.viewerPicture(img, nullptr, {.mode = mode}, 8, 4)), plain, 0)) << mode;
-}
 
-TEST_F(EngineTest, ViewerPictureWipesFromBeforeToAfterWithALine) {
-  Engine& e = engine();
-  const auto img = after(e), old = before(e);
-  const Image a = imageOf(e, img), b = imageOf(e, old);
+  // Wipe from before to after with a line. Column centres at u = 0.0625, 0.1875, ...: columns 3
+  // and 4 lie within 0.1 of the wipe at 0.5.
   const Rgba line{0.94f, 0.71f, 0.29f, 1};
-
-  // Column centres at u = 0.0625, 0.1875, ...: columns 3 and 4 lie within 0.1 of the wipe at 0.5.
-  const Image wiped = imageOf(e, e.viewerPicture(img, old, {.mode = 2, .wipe = 0.5f, .lineW = 0.1f}, 8, 4));
-  EXPECT_TRUE(matches(wiped, expected(8, 4, [&](int x, int y) {
-                        return x == 3 || x == 4 ? line : opaque(x < 3 ? b.at(x, y) : a.at(x, y));
-                      }),
-                      kStep));
-
+  EXPECT_TRUE(compares(old, {.mode = 2, .wipe = 0.5f, .lineW = 0.1f}, 8, 4, [&](int x, int y) {
+    return x == 3 || x == 4 ? line : opaque(x < 3 ? b.at(x, y) : a.at(x, y));
+  }));
   // No line, wipe a quarter in, at twice the size: the four left columns (u < 0.25) show before.
-  const Image wide = imageOf(e, e.viewerPicture(img, old, {.mode = 2, .wipe = 0.25f, .nearest = 1}, 16, 8));
-  EXPECT_TRUE(matches(wide, expected(16, 8, [&](int x, int y) {
-                        return opaque((x < 4 ? b : a).at(x / 2, y / 2));
-                      }),
-                      kStep));
+  EXPECT_TRUE(compares(old, {.mode = 2, .wipe = 0.25f, .nearest = 1}, 16, 8,
+                    [&](int x, int y) { return opaque((x < 4 ? b : a).at(x / 2, y / 2)); }));
 }

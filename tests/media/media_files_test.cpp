@@ -9,16 +9,13 @@
 using namespace ombrik;
 namespace fs = std::filesystem;
 
-TEST(MediaFiles, ExtensionsAndMoviesCount) {
+TEST(MediaFiles, ExtensionsCountAndFoldersGiveTheirMediaSortedAndCapped) {
   for (const char* yes : {"a.MOV", "b.mp4", "c.Tiff", "d.exr", "e.dpx", "f.heic", "g.jpeg", "h.avi", "i.mkv", "j.mxf"})
     EXPECT_TRUE(countsAsMedia(yes)) << yes;
   for (const char* no : {"a.txt", "b", "c.tarvom", ".mov", "d.cube", "e.mov.bak"}) EXPECT_FALSE(countsAsMedia(no)) << no;
   EXPECT_TRUE(isMovieFile("clip.M4V"));
   EXPECT_FALSE(isMovieFile("still.png"));
-  EXPECT_EQ(mediaExtensions().size(), 12u);
-}
 
-TEST(MediaFiles, FoldersGiveTheirMediaSortedAndCapped) {
   TempDir dir;
   // 3000 files in two levels, with hidden ones and other files around them.
   for (int i = 2999; i >= 0; --i) touch(dir.path / (i % 2 ? "b" : "a") / ("shot_" + std::to_string(10000 + i) + ".png"));

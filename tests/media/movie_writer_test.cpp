@@ -118,18 +118,13 @@ TEST(MovieWriter, WritesEachCodecFrameExactWithItsTagsAndTiming) {
 
     const auto s = probe(file);
     ASSERT_TRUE(s.is_object());
-    EXPECT_EQ(s.value("codec_name", ""), c.codecName);
-    EXPECT_EQ(s.value("profile", ""), c.profile);
-    EXPECT_EQ(s.value("pix_fmt", ""), c.pixFmt);
-    EXPECT_EQ(s.value("width", 0), kW);
-    EXPECT_EQ(s.value("height", 0), kH);
-    EXPECT_EQ(s.value("nb_read_frames", ""), std::to_string(kFrames));
-    EXPECT_EQ(s.value("r_frame_rate", ""), c.rate);
-    EXPECT_EQ(s.value("time_base", ""), c.timeBase);
     // The last frame has its duration too: the movie lasts all twelve frames.
-    EXPECT_EQ(s.value("duration_ts", 0), kFrames * c.tickPerFrame);
-    for (const char* key : {"color_primaries", "color_transfer", "color_space"}) EXPECT_EQ(s.value(key, ""), "bt709") << key;
-    EXPECT_EQ(s.value("color_range", ""), "tv");
+    const nlohmann::json want = {{"codec_name", c.codecName}, {"profile", c.profile}, {"pix_fmt", c.pixFmt}, {"width", kW},
+                                 {"height", kH}, {"nb_read_frames", std::to_string(kFrames)}, {"r_frame_rate", c.rate},
+                                 {"time_base", c.timeBase}, {"duration_ts", kFrames * c.tickPerFrame},
+                                 {"color_primaries", "bt709"}, {"color_transfer", "bt709"}, {"color_space", "bt709"},
+                                 {"color_range", "tv"}};
+    for (const auto& [key, value] : want.items()) EXPECT_EQ(s.value(key, nlohmann::json()), value) << key;
 
     const auto frames = decode(file, kW, kH);
     ASSERT_EQ(int(frames.size()), kFrames);
@@ -145,7 +140,7 @@ TEST(MovieWriter, WritesEachCodecFrameExactWithItsTagsAndTiming) {
   }
 }
 
-TEST(MovieWriter, AnUnfinishedOrRefusedMovieLeavesNoFile) {
+TEST(MovieWriter, AnUnfinishedOrRefusedMovieLeavesNoFileAndCodecsFollowNames) {
   TempDir dir;
   std::string error;
   {
@@ -188,9 +183,8 @@ TEST(MovieWriter, AnUnfinishedOrRefusedMovieLeavesNoFile) {
   chmod(locked.c_str(), 0755);
   EXPECT_TRUE(entries(locked).empty());
   EXPECT_EQ(entries(dir.path), std::vector<std::string>{"locked"});
-}
 
-TEST(MovieWriter, CodecsFollowTheFileNameAndTheirNames) {
+  // Codecs follow the file name, the hint where the name allows it, and their own names.
   using C = MovieCodec;
   const struct {
     const char* file;
@@ -201,10 +195,9 @@ TEST(MovieWriter, CodecsFollowTheFileNameAndTheirNames) {
       {"mov", std::nullopt, std::nullopt},
   };
   for (const auto& c : byName) EXPECT_EQ(movieCodecFor(c.file, c.hint), c.want) << c.file;
-  EXPECT_EQ(movieCodecNamed("prores4444"), C::prores4444);
-  EXPECT_EQ(movieCodecNamed("prores422hq"), C::prores422hq);
-  EXPECT_EQ(movieCodecNamed("h264"), C::h264);
-  EXPECT_EQ(movieCodecNamed("H264"), std::nullopt);
+  const std::pair<const char*, std::optional<C>> byCodecName[] = {
+      {"prores4444", C::prores4444}, {"prores422hq", C::prores422hq}, {"h264", C::h264}, {"H264", std::nullopt}};
+  for (const auto& [name, want] : byCodecName) EXPECT_EQ(movieCodecNamed(name), want) << name;
 }
 
 TEST(MovieWriter, MatteFramesBecomeAProRes422Movie) {
@@ -220,7 +213,6 @@ TEST(MovieWriter, MatteFramesBecomeAProRes422Movie) {
   EXPECT_EQ(writeMatteMovie(mattes, 5, 25, 2 * kW, 2 * kH, movie), std::nullopt);
   const auto s = probe(movie);
   EXPECT_EQ(s.value("profile", ""), "HQ");
-  EXPECT_EQ(s.value("nb_read_frames", ""), "5");
   EXPECT_EQ(s.value("width", 0), 2 * kW);
   auto frames = decode(movie, 2 * kW, 2 * kH);
   ASSERT_EQ(frames.size(), 5u);

@@ -1,35 +1,19 @@
 // Frames handed to the engine as the decoder's planes and converted on the device match the
 // frames the CPU path converts, for the usual layouts, depths, ranges and matrices.
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstdlib>
 
-#include "engine/engine.h"
-#include "gpu/device.h"
+#include "../engine/engine_fixture.h"
 #include "media/frame_reader.h"
 #include "platform/temp_dir.h"
 
 using namespace ombrik;
+using namespace ombrik::test;
 namespace fs = std::filesystem;
 
-namespace {
+class PlanarFrames : public EngineTest {};
 
-Engine& cpuEngine() {
-  static std::unique_ptr<Engine> e = [] {
-    std::string error;
-    Engine::Options o;
-    if (const char* s = std::getenv("OMBRIK_SUPPORT")) o.shaderCache = fs::path(s) / "ShaderCache";
-    auto engine = Engine::create(gpu::Device::create(gpu::DevicePreference::cpu, &error), o, &error);
-    if (!engine) throw std::runtime_error(error);
-    return engine;
-  }();
-  return *e;
-}
-
-}  // namespace
-
-TEST(PlanarFrames, DeviceConversionMatchesTheCpuPath) {
+TEST_F(PlanarFrames, DeviceConversionMatchesTheCpuPath) {
   TempDir dir;
   struct Case {
     const char* name;
@@ -49,7 +33,7 @@ TEST(PlanarFrames, DeviceConversionMatchesTheCpuPath) {
       {"odd.mp4", "-c:v libx264 -qp 0 -pix_fmt yuv420p", 0.4, "106x70"},
       {"odd.mov", "-c:v prores_ks -profile:v 3 -pix_fmt yuv422p10le", 0.006, "102x66"},
   };
-  Engine& e = cpuEngine();
+  Engine& e = engine();
   for (const auto& c : cases) {
     const fs::path clip = dir.path / c.name;
     const std::string cmd = "ffmpeg -v error -y -f lavfi -i testsrc2=size=" + std::string(c.size) +

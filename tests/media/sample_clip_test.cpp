@@ -1,4 +1,4 @@
-// A real clip from a Debian package (opencv-doc's MPEG-4 Part 2 sample), decoded end to end and
+// A real clip from a Debian package (opencv-doc's MPEG-4 sample clip), decoded end to end and
 // compared with what the ffmpeg program decodes from the same file.
 #include <gtest/gtest.h>
 

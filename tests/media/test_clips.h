@@ -1,9 +1,10 @@
 #pragma once
-// Clips written by the tests themselves with the ffmpeg program: each frame a flat grey of its
-// own level, so the frame a decoded picture shows can be told from its mean.
+// Clips written by the tests with the ffmpeg program: each frame a flat grey of its own level, so
+// the frame a decoded picture shows can be told from its mean.
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,18 +16,18 @@ namespace ombrik::test {
 constexpr int kClipW = 64, kClipH = 36, kClipFrames = 40;
 inline int clipLevel(int frame) { return 16 + 6 * frame; }  // 16..250, 6 apart
 
-// Encodes `frames` frames; `codec` holds the options that pick the encoder. With `ramp` every
-// frame is the same left-to-right ramp instead (to tell orientations apart).
+// Encodes `frames` frames of grey `level(i)`; `codec` holds the options that pick the encoder. With
+// `ramp` every frame is the same left-to-right ramp instead (to tell orientations apart).
 inline std::filesystem::path writeClip(const std::filesystem::path& out, const std::string& codec, bool ramp = false,
-                                       int frames = kClipFrames, const std::string& rate = "25", int step = 6) {
+                                       int frames = kClipFrames,
+                                       const std::function<int(int)>& level = [](int i) { return clipLevel(i % 40); }) {
   const std::string cmd = "ffmpeg -v error -y -f rawvideo -pix_fmt gray -s " + std::to_string(kClipW) + "x" +
-                          std::to_string(kClipH) + " -r " + rate + " -i - " + codec + " '" + out.string() + "'";
+                          std::to_string(kClipH) + " -r 25 -i - " + codec + " '" + out.string() + "'";
   FILE* pipe = popen(cmd.c_str(), "w");
   if (!pipe) return {};
   std::vector<unsigned char> frame(kClipW * kClipH);
   for (int i = 0; i < frames; ++i) {
-    for (int p = 0; p < kClipW * kClipH; ++p)
-      frame[p] = static_cast<unsigned char>(ramp ? 20 + 3 * (p % kClipW) : step == 6 ? clipLevel(i % 40) : 10 + step * i);
+    for (int p = 0; p < kClipW * kClipH; ++p) frame[p] = static_cast<unsigned char>(ramp ? 20 + 3 * (p % kClipW) : level(i));
     fwrite(frame.data(), 1, frame.size(), pipe);
   }
   return pclose(pipe) == 0 ? out : std::filesystem::path();
@@ -45,17 +46,5 @@ inline int frameOfGrey(double grey) {
   return std::abs(grey - clipLevel(frame)) < 2.5 ? frame : -1;
 }
 inline int frameShown(const SourcePicture& p) { return frameOfGrey(meanGrey(p)); }
-
-// A long clip for seeks beyond the read-on distance: 80 frames of levels 10 + 3 i, encoded
-// losslessly so that three apart is plenty.
-constexpr int kLongFrames = 80;
-inline std::filesystem::path writeLongClip(const std::filesystem::path& out, const std::string& codec) {
-  return writeClip(out, codec, false, kLongFrames, "25", 3);
-}
-inline int longFrameShown(const SourcePicture& p) {
-  const double grey = meanGrey(p);
-  const int frame = int(std::lround((grey - 10) / 3));
-  return std::abs(grey - (10 + 3 * frame)) < 1.2 ? frame : -1;
-}
 
 }  // namespace ombrik::test
