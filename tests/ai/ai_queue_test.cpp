@@ -13,12 +13,12 @@ TEST(AiQueue, OneEntryPerKeyInOrderUntilCleared) {
 
   AiQueue q;
   std::vector<std::string> ran;
-  const std::string waiting = "Body Matte en attente : il démarre dès que le calcul en cours est terminé.";
-  EXPECT_EQ(q.enqueue(aiKey(aiprefix::bodyFrame, id), "Body Matte", [&] { ran.push_back("first"); }), waiting);
-  EXPECT_EQ(q.enqueue(aiKey(aiprefix::object, id), "Objet IA", [&] { ran.push_back("obj"); }),
-            "Objet IA en attente : il démarre dès que le calcul en cours est terminé.");
+  EXPECT_EQ(q.enqueue(aiKey(aiprefix::bodyFrame, id), "Body Matte", [&] { ran.push_back("first"); }),
+            aiWaitingText("Body Matte"));
+  EXPECT_EQ(q.enqueue(aiKey(aiprefix::object, id), "Objet IA", [&] { ran.push_back("obj"); }), aiWaitingText("Objet IA"));
   // A second press on the same job re-gives the message, neither doubling nor moving the job.
-  EXPECT_EQ(q.enqueue(aiKey(aiprefix::bodyFrame, id), "Body Matte", [&] { ran.push_back("second"); }), waiting);
+  EXPECT_EQ(q.enqueue(aiKey(aiprefix::bodyFrame, id), "Body Matte", [&] { ran.push_back("second"); }),
+            aiWaitingText("Body Matte"));
   EXPECT_EQ(q.size(), 2u);
   while (auto e = q.take()) e->run();
   EXPECT_EQ(ran, (std::vector<std::string>{"first", "obj"}));

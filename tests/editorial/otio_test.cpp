@@ -56,53 +56,45 @@ TEST(Otio, OurFileReadsBackAsAnEqualTimeline) {
 
 namespace {
 
-// A foreign file: timecode-based media, mixed rates, a transition, an audio track and an object of
-// a schema we don't know. The first clip gives the timeline 24 fps.
-const char* kForeign = R"({"OTIO_SCHEMA": "Timeline.1", "name": "Bobine 3", "global_start_time": null,
- "tracks": {"OTIO_SCHEMA": "Stack.1", "name": "tracks", "children": [
-  {"OTIO_SCHEMA": "Track.1", "name": "V1", "kind": "Video", "children": [
-   {"OTIO_SCHEMA": "Gap.1", "source_range": {"OTIO_SCHEMA": "TimeRange.1",
-     "start_time": {"OTIO_SCHEMA": "RationalTime.1", "rate": 24.0, "value": 0.0},
-     "duration": {"OTIO_SCHEMA": "RationalTime.1", "rate": 24.0, "value": 10.0}}},
-   {"OTIO_SCHEMA": "Clip.2", "name": "A", "enabled": true, "source_range": {"OTIO_SCHEMA": "TimeRange.1",
-     "start_time": {"OTIO_SCHEMA": "RationalTime.1", "rate": 24.0, "value": 5.0},
-     "duration": {"OTIO_SCHEMA": "RationalTime.1", "rate": 24.0, "value": 20.0}},
-    "media_references": {"DEFAULT_MEDIA": {"OTIO_SCHEMA": "ExternalReference.1",
-     "target_url": "file://localhost/media/a%20b.mov", "available_range": null}},
-    "active_media_reference_key": "DEFAULT_MEDIA"},
-   {"OTIO_SCHEMA": "Transition.1", "name": "fondu", "transition_type": "SMPTE_Dissolve",
-    "in_offset": {"OTIO_SCHEMA": "RationalTime.1", "rate": 24.0, "value": 2.0},
-    "out_offset": {"OTIO_SCHEMA": "RationalTime.1", "rate": 24.0, "value": 2.0}},
-   {"OTIO_SCHEMA": "Clip.2", "name": "B", "source_range": {"OTIO_SCHEMA": "TimeRange.1",
-     "start_time": {"OTIO_SCHEMA": "RationalTime.1", "rate": 48.0, "value": 24.0},
-     "duration": {"OTIO_SCHEMA": "RationalTime.1", "rate": 48.0, "value": 48.0}},
-    "media_references": {"DEFAULT_MEDIA": {"OTIO_SCHEMA": "MissingReference.1"}},
-    "active_media_reference_key": "DEFAULT_MEDIA"},
-   {"OTIO_SCHEMA": "Foo.1", "name": "bizarre"},
-   {"OTIO_SCHEMA": "Gap.1", "source_range": {"OTIO_SCHEMA": "TimeRange.1",
-     "start_time": {"OTIO_SCHEMA": "RationalTime.1", "rate": 25.0, "value": 0.0},
-     "duration": {"OTIO_SCHEMA": "RationalTime.1", "rate": 25.0, "value": 25.0}}},
-   {"OTIO_SCHEMA": "Clip.1", "name": "C", "source_range": {"OTIO_SCHEMA": "TimeRange.1",
-     "start_time": {"OTIO_SCHEMA": "RationalTime.1", "rate": 24.0, "value": 86410.0},
-     "duration": {"OTIO_SCHEMA": "RationalTime.1", "rate": 24.0, "value": 6.0}},
-    "media_reference": {"OTIO_SCHEMA": "ExternalReference.1", "target_url": "file:///media/c.mov",
-     "available_range": {"OTIO_SCHEMA": "TimeRange.1",
-      "start_time": {"OTIO_SCHEMA": "RationalTime.1", "rate": 24.0, "value": 86400.0},
-      "duration": {"OTIO_SCHEMA": "RationalTime.1", "rate": 24.0, "value": 100.0}}}}]},
-  {"OTIO_SCHEMA": "Track.1", "name": "A1", "kind": "Audio", "children": [
-   {"OTIO_SCHEMA": "Clip.2", "name": "Son", "source_range": {"OTIO_SCHEMA": "TimeRange.1",
-     "start_time": {"OTIO_SCHEMA": "RationalTime.1", "rate": 48000.0, "value": 0.0},
-     "duration": {"OTIO_SCHEMA": "RationalTime.1", "rate": 48000.0, "value": 48000.0}}}]},
-  {"OTIO_SCHEMA": "Track.1", "name": "V2", "kind": "Video", "children": [
-   {"OTIO_SCHEMA": "Clip.2", "name": "D", "enabled": false, "source_range": null,
-    "media_references": {"DEFAULT_MEDIA": {"OTIO_SCHEMA": "ExternalReference.1", "target_url": "file:///media/d.mov",
-     "available_range": {"OTIO_SCHEMA": "TimeRange.1",
-      "start_time": {"OTIO_SCHEMA": "RationalTime.1", "rate": 24.0, "value": 0.0},
-      "duration": {"OTIO_SCHEMA": "RationalTime.1", "rate": 24.0, "value": 12.0}}}},
-    "active_media_reference_key": "DEFAULT_MEDIA"},
-   {"OTIO_SCHEMA": "Clip.2", "name": "Perdu", "source_range": {"OTIO_SCHEMA": "TimeRange.1",
-     "start_time": {"OTIO_SCHEMA": "RationalTime.1", "rate": 24.0, "value": 0.0},
-     "duration": {"OTIO_SCHEMA": "RationalTime.1", "rate": 24.0, "value": 5.0}}}]}]}})";
+using nlohmann::json;
+json rt(double rate, double value) { return {{"OTIO_SCHEMA", "RationalTime.1"}, {"rate", rate}, {"value", value}}; }
+json range(double rate, double start, double duration) {
+  return {{"OTIO_SCHEMA", "TimeRange.1"}, {"start_time", rt(rate, start)}, {"duration", rt(rate, duration)}};
+}
+json external(const char* url, json available = nullptr) {
+  return {{"OTIO_SCHEMA", "ExternalReference.1"}, {"target_url", url}, {"available_range", available}};
+}
+json clip(const char* name, json sourceRange, json media = nullptr) {
+  json c = {{"OTIO_SCHEMA", "Clip.2"}, {"name", name}, {"source_range", sourceRange}};
+  if (!media.is_null()) c["media_references"] = {{"DEFAULT_MEDIA", media}}, c["active_media_reference_key"] = "DEFAULT_MEDIA";
+  return c;
+}
+json gap(double rate, double duration) { return {{"OTIO_SCHEMA", "Gap.1"}, {"source_range", range(rate, 0, duration)}}; }
+json track(const char* name, const char* kind, json children) {
+  return {{"OTIO_SCHEMA", "Track.1"}, {"name", name}, {"kind", kind}, {"children", children}};
+}
+
+// A foreign file: timecode-based media, mixed rates, a transition, an audio track, an object of a
+// schema we don't know, an old Clip.1 with a single media reference. The first clip gives 24 fps.
+std::string foreign() {
+  json a = clip("A", range(24, 5, 20), external("file://localhost/media/a%20b.mov"));
+  a["enabled"] = true;
+  json c = {{"OTIO_SCHEMA", "Clip.1"}, {"name", "C"}, {"source_range", range(24, 86410, 6)},
+            {"media_reference", external("file:///media/c.mov", range(24, 86400, 100))}};
+  json d = clip("D", nullptr, external("file:///media/d.mov", range(24, 0, 12)));
+  d["enabled"] = false;
+  const json v1 = track("V1", "Video",
+                        {gap(24, 10), a,
+                         {{"OTIO_SCHEMA", "Transition.1"}, {"name", "fondu"}, {"transition_type", "SMPTE_Dissolve"},
+                          {"in_offset", rt(24, 2)}, {"out_offset", rt(24, 2)}},
+                         clip("B", range(48, 24, 48), {{"OTIO_SCHEMA", "MissingReference.1"}}),
+                         {{"OTIO_SCHEMA", "Foo.1"}, {"name", "bizarre"}}, gap(25, 25), c});
+  const json a1 = track("A1", "Audio", {clip("Son", range(48000, 0, 48000))});
+  const json v2 = track("V2", "Video", {d, clip("Perdu", range(24, 0, 5))});
+  return json{{"OTIO_SCHEMA", "Timeline.1"}, {"name", "Bobine 3"}, {"global_start_time", nullptr},
+              {"tracks", {{"OTIO_SCHEMA", "Stack.1"}, {"name", "tracks"}, {"children", {v1, a1, v2}}}}}
+      .dump();
+}
 
 }  // namespace
 
@@ -115,7 +107,7 @@ TEST(Otio, AForeignFileGivesOneLayerPerVideoClipTopTrackFirst) {
   };
   std::vector<std::string> messages;
   std::string error;
-  const auto t = otio::read(kForeign, resolve, messages, &error);
+  const auto t = otio::read(foreign(), resolve, messages, &error);
   ASSERT_TRUE(t) << error;
   EXPECT_EQ(t->name, "Bobine 3");
   EXPECT_EQ(t->fps, 24);

@@ -21,26 +21,9 @@ const NodeKind& K(const char* id) {
 }
 }  // namespace
 
-TEST(KindCatalogue, Counts) {
-  EXPECT_EQ(NodeKind::all().size(), 116u);
-  EXPECT_EQ(NodeKind::byID().size(), 116u);
-  EXPECT_EQ(NodeKind::fx().size(), 36u);
-  EXPECT_EQ(NodeKind::fxMore().size(), 51u);
-  std::size_t params = 0, core = 0, coreParams = 0;
-  for (const auto& k : NodeKind::all()) {
-    params += k->params.size();
-    if (!k->kernel) {
-      ++core;
-      coreParams += k->params.size();
-    }
-  }
-  // One beyond the reference tables: the output node's H.264 quality.
-  EXPECT_EQ(params, 632u);
-  EXPECT_EQ(core, 29u);
-  EXPECT_EQ(coreParams, 230u);
-}
-
-TEST(KindCatalogue, CategoriesInOrderWithoutEmptyOnes) {
+// The browser's categories in order, with how many kinds each offers: a kind whose category is
+// mistyped drops out of the browser (and of all()), which only these counts notice.
+TEST(KindCatalogue, CategoriesInOrderWithTheirKinds) {
   const std::vector<std::pair<std::string, std::size_t>> expected = {
       {"Sources", 1},         {"Couleur", 19},        {"Peau & beauté", 6}, {"Flou & netteté", 8},
       {"Lumière", 11},        {"Keying & matte", 14}, {"Peinture IA", 1},   {"Profondeur IA", 4},
@@ -54,10 +37,7 @@ TEST(KindCatalogue, CategoriesInOrderWithoutEmptyOnes) {
     for (const auto& k : cats[i].kinds) EXPECT_EQ(k->category, cats[i].name);
   }
   // Within a category, the candidate order holds (core kinds first), not the alphabet.
-  const std::vector<std::string> keying = {"mask", "magicmask", "objectmask", "bodymask", "hairmatte",
-                                           "greenkey", "greenkeyai", "lumakey", "chromakey", "matteedit",
-                                           "trackboost", "negative", "edgeblur", "keyer3d"};
-  EXPECT_EQ(ids(cats[5].kinds), keying);
+  EXPECT_EQ(ids(cats[5].kinds)[0], "mask");
   EXPECT_EQ(ids(cats[11].kinds), (std::vector<std::string>{"mux", "comp", "merge"}));
 }
 
@@ -84,20 +64,15 @@ TEST(KindCatalogue, EffectRowOrderAndKernels) {
   const auto more = ids(NodeKind::fxMore());
   EXPECT_EQ(more.front(), "shafts");
   EXPECT_EQ(more.back(), "depthparallax");
-  std::vector<std::string> blurred;
   for (const auto* list : {&NodeKind::fx(), &NodeKind::fxMore()})
     for (const auto& k : *list) {
       EXPECT_EQ(k->kernel, "fx_" + k->id);
       EXPECT_TRUE(k->hasOutput);
       EXPECT_LE(k->params.size(), 15u) << k->id << ": P[15] belongs to the Composite";
       if (k->blurParam) {
-        blurred.push_back(k->id);
         EXPECT_NE(k->param(*k->blurParam), nullptr) << k->id;
       }
     }
-  EXPECT_EQ(blurred, (std::vector<std::string>{"blur", "sharpen", "bloom", "matteedit", "trackboost", "edgeblur",
-                                                "prismglow", "mist", "halation", "neon", "clarity", "toon", "sketch",
-                                                "watercolor", "frosted", "reeded"}));
   for (const char* core : {"media", "mask", "color", "output", "dot", "retime"}) EXPECT_FALSE(K(core).kernel) << core;
 }
 
@@ -120,43 +95,45 @@ TEST(KindCatalogue, DerivedLists) {
   EXPECT_FALSE(K("glow").isModel());
 }
 
-TEST(KindTables, CoreKindTextsAndParameters) {
-  const NodeKind& mask = K("mask");
-  EXPECT_EQ(mask.title.raw, "Masque de forme");
-  EXPECT_EQ(mask.tag.raw, "Masque");
-  EXPECT_EQ(mask.tintHex, 0x7AA9F2u);
-  ASSERT_EQ(mask.inputs.size(), 2u);
-  EXPECT_EQ(mask.inputs[1], (PortSpec{"Matte", true}));
-  const ParamSpec& rot = mask.params[4];
-  EXPECT_EQ(rot.key, "rot");
-  EXPECT_EQ(rot.unit, "°");
-  EXPECT_EQ(rot.min, -90);
-  EXPECT_EQ(mask.params[5].label.raw, "Adoucissement");
-  const ParamSpec& blend = *mask.param("blend");
-  EXPECT_EQ(blend.options.raw, (std::vector<std::string>{"Addition", "Soustraction", "Intersection", "Différence", "Max", "Min"}));
-  EXPECT_EQ(mask.param("outwhite")->label.raw, "Key limité à la forme : blanc dehors (CC noir, reste blanc)");
-  EXPECT_TRUE(mask.param("invert")->isToggle);
+// Kernels read parameters by position and ports by order: those orders are the contract checked
+// here. The texts themselves are covered catalogue-wide (every one has its English).
+TEST(KindTables, PortsAndParameterPositions) {
+  const auto ports = [](const char* id) {
+    std::vector<std::pair<std::string, bool>> out;
+    for (const auto& p : K(id).inputs) out.emplace_back(p.name, p.isMatte);
+    return out;
+  };
+  using P = std::vector<std::pair<std::string, bool>>;
+  EXPECT_EQ(ports("mask"), (P{{"Front", false}, {"Matte", true}}));
+  EXPECT_EQ(ports("wheels"), (P{{"Front", false}, {"Matte", true}}));
+  EXPECT_EQ(ports("comp"), (P{{"Front", false}, {"Back", false}, {"Alpha", true}, {"Matte 2", true}, {"Matte 3", true}, {"Matte 4", true}}));
+  EXPECT_EQ(ports("edgeblur"), (P{{"Matte", false}}));
+  EXPECT_EQ(ports("matteedit"), (P{{"Matte", false}, {"Garbage", true}}));
+  EXPECT_EQ(ports("negative"), (P{{"Front", false}}));
+  EXPECT_EQ(ports("depthdof"), (P{{"Front", false}, {"Depth", false}, {"Matte", true}}));
+  EXPECT_EQ(ports("renoise")[1], (std::pair<std::string, bool>{"Original (rush)", false}));
 
-  const ParamSpec& exposure = K("color").params[0];
-  EXPECT_EQ(exposure, (ParamSpec{"exposure", {"Exposition"}, -2, 2, 0.15, 0.05, " stops", false, {}}));
-  EXPECT_EQ(K("motionvec").param("tsmooth")->unit, " img");
-  EXPECT_EQ(K("genfill").param("quality")->options.raw[2], "Très haute — 2048 px (FLUX max)");
-  EXPECT_EQ(K("media").hint.raw, "Importez une image ou une vidéo avec ⌘I ou par glisser-déposer.");
-  EXPECT_EQ(K("greenkey").param("grow")->label.raw, "Réduire (−) / étendre (+) la matte");
+  const std::pair<const char*, std::vector<std::string>> positions[] = {
+      {"mask", {"cx", "cy", "rx", "ry", "rot"}}, {"color", {"exposure"}}, {"blur", {"size"}},
+  };
+  for (const auto& [id, keys] : positions)
+    for (std::size_t i = 0; i < keys.size(); ++i) EXPECT_EQ(K(id).params[i].key, keys[i]) << id << " P[" << i << "]";
+  const NodeKind& comp = K("comp");
+  ASSERT_EQ(comp.params.size(), 13u);
+  EXPECT_EQ(comp.params[6].key, "mattes");
+  EXPECT_EQ(comp.params[10].key, "compo");
+  EXPECT_EQ(K("mask").param("blend")->options.raw.size(), 6u);
+  EXPECT_EQ(K("color").params[0], (ParamSpec{"exposure", {"Exposition"}, -2, 2, 0.15, 0.05, " stops", false, {}}));
+  EXPECT_TRUE(K("mask").param("invert")->isToggle);
   EXPECT_EQ(K("dot").tintHex, 0u);
-  EXPECT_TRUE(K("renoise").inputs[1] == (PortSpec{"Original (rush)", false}));
 }
 
 TEST(KindTables, BeautyTrioShareKeysWithTheirOwnDefaults) {
   EXPECT_EQ(Node(NodeKind::beauty()).params.at("skin"), 1);
   EXPECT_EQ(Node(NodeKind::paintbeauty()).params.at("skin"), 0);
-  EXPECT_EQ(Node(NodeKind::beautyzones()).params.at("skin"), 0);
   EXPECT_EQ(K("beauty").param("large")->def, 0.25);
   EXPECT_EQ(K("paintbeauty").param("large")->def, 0.2);
-  EXPECT_EQ(K("beauty").param("redness")->def, 0.35);
   EXPECT_EQ(K("beautyzones").param("redness")->def, 0.3);
-  EXPECT_EQ(K("paintbeauty").params.size(), 32u);
-  EXPECT_EQ(K("beautyzones").params.size(), 37u);
 }
 
 TEST(KindTables, AiKeyerIsTheGreenKeyerPlusBand) {
@@ -164,46 +141,7 @@ TEST(KindTables, AiKeyerIsTheGreenKeyerPlusBand) {
   const auto& ai = K("greenkeyai").params;
   ASSERT_EQ(ai.size(), key.size() + 1);
   EXPECT_TRUE(std::equal(key.begin(), key.end(), ai.begin()));
-  EXPECT_EQ(ai.back(), (ParamSpec{"band", {"Largeur des bords confiés à l'IA"}, 2, 60, 12, 1, " px", false, {}}));
-}
-
-TEST(KindTables, EffectRowsPortsHintsAndParameters) {
-  const auto ports = [](const char* id) {
-    std::vector<std::pair<std::string, bool>> out;
-    for (const auto& p : K(id).inputs) out.emplace_back(p.name, p.isMatte);
-    return out;
-  };
-  using P = std::vector<std::pair<std::string, bool>>;
-  EXPECT_EQ(ports("wheels"), (P{{"Front", false}, {"Matte", true}}));
-  EXPECT_EQ(ports("comp"), (P{{"Front", false}, {"Back", false}, {"Alpha", true}, {"Matte 2", true}, {"Matte 3", true}, {"Matte 4", true}}));
-  EXPECT_EQ(ports("edgeblur"), (P{{"Matte", false}}));
-  EXPECT_EQ(ports("matteedit"), (P{{"Matte", false}, {"Garbage", true}}));
-  EXPECT_EQ(ports("negative"), (P{{"Front", false}}));
-  EXPECT_EQ(ports("depthdof"), (P{{"Front", false}, {"Depth", false}, {"Matte", true}}));
-
-  int ownHints = 0;
-  for (const auto* list : {&NodeKind::fx(), &NodeKind::fxMore()})
-    for (const auto& k : *list) ownHints += k->hint != NodeKind::defaultHint();
-  EXPECT_EQ(ownHints, 10);
-  EXPECT_EQ(NodeKind::defaultHint().raw,
-            "Réglez l'effet à droite. Reliez un masque de forme à l'entrée Masque (bleue) pour limiter l'effet à une zone.");
-
-  const NodeKind& comp = K("comp");
-  ASSERT_EQ(comp.params.size(), 13u);
-  EXPECT_EQ(comp.params[6], (ParamSpec{"mattes", {"Nombre d'entrées Masque (1 = Alpha seule)"}, 1, 4, 1, 1, "", false, {}}));
-  EXPECT_EQ(comp.params[0].options.raw[8], "Subtract (Fond − Source)");
-  EXPECT_EQ(comp.params[10].key, "compo");
-  EXPECT_EQ(K("kaleido").param("spin")->unit, "°/s");
-  EXPECT_EQ(K("skintexture").params[11].options.raw.back(), "Texture seule (gris 50 %)");
-  EXPECT_EQ(K("blur").params[0], (ParamSpec{"size", {"Taille"}, 0, 2000, 8, 1, " px", false, {}}));
-  EXPECT_EQ(K("wheels").tintHex, 0xD27A50u);
-  EXPECT_EQ(K("depthparallax").params[5].unit, " s");
-
-  int px = 0;
-  for (const auto* list : {&NodeKind::fx(), &NodeKind::fxMore()})
-    for (const auto& k : *list)
-      for (const auto& p : k->params) px += p.unit == " px";
-  EXPECT_EQ(px, 51);
+  EXPECT_EQ(ai.back().key, "band");
 }
 
 TEST(KindTables, ParameterSpecsAreConsistent) {

@@ -24,26 +24,10 @@ AppPaths::Inputs inputs(const fs::path& root, std::map<std::string, std::string>
 }
 }  // namespace
 
-TEST(AppPaths, DevelopmentTreeLivesInTheRepository) {
-  TempDir t;
-  const AppPaths p = AppPaths::resolve(inputs(t.path));
-  EXPECT_FALSE(p.isBundled);
-  const fs::path repo = t.path / "repo";
-  EXPECT_EQ(p.devRoot, repo);
-  EXPECT_EQ(p.resources, repo);
-  EXPECT_EQ(p.data, repo);
-  EXPECT_EQ(p.support, repo);
-  EXPECT_EQ(p.scripts, repo / "Tracker");
-  EXPECT_EQ(p.models, repo / "Tracker" / "models");
-  EXPECT_EQ(p.logs, repo / "Tracker");
-  EXPECT_EQ(p.python, repo / "Python");
-  EXPECT_EQ(p.projectsDir(), repo / "Projets");
-}
-
-// In a development tree the variables move data, and support with what grows in it at run time
-// (models, logs), so that a test or a sandbox writes nothing into the tree; the worker's scripts
-// stay in the tree.
-TEST(AppPaths, VariablesMoveDataAndSupport) {
+// In a development tree everything lives in the repository; the variables move data, and support
+// with what grows in it at run time (models, logs), so that a test or a sandbox writes nothing into
+// the tree. The worker's scripts stay in the tree.
+TEST(AppPaths, DevelopmentTreeAndTheVariablesThatMoveDataAndSupport) {
   TempDir t;
   const fs::path repo = t.path / "repo";
   struct Case {
@@ -51,6 +35,7 @@ TEST(AppPaths, VariablesMoveDataAndSupport) {
     fs::path data, support, models, logs;
   };
   const Case cases[] = {
+      {{}, repo, repo, repo / "Tracker" / "models", repo / "Tracker"},
       {{{"OMBRIK_DATA", "/d"}}, "/d", repo, repo / "Tracker" / "models", repo / "Tracker"},
       {{{"OMBRIK_SUPPORT", "/s"}}, repo, "/s", "/s/Models", "/s/Logs"},
       {{{"OMBRIK_DATA", "/d"}, {"OMBRIK_SUPPORT", "/s"}}, "/d", "/s", "/s/Models", "/s/Logs"},
@@ -60,12 +45,15 @@ TEST(AppPaths, VariablesMoveDataAndSupport) {
     const AppPaths p = AppPaths::resolve(inputs(t.path, c.env));
     SCOPED_TRACE(c.support.string() + " " + c.data.string());
     EXPECT_FALSE(p.isBundled);
+    EXPECT_EQ(p.devRoot, repo);
+    EXPECT_EQ(p.resources, repo);
     EXPECT_EQ(p.data, c.data);
     EXPECT_EQ(p.support, c.support);
     EXPECT_EQ(p.models, c.models);
     EXPECT_EQ(p.logs, c.logs);
     EXPECT_EQ(p.python, c.support / "Python");
     EXPECT_EQ(p.scripts, repo / "Tracker");
+    EXPECT_EQ(p.projectsDir(), c.data / "Projets");
   }
 }
 
@@ -93,7 +81,7 @@ TEST(AppPaths, InstalledProgramUsesTheUserFolders) {
   EXPECT_EQ(p.support, fs::path("/s"));
 }
 
-TEST(AppPaths, ScriptPrefersSourceOverCompiled) {
+TEST(AppPaths, ScriptPrefersSourceOverCompiledAndPrepareMakesTheFolders) {
   TempDir t;
   const AppPaths p = AppPaths::resolve(inputs(t.path));
   EXPECT_EQ(p.script("om_track.py"), p.scripts / "om_track.py.pyc");  // neither exists
@@ -101,17 +89,16 @@ TEST(AppPaths, ScriptPrefersSourceOverCompiled) {
   EXPECT_EQ(p.script("om_track.py"), p.scripts / "om_track.py.pyc");
   touch(p.scripts / "om_track.py");
   EXPECT_EQ(p.script("om_track.py"), p.scripts / "om_track.py");
-}
 
-TEST(AppPaths, PrepareCreatesTheFoldersAndIgnoresErrors) {
-  TempDir t;
-  const AppPaths p = AppPaths::resolve(inputs(t.path, {{"OMBRIK_DATA", (t.path / "a/b/data").string()},
-                                                       {"OMBRIK_SUPPORT", (t.path / "c/support").string()}}));
-  p.prepare();
+  // Preparing makes the folders and ignores errors; it makes nothing in the tree (gone again here).
+  fs::remove_all(t.path / "repo");
+  const AppPaths moved = AppPaths::resolve(inputs(t.path, {{"OMBRIK_DATA", (t.path / "a/b/data").string()},
+                                                           {"OMBRIK_SUPPORT", (t.path / "c/support").string()}}));
+  moved.prepare();
   EXPECT_TRUE(fs::is_directory(t.path / "a/b/data"));
   EXPECT_TRUE(fs::is_directory(t.path / "c/support"));
-  EXPECT_TRUE(fs::is_directory(p.models));
-  EXPECT_TRUE(fs::is_directory(p.logs));
+  EXPECT_TRUE(fs::is_directory(moved.models));
+  EXPECT_TRUE(fs::is_directory(moved.logs));
   EXPECT_FALSE(fs::exists(t.path / "repo")) << "nothing is made in the tree the program was built from";
 
   touch(t.path / "blocker");  // a file where a folder should go

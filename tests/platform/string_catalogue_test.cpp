@@ -74,17 +74,19 @@ TEST(StringCatalogue, LocalizedValuesFollowTheInterfaceLanguage) {
 
 TEST(PortLabels, NineNamesShowTheirOwnTextOthersStayAsTheyAre) {
   LanguageGuard guard;
-  setInterfaceLanguage(AppLanguage::french);
-  EXPECT_EQ((PortSpec{"Front", false}).label(), "Source");
-  EXPECT_EQ((PortSpec{"Back", false}).label(), "Fond");
-  EXPECT_EQ((PortSpec{"Matte 3", true}).label(), "Masque 3");
-  EXPECT_EQ((PortSpec{"Position (Gmask / Tracker)", true}).label(), "Position (masque / tracker)");
-  EXPECT_EQ((PortSpec{"Garbage", true}).label(), "Garbage");
-  EXPECT_EQ((PortSpec{"Original (rush)", false}).label(), "Original (rush)");
-  setInterfaceLanguage(AppLanguage::english);
-  EXPECT_EQ((PortSpec{"Back", false}).label(), "Background");
-  EXPECT_EQ((PortSpec{"Matte", true}).label(), "Matte");
+  struct Case {
+    AppLanguage language;
+    const char *name, *label;
+  };
   // "Front" is also the forehead zone of the beauty tables; the port keeps its own text.
-  EXPECT_EQ((PortSpec{"Front", false}).label(), "Source");
-  EXPECT_EQ((PortSpec{"Depth", false}).label(), "Depth");
+  const Case cases[] = {{AppLanguage::french, "Front", "Source"},           {AppLanguage::french, "Back", "Fond"},
+                        {AppLanguage::french, "Matte 3", "Masque 3"},       {AppLanguage::french, "Garbage", "Garbage"},
+                        {AppLanguage::french, "Position (Gmask / Tracker)", "Position (masque / tracker)"},
+                        {AppLanguage::french, "Original (rush)", "Original (rush)"},
+                        {AppLanguage::english, "Back", "Background"},      {AppLanguage::english, "Matte", "Matte"},
+                        {AppLanguage::english, "Front", "Source"},         {AppLanguage::english, "Depth", "Depth"}};
+  for (const Case& c : cases) {
+    setInterfaceLanguage(c.language);
+    EXPECT_EQ((PortSpec{c.name, false}).label(), c.label) << c.name;
+  }
 }

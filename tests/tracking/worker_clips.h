@@ -12,6 +12,8 @@
 #include <gtest/gtest.h>
 
 #include "../platform/temp_dir.h"
+#include "engine/half_float.h"
+#include "engine/source_picture.h"
 #include "platform/app_paths.h"
 #include "tracking/tap_server.h"
 
@@ -43,28 +45,50 @@ inline double plateAt(const std::vector<PlateWave>& waves, double x, double y) {
   return v;
 }
 
-// Frame t shows a smooth texture (a sum of sinusoids all round, wavelengths 20 to 80 px)
-// moved by t·(dx, dy), plus noise, encoded in H.264. A point of the plate at (x, y) on frame 0 is at
-// (x + t·dx, y + t·dy) on frame t, in continuous pixel coordinates.
+// Raw frames of `pixfmt` (gray, rgb24) piped to ffmpeg, which writes `out` with the output options `codec`.
+inline bool writeFrames(const std::filesystem::path& out, int w, int h, const char* pixfmt,
+                        const std::vector<std::vector<unsigned char>>& frames, const std::string& codec) {
+  const std::string cmd = "ffmpeg -v error -y -f rawvideo -pix_fmt " + std::string(pixfmt) + " -s " + std::to_string(w) +
+                          "x" + std::to_string(h) + " -r 25 -i - " + codec + " '" + out.string() + "'";
+  FILE* pipe = popen(cmd.c_str(), "w");
+  if (!pipe) return false;
+  for (const auto& f : frames) fwrite(f.data(), 1, f.size(), pipe);
+  return pclose(pipe) == 0;
+}
+inline const std::string kH264 = "-c:v libx264 -crf 12 -pix_fmt yuv420p";
+
+using Picture = std::vector<double>;  // RGB by rows, 0..255
+inline bool writePictures(const std::filesystem::path& out, int w, int h, const std::vector<Picture>& frames,
+                          const std::string& codec) {
+  std::vector<std::vector<unsigned char>> bytes;
+  for (const Picture& f : frames) {
+    auto& b = bytes.emplace_back();
+    for (double v : f) b.push_back(static_cast<unsigned char>(std::clamp(std::lround(v), 0L, 255L)));
+  }
+  return writeFrames(out, w, h, "rgb24", bytes, codec);
+}
+// RGB (0..255) of a picture the engine decoded: half floats, four channels.
+inline Picture rgbOf(const SourcePicture& p) {
+  Picture out(std::size_t(p.width) * p.height * 3);
+  for (std::size_t i = 0; i < out.size() / 3; ++i)
+    for (int c = 0; c < 3; ++c) out[i * 3 + c] = 255.0 * halfToFloat((*p.rgba)[i * 4 + c]);
+  return out;
+}
+
+// Frame t shows the texture moved by t·(dx, dy), plus noise, in H.264. A point of the plate at
+// (x, y) on frame 0 is at (x + t·dx, y + t·dy) on frame t, in continuous pixel coordinates.
 inline bool writePlateClip(const std::filesystem::path& out, const PlateClip& c) {
   std::mt19937 rng(7);
   const std::vector<PlateWave> waves = plateWaves(rng, 0.22);
   std::normal_distribution<double> grain(0, c.noise);
-  const std::string cmd = "ffmpeg -v error -y -f rawvideo -pix_fmt gray -s " + std::to_string(c.W) + "x" +
-                          std::to_string(c.H) + " -r 25 -i - -c:v libx264 -crf 12 -pix_fmt yuv420p '" + out.string() + "'";
-  FILE* pipe = popen(cmd.c_str(), "w");
-  if (!pipe) return false;
-  std::vector<unsigned char> frame(std::size_t(c.W) * c.H);
-  for (int t = 0; t < c.frames; ++t) {
+  std::vector<std::vector<unsigned char>> frames(c.frames, std::vector<unsigned char>(std::size_t(c.W) * c.H));
+  for (int t = 0; t < c.frames; ++t)
     for (int y = 0; y < c.H; ++y)
       for (int x = 0; x < c.W; ++x) {
-        const double X = x + 0.5 - t * c.dx, Y = y + 0.5 - t * c.dy;
-        const double v = plateAt(waves, X, Y) + grain(rng);
-        frame[std::size_t(y) * c.W + x] = static_cast<unsigned char>(std::clamp(std::lround(v), 0L, 255L));
+        const double v = plateAt(waves, x + 0.5 - t * c.dx, y + 0.5 - t * c.dy) + grain(rng);
+        frames[t][std::size_t(y) * c.W + x] = static_cast<unsigned char>(std::clamp(std::lround(v), 0L, 255L));
       }
-    fwrite(frame.data(), 1, frame.size(), pipe);
-  }
-  return pclose(pipe) == 0;
+  return writeFrames(out, c.W, c.H, "gray", frames, kH264);
 }
 
 // The worker from this tree, logging into `logs`.

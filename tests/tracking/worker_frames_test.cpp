@@ -10,8 +10,6 @@
 #include <fstream>
 
 #include "../platform/temp_dir.h"
-#include "engine/half_float.h"
-#include "engine/source_picture.h"
 #include "media/frame_reader.h"
 #include "tracking/tap_server.h"
 #include "worker_clips.h"
@@ -22,21 +20,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using Picture = std::vector<double>;  // RGB by rows, 0..255
-
-bool writeClip(const fs::path& out, int w, int h, const std::vector<Picture>& frames, const std::string& codec) {
-  const std::string cmd = "ffmpeg -v error -y -f rawvideo -pix_fmt rgb24 -s " + std::to_string(w) + "x" + std::to_string(h) +
-                          " -r 25 -i - " + codec + " '" + out.string() + "'";
-  FILE* pipe = popen(cmd.c_str(), "w");
-  if (!pipe) return false;
-  std::vector<unsigned char> bytes;
-  for (const Picture& f : frames) {
-    bytes.resize(f.size());
-    for (std::size_t i = 0; i < f.size(); ++i) bytes[i] = static_cast<unsigned char>(std::clamp(std::lround(f[i]), 0L, 255L));
-    fwrite(bytes.data(), 1, bytes.size(), pipe);
-  }
-  return pclose(pipe) == 0;
-}
+using test::Picture;
+using test::rgbOf;
 
 // The plate of worker_clips.h in colour (each wave tinted) at a horizontal shift of `s` pixels.
 Picture colourPlate(int w, int h, double s, bool grey) {
@@ -63,23 +48,13 @@ double psnr(const Picture& a, const Picture& b) {
   return 10 * std::log10(255.0 * 255.0 / (se / a.size()));
 }
 
-// RGB (0..255) of a picture the engine decoded: half floats, four channels.
-Picture rgbOf(const SourcePicture& p) {
-  Picture out(std::size_t(p.width) * p.height * 3);
-  for (std::size_t i = 0; i < out.size() / 3; ++i)
-    for (int c = 0; c < 3; ++c) out[i * 3 + c] = 255.0 * halfToFloat((*p.rgba)[i * 4 + c]);
-  return out;
-}
-
-// A ".dn" file: its size and its RGBA values.
-std::vector<float> readDn(const fs::path& file, int& w, int& h) {
+// A ".dn" file: its size, then RGBA half floats; empty when the size and the length disagree.
+std::vector<float> readDn(const fs::path& file, std::uint32_t size[2]) {
   const std::string bytes = slurp(file);
   if (bytes.size() < 8) return {};
-  std::uint32_t size[2];
   std::memcpy(size, bytes.data(), 8);
-  w = int(size[0]), h = int(size[1]);
-  if (bytes.size() != 8 + std::size_t(w) * h * 8) return {};
-  std::vector<float> px(std::size_t(w) * h * 4);
+  std::vector<float> px(std::size_t(size[0]) * size[1] * 4);
+  if (bytes.size() != 8 + px.size() * 2) return {};
   for (std::size_t i = 0; i < px.size(); ++i) {
     std::uint16_t v;
     std::memcpy(&v, bytes.data() + 8 + i * 2, 2);
@@ -123,6 +98,7 @@ struct WorkerFramesTest : ::testing::Test {
 
   static void SetUpTestSuite() {
     dir = new TempDir;
+    server = new TapServer(TapServer::Role::shared, test::testWorkerSetup(dir->path));
     std::mt19937 rng(11);
     std::normal_distribution<double> noise(0, kSigma);
     for (int t = 0; t < kFrames; ++t) {
@@ -131,25 +107,29 @@ struct WorkerFramesTest : ::testing::Test {
       for (double& v : noisy.back()) v = std::clamp(double(std::lround(v + noise(rng))), 0.0, 255.0);
     }
     // Lossless RGB: the worker and this test see the same noisy values.
-    ASSERT_TRUE(writeClip(path("noisy.mkv"), kW, kH, noisy, "-c:v ffv1 -pix_fmt bgr0"));
+    ASSERT_TRUE(test::writePictures(path("noisy.mkv"), kW, kH, noisy, "-c:v ffv1 -pix_fmt bgr0"));
     std::vector<Picture> slide;
     for (int t = 0; t < 6; ++t) slide.push_back(colourPlate(320, 180, t * kStep, true));
-    ASSERT_TRUE(writeClip(path("slide.mkv"), 320, 180, slide, "-c:v ffv1 -pix_fmt bgr0"));
+    ASSERT_TRUE(test::writePictures(path("slide.mkv"), 320, 180, slide, "-c:v ffv1 -pix_fmt bgr0"));
     const GreenShot g = greenShot(5);
-    ASSERT_TRUE(writeClip(path("green.png"), g.w, g.h, {g.picture}, "-frames:v 1"));
-    ASSERT_TRUE(writeClip(path("green.mkv"), g.w, g.h, {g.picture, g.picture, g.picture}, "-c:v ffv1 -pix_fmt bgr0"));
-    ASSERT_TRUE(writeClip(path("grey.png"), 64, 64, {Picture(64 * 64 * 3, 120)}, "-frames:v 1"));
+    ASSERT_TRUE(test::writePictures(path("green.png"), g.w, g.h, {g.picture}, "-frames:v 1"));
+    ASSERT_TRUE(test::writePictures(path("green.mkv"), g.w, g.h, {g.picture, g.picture, g.picture}, "-c:v ffv1 -pix_fmt bgr0"));
+    ASSERT_TRUE(test::writePictures(path("grey.png"), 64, 64, {Picture(64 * 64 * 3, 120)}, "-frames:v 1"));
   }
-  static void TearDownTestSuite() { delete dir; }
+  static void TearDownTestSuite() {
+    delete server;
+    delete dir;
+  }
 
-  TempDir logs;
-  fs::path python = workerPython(AppPaths::shared()).value_or("/usr/bin/python3");
-  TapServer server{TapServer::Role::shared, test::testWorkerSetup(logs.path)};
-  void SetUp() override { ASSERT_EQ(server.ensureRunning(python, nullptr), std::nullopt); }
+  // One worker serves the whole suite, as it serves the application: starting it is the slow part.
+  static inline TapServer* server = nullptr;
+  void SetUp() override {
+    ASSERT_EQ(server->ensureRunning(workerPython(AppPaths::shared()).value_or("/usr/bin/python3"), nullptr), std::nullopt);
+  }
 
   // Runs a job; its seg replies in `segs`.
-  JobResult run(const json& job, std::vector<int>* segs = nullptr) {
-    return server.runJob(job, [&](const json& m) {
+  static JobResult run(const json& job, std::vector<int>* segs = nullptr) {
+    return server->runJob(job, [&](const json& m) {
       if (segs && m.contains("seg")) segs->push_back(m["seg"]);
     });
   }
@@ -171,11 +151,10 @@ TEST_F(WorkerFramesTest, DenoiseRemovesMostOfTheNoise) {
   for (int f : {0, 4, 7}) {
     char name[16];
     std::snprintf(name, sizeof name, "%05d.dn", f);
-    int w = 0, h = 0;
-    const std::vector<float> px = readDn(path("dn") / name, w, h);
+    std::uint32_t size[2] = {0, 0};
+    const std::vector<float> px = readDn(path("dn") / name, size);
     ASSERT_EQ(px.size(), std::size_t(kW) * kH * 4) << name;
-    EXPECT_EQ(w, kW);
-    EXPECT_EQ(h, kH);
+    EXPECT_TRUE(size[0] == kW && size[1] == kH) << name;
     EXPECT_EQ(px[3], 1.0f);
     const double before = psnr(noisy[f], clean[f]);
     const double after = psnr(denoised(noisy[f], [&](std::size_t i) { return px[i / 3 * 4 + i % 3]; }), clean[f]);
@@ -234,7 +213,37 @@ TEST_F(WorkerFramesTest, RetimeInBetweensLandHalfWay) {
   }
 }
 
-TEST_F(WorkerFramesTest, GreenKeyFindsTheDrawnMatte) {
+// Requests that can't be served each say why, leave nothing behind, and the same worker then keys
+// the drawn green screen, as a frame and as a video.
+TEST_F(WorkerFramesTest, RefusedRequestsThenGreenKeyFindsTheDrawnMatte) {
+  const int pid = server->pid();
+  const std::string video = path("noisy.mkv");
+  struct Refused {
+    json job;
+    std::string text;
+  } refused[] = {  // denoise_video opens its video as greenkey_video does (the common reader)
+      {{{"type", "greenkey_frame"}, {"image", "/nowhere.png"}, {"out", path("x.png")}}, "image illisible : /nowhere.png"},
+      {{{"type", "greenkey_frame"}, {"image", path("grey.png")}, {"out", path("x.png")}},
+       "pas d'écran vert ou bleu reconnu dans l'image"},
+      {{{"type", "greenkey_video"}, {"video", "/nowhere.mp4"}, {"outdir", path("x")}}, "vidéo illisible : /nowhere.mp4"},
+      {{{"type", "denoise_frame"}, {"video", video}, {"frame", 0}, {"engine", "fast"}, {"sigma", 0}},
+       "clé manquante dans la requête : out"},
+      {{{"type", "denoise_frame"}, {"video", video}, {"frame", 0}, {"engine", "best"}, {"sigma", 0}, {"out", path("x.png")}},
+       "moteur de débruitage inconnu : best (fast ou scunet)"},
+      {{{"type", "denoise_frame"}, {"video", video}, {"frame", 20}, {"engine", "fast"}, {"sigma", 5}, {"out", path("x.png")}},
+       "image 20 hors de la vidéo (8 images)"},
+      {{{"type", "retime_flow"}, {"video", "/nowhere.mp4"}, {"times", {0, 0.5}}, {"out", path("x.mov")}},
+       "vidéo illisible : /nowhere.mp4"},
+      {{{"type", "retime_flow"}, {"video", video}, {"times", json::array()}, {"out", path("x.mov")}},
+       "temps de sortie invalides (une liste de nombres positifs est attendue)"},
+  };
+  for (const Refused& c : refused) {
+    const JobResult r = run(c.job);
+    EXPECT_EQ(r.end, JobResult::End::error) << c.job;
+    EXPECT_EQ(r.text, c.text) << c.job;
+  }
+  for (const char* left : {"x.png", "x.mov", "x.mov.part.mov"}) EXPECT_FALSE(fs::exists(path(left))) << left;
+
   const GreenShot g = greenShot(5);
   struct Case {
     const char* name;
@@ -271,40 +280,7 @@ TEST_F(WorkerFramesTest, GreenKeyFindsTheDrawnMatte) {
     EXPECT_LT(err, 0.01) << c.name;
     EXPECT_LT(edgeErr, 0.15) << c.name;
   }
-}
-
-TEST_F(WorkerFramesTest, RequestsThatCantBeServedSaySoAndTheWorkerGoesOn) {
-  const int pid = server.pid();
-  const std::string video = path("noisy.mkv");
-  struct Case {
-    json job;
-    std::string text;
-  } cases[] = {
-      {{{"type", "greenkey_frame"}, {"image", "/nowhere.png"}, {"out", path("x.png")}}, "image illisible : /nowhere.png"},
-      {{{"type", "greenkey_frame"}, {"image", path("grey.png")}, {"out", path("x.png")}},
-       "pas d'écran vert ou bleu reconnu dans l'image"},
-      {{{"type", "greenkey_video"}, {"video", "/nowhere.mp4"}, {"outdir", path("x")}}, "vidéo illisible : /nowhere.mp4"},
-      {{{"type", "denoise_video"}, {"video", "/nowhere.mp4"}, {"outdir", path("x")}, {"engine", "fast"}, {"sigma", 0}},
-       "vidéo illisible : /nowhere.mp4"},
-      {{{"type", "denoise_frame"}, {"video", video}, {"frame", 0}, {"engine", "fast"}, {"sigma", 0}},
-       "clé manquante dans la requête : out"},
-      {{{"type", "denoise_frame"}, {"video", video}, {"frame", 0}, {"engine", "best"}, {"sigma", 0}, {"out", path("x.png")}},
-       "moteur de débruitage inconnu : best (fast ou scunet)"},
-      {{{"type", "denoise_frame"}, {"video", video}, {"frame", 20}, {"engine", "fast"}, {"sigma", 5}, {"out", path("x.png")}},
-       "image 20 hors de la vidéo (8 images)"},
-      {{{"type", "retime_flow"}, {"video", "/nowhere.mp4"}, {"times", {0, 0.5}}, {"out", path("x.mov")}},
-       "vidéo illisible : /nowhere.mp4"},
-      {{{"type", "retime_flow"}, {"video", video}, {"times", json::array()}, {"out", path("x.mov")}},
-       "temps de sortie invalides (une liste de nombres positifs est attendue)"},
-  };
-  for (const Case& c : cases) {
-    const JobResult r = run(c.job);
-    EXPECT_EQ(r.end, JobResult::End::error) << c.job;
-    EXPECT_EQ(r.text, c.text) << c.job;
-  }
-  for (const char* left : {"x.png", "x.mov", "x.mov.part.mov"}) EXPECT_FALSE(fs::exists(path(left))) << left;
-  EXPECT_TRUE(run({{"type", "greenkey_frame"}, {"image", path("green.png")}, {"out", path("x.png")}}).ok());
-  EXPECT_EQ(server.pid(), pid);
+  EXPECT_EQ(server->pid(), pid);
 }
 
 }  // namespace
