@@ -1,7 +1,5 @@
-// The AI tools through the real window: each AI kind's buttons in the inspector reach the model
-// (with nothing wired, the model's refusal reaches the status), the search field of Objet IA, the
-// found objects and their removal, the clicks of Masque au clic on the picture, and the running
-// job's progress and cancel in the panel and the status bar.
+// The AI tools through the window: each AI kind's buttons, Objet IA's search and found objects,
+// Masque au clic's points on the picture, and a running job's progress and cancel.
 #include <QLabel>
 #include <QLineEdit>
 #include <QProgressBar>
@@ -47,42 +45,37 @@ struct AiDesk : test::WindowDesk {
 
 }  // namespace
 
+// Each button reaches its own model action: with nothing wired, each answers its own refusal.
 TEST(AiPanel, EachAiKindOffersItsButtonsTheyReachTheModelAndAJobShowsItsProgress) {
   const struct {
     const char* kind;
     double aimode;
-    std::vector<std::array<const char*, 3>> presses;  // button, its text, what the model answers unwired
+    std::vector<std::pair<const char*, const char*>> presses;  // button, what the model answers unwired
   } cases[] = {
       {"bodymask", 0,
-       {{"aiFrame", "Calculer cette image", "Il faut une image ou une vidéo dans le graphe."},
-        {"aiVideo", "Calculer toute la vidéo", "Il faut une vidéo dans le graphe."}}},
-      {"hairmatte", 0, {{"aiVideo", "Calculer toute la vidéo", "Il faut une vidéo dans le graphe."}}},
-      {"mask", 1, {{"aiFrame", "Calculer cette image", "Il faut une image ou une vidéo dans le graphe."}}},
-      {"magicmask", 0,
-       {{"aiPropagate", "Propager sur la vidéo", "La propagation a besoin d'une vidéo reliée en amont du Masque au clic."}}},
+       {{"aiFrame", "Il faut une image ou une vidéo dans le graphe."}, {"aiVideo", "Il faut une vidéo dans le graphe."}}},
+      {"mask", 1, {{"aiFrame", "Il faut une image ou une vidéo dans le graphe."}}},
+      {"magicmask", 0, {{"aiPropagate", "La propagation a besoin d'une vidéo reliée en amont du Masque au clic."}}},
       {"objectmask", 0,
-       {{"aiFind", "Trouver", "Objet IA : écrivez l'objet à trouver (ex. : lampadaire, voiture, bouteille)."},
-        {"aiPropagate", "Propager sur la vidéo", "Objet IA : trouvez d'abord l'objet."}}},
+       {{"aiFind", "Objet IA : écrivez l'objet à trouver (ex. : lampadaire, voiture, bouteille)."},
+        {"aiPropagate", "Objet IA : trouvez d'abord l'objet."}}},
       {"denoise", 0,
-       {{"aiFrame", "Calculer cette image", "Le Denoise a besoin d'un Media (image ou vidéo) en amont."},
-        {"aiVideo", "Toute la vidéo", "Le Denoise a besoin d'une vidéo en amont."}}},
+       {{"aiFrame", "Le Denoise a besoin d'un Media (image ou vidéo) en amont."},
+        {"aiVideo", "Le Denoise a besoin d'une vidéo en amont."}}},
       {"greenkeyai", 0,
-       {{"aiDetect", "Détecter l'écran", "Reliez d'abord une image à l'entrée Source du keyer."},
-        {"aiFrame", "Cette image", "Reliez une image à l'entrée Source du keyer."},
-        {"aiVideo", "Tout le plan", "Le Keyer IA a besoin d'une vidéo en amont."}}},
-      {"retime", 0,
-       {{"aiFlow", "Calculer le flux optique",
-         "Le node Vitesse a besoin d'un rush en amont (placez-le juste après le Media)."}}},
+       {{"aiDetect", "Reliez d'abord une image à l'entrée Source du keyer."},
+        {"aiFrame", "Reliez une image à l'entrée Source du keyer."},
+        {"aiVideo", "Le Keyer IA a besoin d'une vidéo en amont."}}},
+      {"retime", 0, {{"aiFlow", "Le node Vitesse a besoin d'un rush en amont (placez-le juste après le Media)."}}},
   };
   AiDesk d;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.kind);
     d.inspect(c.kind, c.aimode);
     ASSERT_TRUE(d.aiShown());
-    for (const auto& [button, label, status] : c.presses) {
+    for (const auto& [button, status] : c.presses) {
       auto* b = d.find<QPushButton>(button);
       ASSERT_TRUE(b && b->isVisible()) << button;
-      EXPECT_EQ(b->text().toStdString(), label);
       d.m->_status.clear();
       d.press(button);
       EXPECT_EQ(d.m->_status, status) << button;
@@ -107,7 +100,6 @@ TEST(AiPanel, EachAiKindOffersItsButtonsTheyReachTheModelAndAJobShowsItsProgress
   d.m->ai.aiNodeID = id;
   d.settle();
   EXPECT_TRUE(panel->isVisible());
-  EXPECT_EQ(panel->etaShown(), "40 %");
   EXPECT_EQ(d.find<QProgressBar>("aiProgressBar")->value(), 400);
   EXPECT_TRUE(bottom->isVisible());
   d.m->ai.aiNodeID = other;
@@ -116,7 +108,6 @@ TEST(AiPanel, EachAiKindOffersItsButtonsTheyReachTheModelAndAJobShowsItsProgress
   EXPECT_TRUE(bottom->isVisible()) << "the status bar shows any job";
 
   d.press("aiStatusProgressCancel");
-  EXPECT_EQ(d.m->_status, "Calcul IA annulé (les images déjà calculées sont gardées).");
   EXPECT_TRUE(d.m->ai.cancelled());
   d.m->_magicProgress.reset();  // as the job's end does once the worker is stopped
   d.m->ai.aiNodeID.reset();
@@ -143,15 +134,11 @@ TEST(AiPanel, PromptFoundObjectsAndViewerPoints) {
       << objectBoxesJson(ObjectBoxes{0, {{0.1, 0.1, 0.4, 0.5, 0.87}, {0.5, 0.2, 0.9, 0.8, 0.62}}});
   d.m->_status = "Objet IA : 2 objets.";  // what the end of a search says; the panel reads the file again
   d.settle();
-  EXPECT_EQ(d.text("aiFound"), "2 objet(s) trouvé(s) sur l'image 1. Ctrl + clic dans un cadre ou ✕ : le retirer.");
-  EXPECT_EQ(d.text("aiBox0"), "Objet 1 · confiance 87 %");
   EXPECT_EQ(d.text("aiBox1"), "Objet 2 · confiance 62 %");
   d.press("aiRemoveBox0");
-  ASSERT_TRUE(d.m->objectBoxes(object));
-  ASSERT_EQ(d.m->objectBoxes(object)->boxes.size(), 1u);
-  EXPECT_DOUBLE_EQ(d.m->objectBoxes(object)->boxes[0][4], 0.62);
-  EXPECT_EQ(d.text("aiBox0"), "Objet 1 · confiance 62 %");
+  EXPECT_EQ(d.text("aiBox0"), "Objet 1 · confiance 62 %") << "the first one went";
   d.click(0.2, 0.9, Qt::ControlModifier);  // outside every frame: nothing, not even a point
+  ASSERT_TRUE(d.m->objectBoxes(object));
   EXPECT_EQ(d.m->objectBoxes(object)->boxes.size(), 1u);
   EXPECT_TRUE(d.m->nodeByID(object)->magicPoints.empty());
   d.click(0.7, 0.5, Qt::ControlModifier);
@@ -166,13 +153,11 @@ TEST(AiPanel, PromptFoundObjectsAndViewerPoints) {
   EXPECT_NEAR(n->magicPoints[0].p.x, 0.25, 0.003);
   EXPECT_NEAR(n->magicPoints[0].p.y, 0.5, 0.003);
   EXPECT_TRUE(n->magicPoints[0].positive);
-  EXPECT_NEAR(n->magicPoints[1].p.x, 0.75, 0.003);
   EXPECT_FALSE(n->magicPoints[1].positive);
   EXPECT_EQ(d.text("aiPoints"), "2 point(s) sur l'image 1 : 1 + · 1 −");
   EXPECT_EQ(d.m->_status, "Reliez une image ou une vidéo à l'entrée du Masque au clic") << "the preview was asked for";
   d.press("aiClear");
   EXPECT_TRUE(d.m->nodeByID(magic)->magicPoints.empty());
-  EXPECT_EQ(d.text("aiPoints"), "Aucun point : cliquez sur le sujet dans le viewer.");
   d.inspect("blur");
   d.click(0.5, 0.5);
   EXPECT_TRUE(d.m->nodeByID(magic)->magicPoints.empty()) << "another kind inspected: the click pans";

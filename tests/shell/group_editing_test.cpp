@@ -1,7 +1,5 @@
-// Groups by hand: Ctrl+G folds the selection and closes an open group, Ctrl+Alt+G dissolves, a
-// double click opens a group node, an open group is framed around its nodes and closes from its
-// chip, the node's menu groups, and the group's own panel in the inspector renames it and picks
-// the settings it shows.
+// Groups by hand: the keys that fold, close and dissolve, opening by a double click, the framed
+// open group and its chip, the node's menu, and the group's own panel in the inspector.
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QPushButton>

@@ -1,5 +1,4 @@
-// The node editor's less common gestures: a Shift marquee, an input armed by a tap of Alt and
-// wired by bringing an output to it, and A dropping a dot into the wire under the pointer.
+// The node editor's less common gestures: a Shift marquee, an input armed by Alt, A's dot.
 #include "editor_desk.h"
 
 using namespace ombrik;
@@ -40,7 +39,6 @@ TEST(NodeEditorGestures, AnArmedInputTakesTheOutputBroughtToItAndKeepsTheLink) {
   ASSERT_TRUE(d.editor->armedInput());
   EXPECT_EQ(d.editor->armedInput()->node, d.blur);
   EXPECT_EQ(d.editor->armedInput()->port, 0) << "its first free input";
-  EXPECT_NE(d.model->_status.find("en attente : approchez-la"), std::string::npos) << d.model->_status;
   for (int k = 1; k <= inputs; ++k) {
     d.key(Qt::Key_Alt);
     EXPECT_EQ(d.editor->armedInput()->port, k % inputs) << "each tap the next input, round";
@@ -51,17 +49,13 @@ TEST(NodeEditorGestures, AnArmedInputTakesTheOutputBroughtToItAndKeepsTheLink) {
 
   // The correction's output brought onto the armed input: the two discs touch.
   const Point input = schematic::inPos(*d.model->nodeByID(d.blur), d.pos(d.blur), port);
-  d.drag(d.centre(d.color), d.at({input.x - schematic::kNodeRadius - 2, input.y}), {}, [&] {
-    EXPECT_NE(d.model->_status.find("relâchez pour brancher"), std::string::npos) << d.model->_status;
-  });
+  d.drag(d.centre(d.color), d.at({input.x - schematic::kNodeRadius - 2, input.y}));
   EXPECT_TRUE(d.wired(d.color, d.blur, port));
   EXPECT_FALSE(d.editor->armedInput()) << "used";
-  EXPECT_TRUE(d.model->_status.ends_with(" · lien verrouillé")) << d.model->_status;
 
   // Pulled far apart, a wire between touching nodes would be cut; this one stays.
   d.drag(d.centre(d.color), d.centre(d.color) + QPoint(-260, 120));
   EXPECT_TRUE(d.wired(d.color, d.blur, port));
-  EXPECT_EQ(d.model->_status, "Lien verrouillé : vous pouvez déplacer le node librement.");
 
   // Armed again, then Esc: nothing waits any more; Alt held with Ctrl (a shortcut) arms nothing.
   QTest::mouseMove(d.editor.get(), d.centre(d.output));
@@ -69,7 +63,6 @@ TEST(NodeEditorGestures, AnArmedInputTakesTheOutputBroughtToItAndKeepsTheLink) {
   EXPECT_EQ(d.editor->armedInput()->node, d.output);
   d.key(Qt::Key_Escape);
   EXPECT_FALSE(d.editor->armedInput());
-  EXPECT_EQ(d.model->_status, "Entrée en attente annulée.");
   d.key(Qt::Key_Alt, Qt::ControlModifier);
   EXPECT_FALSE(d.editor->armedInput());
 }
@@ -91,5 +84,4 @@ TEST(NodeEditorGestures, AAddsADotIntoTheWireUnderThePointer) {
   EXPECT_EQ(dot.kind->id, "dot");
   EXPECT_NEAR(d.pos(dot.id).y, middle.y, 2) << "on the wire";
   EXPECT_EQ(d.links(), (std::set<test::Link>{{d.color, dot.id, 0}, {dot.id, d.blur, 0}}));
-  EXPECT_EQ(d.model->_status.rfind("Point de regroupement ajouté", 0), 0u);
 }

@@ -1,5 +1,4 @@
-// The OpenColorIO submenu of the view menu: its displays and views as the config lists them, the
-// choice ticked and sent to the model, and a config that can't be read offering nothing.
+// The OpenColorIO submenu: the config's views, the choice ticked and sent, an unreadable config.
 #include <cstdlib>
 
 #include "../color/ocio_config.h"
@@ -9,12 +8,10 @@
 using namespace ombrik;
 
 namespace {
-struct Desk {
+struct Desk : test::ScriptedDesk {
   QApplication& app = test::shellApp();
-  TempDir dir;
-  std::unique_ptr<AppModel> m =
-      std::make_unique<AppModel>(test::tempModelOptions(dir, std::make_shared<ManualScheduler>(), false));
   QMenu view;
+  Desk() : ScriptedDesk(false) {}
 
   // The submenu as it opens now: each entry's object name (its text when it has none) and tick.
   std::vector<std::pair<QString, bool>> open(QMenu* ocio) {
@@ -33,7 +30,7 @@ struct Desk {
 using Entries = std::vector<std::pair<QString, bool>>;
 }  // namespace
 
-TEST(OcioMenu, OffersTheConfigsViewsAndTicksTheChoice) {
+TEST(OcioMenu, OffersTheConfigsViewsTicksTheChoiceAndSaysWhenItCantReadIt) {
   Desk d;
   if (!std::getenv("OCIO")) {
     EXPECT_FALSE(addOcioMenu(&d.view, *d.m)) << "no config, no submenu";
@@ -48,14 +45,13 @@ TEST(OcioMenu, OffersTheConfigsViewsAndTicksTheChoice) {
   ocio->actions().front()->trigger();
   EXPECT_FALSE(d.m->_ocioView);
   EXPECT_EQ(ocio->findChildren<QMenu*>(QString(), Qt::FindDirectChildrenOnly).size(), 1u) << "reopening leaves one submenu per display";
-}
 
-TEST(OcioMenu, AnUnreadableConfigOffersNoView) {
-  Desk d;
+  // A config that can't be read, named by the environment: the menu says so and offers no view.
   d.m->setOcioConfig(test::writeText(d.dir.path / "cassée.ocio", "ocio_profile_version: 2\ndisplays: [\n"));
   qputenv("OCIO", QByteArray::fromStdString((d.dir.path / "cassée.ocio").string()));
-  QMenu* ocio = addOcioMenu(&d.view, *d.m);
+  QMenu view;
+  QMenu* broken = addOcioMenu(&view, *d.m);
   qunsetenv("OCIO");
-  ASSERT_TRUE(ocio) << "the environment names a config: the menu says it can't be read";
-  EXPECT_EQ(d.open(ocio), (Entries{{"Aucun", true}, {"(Configuration OCIO illisible)", false}}));
+  ASSERT_TRUE(broken);
+  EXPECT_EQ(d.open(broken), (Entries{{"Aucun", true}, {"(Configuration OCIO illisible)", false}}));
 }

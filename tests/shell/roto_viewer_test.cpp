@@ -1,6 +1,5 @@
-// The mask tools through the real window: a Bézier drawn by clicks on the picture, its points
-// dragged, deleted and inserted, the tool bar, the I key, the mask tabs of the inspector, the
-// per-mask outputs of the node editor and the tracking buttons.
+// The mask tools through the window: a Bézier drawn and edited on the picture, the tool bar, the
+// mask tabs, the per-mask outputs and the tracking buttons.
 #include <QLabel>
 #include <QProgressBar>
 #include <QTabBar>
@@ -139,7 +138,6 @@ TEST(RotoViewer, DrawsAClosedBezierEditsItsPointsAndTheToolsGoWithTheNode) {
 
   d.tool("rotoTool:ellipse");
   EXPECT_EQ(d.m->roto.rotoTool, RotoTool::ellipse);
-  EXPECT_TRUE(d.button("rotoTool:ellipse")->isChecked());
   d.m->select(d.m->_nodes.front().id);
   d.settle();
   EXPECT_FALSE(d.window->rotoToolBar()->isVisible()) << "another node selected: the tools go";
@@ -170,7 +168,6 @@ TEST(RotoViewer, EachMaskHasItsOutputTabsFollowTheMasksAndTrackingFollowsARun) {
   QTabBar* tabs = d.tabs();
   ASSERT_TRUE(tabs && tabs->isVisible());
   ASSERT_EQ(tabs->count(), 3);
-  EXPECT_EQ(tabs->tabText(0), "Mask 01");
   d.press("newMask");
   ASSERT_EQ(tabs->count(), 4);
   EXPECT_EQ(tabs->tabText(3), "Mask 04");
@@ -189,8 +186,7 @@ TEST(RotoViewer, EachMaskHasItsOutputTabsFollowTheMasksAndTrackingFollowsARun) {
   EXPECT_FALSE(d.m->nodeByID(d.mask)->ellipse) << "the ellipse went, the others stayed";
 
   // Tracking needs a clip (the example's plate is a still); the keys menu pins and remembers.
-  for (const char* name : {"trackBack", "trackBoth", "trackForward", "trackStop", "trackEngine"})
-    ASSERT_NE(d.button(name), nullptr) << name;
+  for (const char* name : {"trackForward", "trackStop", "trackKeys"}) ASSERT_NE(d.button(name), nullptr) << name;
   EXPECT_FALSE(d.button("trackStop")->isEnabled()) << "nothing to stop";
   d.m->videos.clear();
   QTest::mouseClick(d.button("trackForward"), Qt::LeftButton);

@@ -1,5 +1,4 @@
-// The node editor's geometry without a display: sizes, ports, wire curves, the view transform
-// and the hit tests that turn a pointer into a node, a port or a wire.
+// The node editor's geometry without a display: ports, wires, the view and the hit tests.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -38,10 +37,9 @@ struct Graph {
 
 }  // namespace
 
-TEST(SchematicGeometry, SizesOutputsInputsAndLettersFollowTheKind) {
-  for (const auto& [kind, r] : {std::pair("dot", 9), {"media", 92}, {"output", 92}, {"comp", 46}, {"merge", 38},
-                                {"mux", 38}, {"color", 34}, {"blur", 34}})
-    EXPECT_EQ(radius(kind), r) << kind;
+TEST(SchematicGeometry, OutputsPortsAndLettersFollowTheNode) {
+  EXPECT_GT(radius("media"), radius("color")) << "a picture's source is drawn bigger";
+  EXPECT_LT(radius("dot"), radius("color"));
   EXPECT_EQ(outputCount(make("output")), 0) << "the output feeds nothing";
   EXPECT_EQ(outputCount(make("color")), 2);
   Node mask = make("mask");
@@ -49,50 +47,33 @@ TEST(SchematicGeometry, SizesOutputsInputsAndLettersFollowTheKind) {
   EXPECT_EQ(outputCount(mask), 2) << "one mask is the node's own picture";
   mask.masks.resize(3);
   EXPECT_EQ(outputCount(mask), 5);
-  // The contact's offset across the 68-high box picks the input; just past either edge still
-  // picks the end ports.
-  const std::array<int, 3> ports[] = {{25, 1, 0}, {-1000, 3, 0}, {-34, 3, 0}, {0, 3, 1}, {0, 2, 1}, {-1, 2, 0},
-                                      {34, 3, 2}, {1000, 4, 3}, {-35, 2, 0}, {35, 2, 1}, {35, 6, 5}};
+  // The contact's offset across the 68-high box picks the input: each end, the middle, and just
+  // past either edge still the end ports.
+  const std::array<int, 3> ports[] = {{25, 1, 0}, {-1000, 3, 0}, {-34, 3, 0}, {0, 3, 1}, {-1, 2, 0},
+                                      {34, 3, 2}, {1000, 4, 3}, {-35, 2, 0}, {35, 2, 1}};
   for (const auto& [offset, count, port] : ports) EXPECT_EQ(portFor(offset, count), port) << offset << " of " << count;
   for (const auto& [title, shown] : {std::pair("Réglage couleur", "R"), {"éclat", "É"}, {"  3D keyer", "3"}, {" · — ", "•"}, {"", "•"}})
     EXPECT_EQ(letter(title), shown) << title;
-}
 
-TEST(SchematicGeometry, InputsGatherOnTheLeftOutputsOnTheRight) {
+  // Inputs on the circle's left, the first above (y grows downwards), mirrored about the axis;
+  // outputs on its right, the alpha below the picture's, each mask's output higher than the last.
   const double r = 34;
-  // One input: straight left.
   EXPECT_NEAR(inPort(0, 1, r).x, -r, 1e-9);
-  EXPECT_NEAR(inPort(0, 1, r).y, 0, 1e-9);
-  // Two inputs are 1.15 rad apart, the first above (y grows downwards), mirrored about the axis.
   const Point a = inPort(0, 2, r), b = inPort(1, 2, r);
   EXPECT_NEAR(length(a), r, 1e-9);
-  EXPECT_NEAR(a.x, -r * std::cos(0.575), 1e-9);
-  EXPECT_NEAR(a.y, -r * std::sin(0.575), 1e-9);
+  EXPECT_LT(a.y, 0);
   EXPECT_NEAR(b.x, a.x, 1e-9);
   EXPECT_NEAR(b.y, -a.y, 1e-9);
-  // Three: 0.9 apart, the middle one straight left; five: 2.4 / 4 apart.
-  EXPECT_NEAR(inPort(1, 3, r).y, 0, 1e-9);
-  EXPECT_NEAR(std::atan2(-inPort(0, 3, r).y, -inPort(0, 3, r).x), 0.9, 1e-9);
-  EXPECT_NEAR(std::atan2(-inPort(0, 5, r).y, -inPort(0, 5, r).x), 1.2, 1e-9);
+  EXPECT_NEAR(inPort(1, 3, r).y, 0, 1e-9) << "an odd count's middle input is straight left";
   for (int i = 0; i < 6; ++i) EXPECT_LT(inPort(i, 6, r).x, 0) << "input " << i;
-
   EXPECT_NEAR(outPort(0, 1, r).x, r, 1e-9);
-  EXPECT_NEAR(outPort(0, 1, r).y, 0, 1e-9);
-  const Point alpha = outPort(1, 1, r);
-  EXPECT_NEAR(length(alpha), r, 1e-6);
-  EXPECT_GT(alpha.y, 0) << "the alpha output sits below the picture's";
-  // Mask outputs climb from -0.42 rad in steps of min(1.9 / count, 0.42).
-  EXPECT_NEAR(std::atan2(outPort(2, 3, r).y, outPort(2, 3, r).x), -0.42, 1e-9);
-  EXPECT_NEAR(std::atan2(outPort(3, 3, r).y, outPort(3, 3, r).x), -0.84, 1e-9);
-  EXPECT_NEAR(std::atan2(outPort(3, 10, r).y, outPort(3, 10, r).x), -0.42 - 0.19, 1e-9);
+  EXPECT_NEAR(length(outPort(1, 1, r)), r, 1e-6);
+  EXPECT_GT(outPort(1, 1, r).y, 0) << "the alpha output sits below the picture's";
+  for (int port = 3; port < 5; ++port) EXPECT_LT(outPort(port, 5, r).y, outPort(port - 1, 5, r).y) << port;
 }
 
 TEST(SchematicGeometry, WiresBendAndCutStrokesMustProperlyCrossThem) {
   const Point from{0, 0}, to{0, 100};
-  // Drawn with a bend of 30: the curve starts by going right by that much.
-  const Curve drawn = wireCurve(from, to, kDrawBend);
-  EXPECT_NEAR(drawn.p1.x, 30, 1e-9);
-  EXPECT_NEAR(drawn.p2.x, -30, 1e-9);
   EXPECT_NEAR(wireCurve({0, 0}, {200, 50}, kDrawBend).p1.x, 100, 1e-9) << "half the horizontal distance";
   // The point at t = 1/4 of the same wire bent by 40 (by the Bézier formula) is on the hit curve.
   const double t = 0.25, u = 0.75;
@@ -118,24 +99,14 @@ TEST(SchematicGeometry, ViewTransformZoomAndFraming) {
   const Point g{12, -7};
   EXPECT_EQ(v.toView(g), (Point{124, 36}));
   EXPECT_EQ(v.toGraph(v.toView(g)), g);
-  // Zooming about a point keeps the graph point under it.
   const Point pivot{300, 200};
-  const View z = v.zoomedAbout(pivot, 1.3);
-  EXPECT_NEAR(z.zoom, 2.6, 1e-12);
-  EXPECT_NEAR(z.toView(v.toGraph(pivot)).x, pivot.x, 1e-9);
-  EXPECT_NEAR(z.toView(v.toGraph(pivot)).y, pivot.y, 1e-9);
+  EXPECT_NEAR(v.zoomedAbout(pivot, 1.3).zoom, 2.6, 1e-12);
   EXPECT_EQ(v.zoomedAbout(pivot, 100).zoom, kMaxZoom);
   EXPECT_EQ(v.zoomedAbout(pivot, 1e-4).zoom, kMinZoom);
 
   // Framing shows every node.
   EXPECT_FALSE(frameAll({}, 800, 600));
   EXPECT_FALSE(frameAll({{0, 0}}, 0, 600));
-  // A single node is not blown up past 1.2, and sits in the middle.
-  const auto one = frameAll({{500, 40}}, 800, 600);
-  ASSERT_TRUE(one);
-  EXPECT_EQ(one->zoom, kFrameZoomLimit);
-  EXPECT_NEAR(one->toView({500, 40}).x, 400, 1e-9);
-  EXPECT_NEAR(one->toView({500, 40}).y, 300, 1e-9);
   // Two nodes far apart: the box (one node size beyond each centre) fits the width.
   const auto two = frameAll({{0, 0}, {2000, 0}}, 800, 600);
   ASSERT_TRUE(two);
@@ -149,7 +120,8 @@ TEST(SchematicGeometry, ViewTransformZoomAndFraming) {
   EXPECT_NEAR(big->toView({2000 + kNodeSize, 0}).x, 800, 1e-9);
 }
 
-TEST(SchematicGeometry, PointerFindsNodesAndPorts) {
+// The pointer finds a node or a port; a wire let go on a node takes a fitting free input.
+TEST(SchematicGeometry, PointerFindsNodesAndPortsAndWiresTheirInputs) {
   Graph g;
   // Radius by kind: 50 from the media centre is inside it, 50 from the correction is not.
   EXPECT_EQ(nodeAt(g.nodes, g.at, {50, 0})->id, g.media());
@@ -159,62 +131,32 @@ TEST(SchematicGeometry, PointerFindsNodesAndPorts) {
   g.at[g.color()] = {40, 0};
   EXPECT_EQ(nodeAt(g.nodes, g.at, {40, 0})->id, g.color());
   g.at[g.color()] = {300, 0};
-
-  const auto out = portAt(g.nodes, g.at, {92 + 3, 2}, 8);
-  ASSERT_TRUE(out);
-  EXPECT_EQ(*out, (PortHit{g.media(), 0, true}));
-  const Point matteIn = inPos(g.nodes[1], g.at[g.color()], 1);
-  const auto in = portAt(g.nodes, g.at, {matteIn.x + 1, matteIn.y - 1}, 8);
-  ASSERT_TRUE(in);
-  EXPECT_EQ(*in, (PortHit{g.color(), 1, false}));
-  EXPECT_FALSE(portAt(g.nodes, g.at, {150, 150}, 8));
+  // A port within reach of the pointer (wires drawn from ports: the node editor's tests).
+  EXPECT_EQ(portAt(g.nodes, g.at, {92 + 3, 2}, 8), (PortHit{g.media(), 0, true}));
   EXPECT_FALSE(portAt(g.nodes, g.at, {92 + 12, 0}, 8)) << "out of reach";
-}
 
-TEST(SchematicGeometry, WireDroppedOnANodeTakesAFittingFreeInput) {
-  Graph g;
+  // The correction's input a wire from `from`'s output `out` let go on it takes; -1 for none.
   const Point onColor{305, 5};
-  // A picture goes to the main input, never to the matte input.
-  auto t = wireTarget(g.nodes, g.edges, g.at, g.media(), 0, onColor);
-  ASSERT_TRUE(t);
-  EXPECT_EQ(*t, (PortHit{g.color(), 0, false}));
-  // A mask's picture is a matte: it goes to the matte input.
-  t = wireTarget(g.nodes, g.edges, g.at, g.mask(), 0, onColor);
-  ASSERT_TRUE(t);
-  EXPECT_EQ(t->port, 1);
-  // So does an alpha output.
-  t = wireTarget(g.nodes, g.edges, g.at, g.media(), 1, onColor);
-  ASSERT_TRUE(t);
-  EXPECT_EQ(t->port, 1);
-
-  // Taken inputs are skipped: with the main input taken a picture has nowhere to go, a matte
-  // with its input taken falls back to the main one.
+  auto input = [&](const Uuid& from, int out) {
+    const auto t = wireTarget(g.nodes, g.edges, g.at, from, out, onColor);
+    return t && t->node == g.color() && !t->isOutput ? t->port : -1;
+  };
+  EXPECT_EQ(input(g.media(), 0), 0) << "a picture goes to the main input, never to the matte";
+  EXPECT_EQ(input(g.mask(), 0), 1) << "a mask's picture is a matte";
+  EXPECT_EQ(input(g.media(), 1), 1) << "so is an alpha output";
   g.edges.push_back({Uuid::generate(), g.media(), g.color(), 0, 0});
-  EXPECT_FALSE(wireTarget(g.nodes, g.edges, g.at, g.media(), 0, onColor));
+  EXPECT_EQ(input(g.media(), 0), -1) << "the main input taken: a picture has nowhere to go";
   g.edges = {{Uuid::generate(), g.media(), g.color(), 1, 1}};
-  t = wireTarget(g.nodes, g.edges, g.at, g.mask(), 0, onColor);
-  ASSERT_TRUE(t);
-  EXPECT_EQ(t->port, 0);
+  EXPECT_EQ(input(g.mask(), 0), 0) << "the matte input taken: a matte falls back to the main one";
 
-  // Near enough is the node's radius and 30 more; a node that feeds the source would loop.
+  // Near enough is the node's radius and 30 more (a loop refused: the node editor's tests).
   EXPECT_TRUE(wireTarget(g.nodes, {}, g.at, g.media(), 0, {300 + 34 + 29, 0}));
   EXPECT_FALSE(wireTarget(g.nodes, {}, g.at, g.media(), 0, {300 + 34 + 31, 0}));
-  const std::vector<Edge> colorFeedsMask{{Uuid::generate(), g.color(), g.mask(), 0, 0}};
-  EXPECT_FALSE(wireTarget(g.nodes, colorFeedsMask, g.at, g.mask(), 0, onColor));
   EXPECT_FALSE(wireTarget(g.nodes, {}, g.at, g.color(), 0, onColor)) << "not onto itself";
-}
 
-TEST(SchematicGeometry, CutStrokeFindsTheWiresItCrosses) {
-  Graph g;
-  const Edge picture{Uuid::generate(), g.media(), g.color(), 0, 0};
-  const Edge matte{Uuid::generate(), g.mask(), g.color(), 1, 0};
-  g.edges = {picture, matte};
-  // A vertical stroke just left of the correction, through the upper wire only.
-  const auto upper = edgesCrossed(g.nodes, g.edges, g.at, {200, -60}, {200, 20});
-  ASSERT_EQ(upper.size(), 1u);
-  EXPECT_EQ(upper[0], picture.id);
+  // A cut stroke across both of the correction's wires cuts both (one alone: the node editor's tests).
+  g.edges = {{Uuid::generate(), g.media(), g.color(), 0, 0}, {Uuid::generate(), g.mask(), g.color(), 1, 0}};
   EXPECT_EQ(edgesCrossed(g.nodes, g.edges, g.at, {200, -60}, {200, 400}).size(), 2u);
-  EXPECT_TRUE(edgesCrossed(g.nodes, g.edges, g.at, {500, -60}, {500, 400}).empty());
 }
 
 namespace {
@@ -251,9 +193,8 @@ struct Drag {
 
 TEST(SchematicGeometry, TouchingNodesAreWiredLeftToRightOnTheFacingInput) {
   Drag g;
-  // Right of the correction and a little lower: the correction faces the blur's picture input.
-  EXPECT_EQ(g.snap(g.blur(), {60, 10}), Snap::link(g.color(), g.blur(), 0));
-  // Left of it and a little lower: the blur would feed the correction's matte, which only a
+  // Right of the correction and a little lower, the correction feeds the blur (the node editor's
+  // tests); left of it and a little lower: the blur would feed the correction's matte, which only a
   // shape, a transform or a warp may.
   EXPECT_FALSE(g.snap(g.blur(), {-60, 10}));
   EXPECT_EQ(g.snap(g.mask(), {-60, 10}), Snap::link(g.mask(), g.color(), 1));
@@ -303,14 +244,12 @@ TEST(SchematicGeometry, ANodeAloneSlipsIntoTheNearestWire) {
   EXPECT_EQ(g.snap(g.blur(), middle), Snap::insert(line.id)) << "another wire still is";
 }
 
-TEST(SchematicGeometry, DropBandsSitInTheBottomCorners) {
-  EXPECT_EQ(bandAt({10, 590}, 800, 600), DropBand::trash);
-  EXPECT_EQ(bandAt({790, 590}, 800, 600), DropBand::context);
-  EXPECT_EQ(bandAt({400, 590}, 800, 600), DropBand::none) << "the middle of the edge stays free";
-  EXPECT_EQ(bandAt({10, 500}, 800, 600), DropBand::none);
+// The corners themselves: the node editor's drops.
+TEST(SchematicGeometry, DropBandsLeaveTheMiddleOfTheBottomEdgeFree) {
+  EXPECT_EQ(bandAt({400, 590}, 800, 600), DropBand::none);
+  EXPECT_EQ(bandAt({10, 500}, 800, 600), DropBand::none) << "above the trash";
   const Band trash = bandRect(DropBand::trash, 300, 200);
   EXPECT_LE(trash.x + trash.width, bandRect(DropBand::context, 300, 200).x) << "the two never overlap";
-  EXPECT_EQ(trash.y + trash.height, 200);
 }
 
 TEST(SchematicGeometry, RevealingABoxMovesTheViewTheLeast) {
@@ -325,7 +264,6 @@ TEST(SchematicGeometry, RevealingABoxMovesTheViewTheLeast) {
       {"already inside: unchanged", {100, 100}, {200, 200}, v},
       {"below the bottom: the view goes down just enough", {100, 650}, {200, 700}, {{0, -120}, 1}},
       {"left of the view: it goes left", {-90, 100}, {-10, 200}, {{110, 0}, 1}},
-      {"past the right and the bottom corner", {780, 590}, {840, 640}, {{-60, -60}, 1}},
       {"too big to fit: zoomed out about the centre, then moved", {0, 0}, {1520, 100}, {{20, 150}, 0.5}},
   };
   for (const Case& c : cases) {

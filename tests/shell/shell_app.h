@@ -7,6 +7,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QMenu>
+#include <QMenuBar>
 #include <QTest>
 #include <QTimer>
 
@@ -44,6 +45,23 @@ inline void pickInNextMenu(const QString& name, bool* found) {
     menu->close();
   });
   poll->start();
+}
+
+// The window's menu shown as `title`, or null.
+inline QMenu* menuTitled(MainWindow& window, const QString& title) {
+  for (QAction* a : window.menuBar()->actions())
+    if (a->text() == title) return a->menu();
+  return nullptr;
+}
+// Opens `menu` as a click would and triggers its entry shown as `text`; the submenu of `sub` when given.
+inline bool triggerEntry(QMenu* menu, const QString& text, QMenu** sub = nullptr) {
+  emit menu->aboutToShow();
+  for (QAction* a : menu->actions())
+    if (a->text() == text) {
+      if (sub) return (*sub = a->menu()) != nullptr;
+      return a->trigger(), true;
+    }
+  return false;
 }
 
 // A model in a temporary folder, its panels and alerts answered by a script, and its window on

@@ -1,5 +1,4 @@
-// The "Mes nodes" menu over a real library: a group saved twice gives two versions, placing it
-// gives a group of its own, a version is taken back, and removing empties the menu.
+// The "Mes nodes" menu over a real library: save twice, place, take a version back, remove.
 #include "shell/user_node_menu.h"
 #include "shell_app.h"
 
@@ -7,8 +6,8 @@ using namespace ombrik;
 
 TEST(UserNodeMenu, SavesPlacesRevertsAndRemovesAGroup) {
   test::shellApp();
-  TempDir dir;
-  AppModel m(test::tempModelOptions(dir, std::make_shared<ManualScheduler>(), false));
+  test::ScriptedDesk desk(false);
+  AppModel& m = *desk.m;
   QMenu menu;
   auto trigger = [&](const QString& name) {
     fillUserNodeMenu(menu, m);
