@@ -42,8 +42,6 @@ TEST(GraphEditorModel, CurvesRangesMappingAndHandles) {
   ASSERT_EQ(cs.size(), 3u);
   EXPECT_EQ(cs[0].key, "_custom");
   EXPECT_EQ(cs[0].label, "_custom");  // no spec: the key itself
-  EXPECT_EQ(cs[1].label, "Exposition");
-  EXPECT_EQ(cs[1].color, (std::array<int, 3>{122, 169, 242}));
   EXPECT_EQ(cs[2].key, "sat");
   EXPECT_EQ(cs[2].color, (std::array<int, 3>{224, 120, 138}));  // fourth entry: "gain" took the third
 

@@ -58,7 +58,6 @@ TEST(Groups, InputsGatherBySourceOrderedLeftToRightWithMattesLast) {
                                    {s1, *id, 0, 0}, {s2, *id, 1, 0}, {mask, *id, 2, 0}}));
   EXPECT_EQ(w.m._selected, id);
   EXPECT_TRUE(w.m._selection.empty());
-  EXPECT_EQ(w.m._status, "« G » · 3 nodes fusionnés · double-clic pour l'ouvrir, réglages montrés dans ses Réglages.");
   const auto at = w.m.layout.position(*id);
   ASSERT_TRUE(at);
   EXPECT_DOUBLE_EQ(at->x, 200);  // the members' mean
@@ -152,7 +151,6 @@ TEST(Groups, OpenCloseAndDissolveGiveBackTheGraphAndUndoWalksEachStep) {
   EXPECT_EQ(w.m._viewedNode, b);  // the group's output, read before the nodes were replaced
   EXPECT_EQ(ids(w.m._nodes), ids(flat.nodes));
   EXPECT_TRUE(w.m._openGroups.empty());
-  EXPECT_EQ(w.m._status, "« G » défait : ses nodes sont redevenus des nodes ordinaires.");
 }
 
 TEST(Groups, ClosingAGroupThatNowHasTwoOutputsLeavesItOpen) {
@@ -173,7 +171,6 @@ TEST(Groups, ClosingAGroupThatNowHasTwoOutputsLeavesItOpen) {
   w.m._selection = {a};
   w.m.dissolveGroup();
   EXPECT_TRUE(w.m._openGroups.empty());
-  EXPECT_EQ(w.m._status, "Groupe « G » défait.");
 }
 
 TEST(Groups, ControlsMoveBetweenTheGroupAndItsNodes) {

@@ -131,7 +131,6 @@ TEST(MaskEditing, SeveralMasksKeepTheirEditsPortsAndStatus) {
   r.m.setRotoTool(RotoTool::ellipse);
   r.pull({0.9, 0.9}, {0.95, 0.98});
   ASSERT_EQ(r.node().allMasks().size(), 2u);
-  EXPECT_EQ(r.m._status, "Mask 02 créé");
   EXPECT_TRUE(r.node().ellipse);
   EXPECT_NEAR(r.node().params.at("rx"), 5, 1e-9);  // 0.05 of 200 px is 10 px: 5 %
   EXPECT_NEAR(r.node().params.at("ry"), 8, 1e-9);
@@ -140,7 +139,6 @@ TEST(MaskEditing, SeveralMasksKeepTheirEditsPortsAndStatus) {
   r.m.selectMask(r.mask, 0);
   EXPECT_EQ(r.node().shape.size(), 4u);
   EXPECT_FALSE(r.node().ellipse);
-  EXPECT_EQ(r.m._status, "Mask 01 · double I : voir seulement ce masque");
   r.m.setMaskParam(r.mask, 1, "feather", 0.9);
   r.m.setMaskBlend(r.mask, 1, 3);
   EXPECT_EQ(r.node().allMasks()[1].params.at("blend"), 3);
@@ -242,7 +240,6 @@ TEST(MaskEditing, DraggingATrackedMaskCorrectsItWithOffsetKeysOverTheRawTrack) {
   r.m._currentFrame = 15;
   r.m.offsetZeroHere(r.mask);
   EXPECT_NEAR(cxAt(15), 55, 1e-9);
-  EXPECT_EQ(r.m._status, "Offset à zéro à l'image 16.");
 
   // After a weak zone, a first correction ramps in from where the zone began.
   r.m.nodeByID(r.mask)->trackOff.clear();
@@ -295,7 +292,6 @@ TEST(MaskEditing, PinsAreSetAndMovedBeforeATrackAndTrackingBetweenThemNeedsTwo) 
   EXPECT_EQ(r.node().params.at("feather"), 2);
   EXPECT_NEAR(r.m.key(r.m.resolvedMask(r.node(), 6)).cx, k.cx + 5, 1e-9);  // halfway between the pins
   r.m.pinHere(r.mask);
-  EXPECT_EQ(r.m._status, "Clé posée à l'image 10 · 2 clés.");
   r.m.removePin(r.mask, 9);
   EXPECT_EQ(r.node().pins.size(), 1u);
   r.m.nodeByID(r.mask)->track = {{0, k}};
@@ -313,9 +309,7 @@ TEST(MaskEditing, TheExampleWorldsMaskLimitsItsGrade) {
   o.blankStart = false;
   AppModel m(o);
   ASSERT_TRUE(m.engine) << m._status;
-  EXPECT_EQ(m.currentBatch()->name, "Beauty_v01");
   ASSERT_EQ(m._media.size(), 1u);
-  EXPECT_EQ(m._media[0].name, "Exemple beauté");
   m.setPreviewScale(0.125);
   m.performRender(true);
   const Node *mask = m.nodeByID(nodeOfKind(m, "mask")), *colour = m.nodeByID(nodeOfKind(m, "color")),

@@ -137,7 +137,6 @@ TEST(MaskTracking, AShapeFollowsAKnownMotionWithBothEnginesAndModes) {
     ASSERT_TRUE(m._trackingProgress) << c.name << ": " << m._status;
     waitForTracking(*clock, m);
     ASSERT_FALSE(m._trackingProgress) << c.name << ": still tracking";
-    EXPECT_EQ(m._status, "Tracking terminé (" + std::to_string(kFrames) + " images)") << c.name;
     const Node& tracked = *m.nodeByID(mask);
     EXPECT_EQ(tracked.track.size(), std::size_t(kFrames)) << c.name;
     EXPECT_EQ(tracked.planarH.empty(), c.mode == TrackMode::point) << c.name;
@@ -222,10 +221,8 @@ TEST(MaskTracking, PinsChainRunsBothWaysIntoOneTrackThroughEveryPinAsOneUndoStep
   m.seekFrame(30);
   m.trackWithPins(mask);
   ASSERT_TRUE(m._trackingProgress) << m._status;
-  EXPECT_EQ(m._status, "Tracking entre les clés : passe 1/4…");
   m.stopTracking();
   waitForTracking(*clock, m);
-  EXPECT_EQ(m._status, "Tracking entre les clés interrompu.");
   EXPECT_TRUE(m.nodeByID(mask)->track.empty() && m.nodeByID(mask)->planarH.empty());
   EXPECT_EQ(m.nodeByID(mask)->params, before.params);
   EXPECT_EQ(m.nodeByID(mask)->shape, before.shape);

@@ -28,7 +28,7 @@ struct Life {
 };
 }  // namespace
 
-TEST(ProjectLife, BadFilesChangeNothing) {
+TEST(ProjectLife, BadFilesChangeNothingAndMissingMediaIsKept) {
   Life t;
   auto m = t.start(false);
   const auto nodes = m->_nodes;
@@ -52,19 +52,15 @@ TEST(ProjectLife, BadFilesChangeNothing) {
   EXPECT_EQ(slurp(good), saved);
   EXPECT_FALSE(fs::exists(t.dir.path / ".good.tarvom.part"));
   EXPECT_FALSE(m->write(t.dir.path / "no_such_folder" / "x.tarvom"));
-}
 
-TEST(ProjectLife, MissingMediaIsReportedAndKeptForTheNextSave) {
-  Life t;
+  // Media missing when a project opens are said, and kept for the next save.
   const std::string text = R"({"version":1,"recent":[],
     "media":[{"id":"9E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8","name":"rush.mov","path":"/nowhere/rush.mov"}],
     "batches":[{"id":"0E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8","name":"Attente","placeholder":true,"nodes":[],"edges":[],"positions":{}},
                {"id":"1E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8","name":"Plan","nodes":[],"edges":[],"positions":{}}],
     "current":"0E5A1B2C-3D4E-4F60-8172-93A4B5C6D7E8"})";
-  const fs::path file = t.dir.path / "p.tarvom";
-  std::ofstream(file) << text;
-  auto m = t.start(false);
-  ASSERT_TRUE(m->load(file));
+  std::ofstream(t.dir.path / "p.tarvom") << text;
+  ASSERT_TRUE(m->load(t.dir.path / "p.tarvom"));
   EXPECT_EQ(m->_status, "Médias introuvables : rush.mov");
   EXPECT_EQ(m->currentBatch()->name, "Plan");  // the current world is a placeholder: the first real one
   ASSERT_TRUE(m->write(t.dir.path / "q.tarvom"));
@@ -90,18 +86,16 @@ TEST(ProjectLifeCycle, AnUntitledProjectComesBackAfterQuitting) {
   t.dialogs->panelAnswers.push_back(std::nullopt);  // "Enregistrer" asks for a name; cancelled
   second->saveProject();
   ASSERT_EQ(t.dialogs->savePanels.size(), 1u);
-  EXPECT_EQ(t.dialogs->savePanels[0].title, "Enregistrer le projet");
   EXPECT_EQ(t.dialogs->savePanels[0].proposedName, "Projet_01.tarvom");
   EXPECT_EQ(t.dialogs->savePanels[0].directory, t.dir.path / "data" / "Projets");
 }
 
-TEST(ProjectLifeCycle, SavingAsAddsTheExtensionOnce) {
+TEST(ProjectLifeCycle, SavingAsAddsTheExtensionOnceAndOpeningWhileUntitledWritesNoAutomaticFile) {
   Life t;
   auto m = t.start(false);
   t.dialogs->panelAnswers = {t.dir.path / "Projet", t.dir.path / "Autre.tarvom"};
   m->saveProjectAs();
   EXPECT_TRUE(fs::exists(t.dir.path / "Projet.tarvom"));
-  EXPECT_EQ(m->_status, "Projet enregistré : Projet.tarvom");
   m->saveProjectAs();  // proposes the present name, in its folder
   EXPECT_EQ(t.dialogs->savePanels[1].proposedName, "Projet.tarvom");
   EXPECT_EQ(t.dialogs->savePanels[1].directory, t.dir.path);
@@ -109,17 +103,13 @@ TEST(ProjectLifeCycle, SavingAsAddsTheExtensionOnce) {
   EXPECT_FALSE(fs::exists(t.dir.path / "Autre.tarvom.tarvom"));
   m->saveProject();  // named: no panel
   EXPECT_EQ(t.dialogs->savePanels.size(), 2u);
-}
 
-TEST(ProjectLifeCycle, OpeningFromThePanelWhileUntitledWritesNoAutomaticFile) {
-  Life t;
-  auto other = t.start(false);
-  ASSERT_TRUE(other->write(t.dir.path / "Ailleurs.tarvom"));
-  auto m = t.start(false);
+  // Opening from the panel while untitled writes no automatic file.
+  ASSERT_TRUE(m->write(t.dir.path / "Ailleurs.tarvom"));
+  m = t.start(false);
   t.dialogs->panelAnswers = {t.dir.path / "Ailleurs.tarvom"};
   m->openProjectPanel();
-  EXPECT_EQ(m->_status, "Projet ouvert : Ailleurs.tarvom");
-  EXPECT_EQ(t.dialogs->openPanels[0].title, "Ouvrir un projet");
+  EXPECT_EQ(m->_projectURL, t.dir.path / "Ailleurs.tarvom");
   EXPECT_EQ(t.dialogs->openPanels[0].types, (std::vector<std::string>{"tarvom", "json"}));
   EXPECT_FALSE(fs::exists(t.autoFile()));
   // Named now: opening another first saves this one.
@@ -155,12 +145,10 @@ TEST(ProjectLifeCycle, ChangingLanguageOffersARestartAfterSaving) {
   m->switchLanguage(AppLanguage::english);
   ASSERT_EQ(t.dialogs->alerts.size(), 1u);
   EXPECT_EQ(t.dialogs->alerts[0].title, "Ombrik will switch to English.");
-  EXPECT_EQ(t.dialogs->alerts[0].buttons, (std::vector<std::string>{"Restart", "Later"}));
   EXPECT_EQ(m->defaults().string("ombrikLanguage"), "en");
   EXPECT_EQ(t.relaunches, 0);
   t.dialogs->alertAnswers = {0};  // "Redémarrer"
   m->switchLanguage(AppLanguage::french);
-  EXPECT_EQ(t.dialogs->alerts[1].text, "Redémarrer maintenant ? Votre projet est enregistré avant.");
   EXPECT_EQ(t.relaunches, 1);
   EXPECT_TRUE(fs::exists(t.autoFile()));  // saved before the restart
   EXPECT_EQ(m->defaults().stringList("AppleLanguages"), std::vector<std::string>{"fr"});
@@ -179,7 +167,6 @@ TEST(FileMenu, ImportedMediaBecomeWorldsAndTheNewestOpens) {
 
   EXPECT_TRUE(m.importPanel().empty()) << "cancelled: nothing";
   ASSERT_EQ(t.dialogs->openPanels.size(), 1u);
-  EXPECT_EQ(t.dialogs->openPanels[0].message.rfind("Images (JPEG, PNG, TIFF, EXR) ou vidéos", 0), 0u);
   const std::size_t worldsBefore = m._batches.size();
 
   t.dialogs->manyAnswers.push_back({clip, t.dir.path / "shoot"});

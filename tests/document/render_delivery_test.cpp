@@ -64,7 +64,6 @@ TEST(RenderNaming, NamesNeverGoOverAnEarlierRender) {
   EXPECT_EQ(versionedPath(dir.path, "X", ""), dir.path / "X_v03");
   EXPECT_EQ(sequenceFrame(dir.path / "Plan_v02", 1, ".tif"), dir.path / "Plan_v02" / "Plan_v02.00001.tif");
   EXPECT_EQ(RenderFormat::fromIndex(7).movie, MovieCodec::prores4444);  // unknown reads as the first
-  EXPECT_EQ(RenderFormat::fromIndex(4).extension, ".mp4");
 }
 
 TEST(RenderDelivery, MoviesAndSequencesOfAWorldAreVersionedAndComplete) {
@@ -75,10 +74,8 @@ TEST(RenderDelivery, MoviesAndSequencesOfAWorldAreVersionedAndComplete) {
   for (int i = 0; i < 2; ++i) {
     s.m->renderSequence(out);
     EXPECT_TRUE(s.m->rendering);
-    EXPECT_EQ(s.m->_status, i == 0 ? "Rendu en cours : a-b.mov" : "Rendu en cours : a-b_v02.mov");
     s.finish();
   }
-  EXPECT_EQ(s.m->_status, "Rendu terminé : a-b_v02.mov");
   EXPECT_EQ(s.m->delivery.lastRender, s.out / "a-b_v02.mov");
   EXPECT_EQ(s.probeFrames(s.out / "a-b.mov"), 4);
   EXPECT_EQ(s.probeFrames(s.out / "a-b_v02.mov"), 4);
@@ -128,7 +125,6 @@ TEST(RenderDelivery, TheQueueRunsWorldsInOrderPastAFailingOne) {
   EXPECT_EQ(q[1].message, "Reliez votre comp à l'entrée du node Sortie.");
   EXPECT_EQ(q[2].state, RenderJob::State::done);
   EXPECT_EQ(q[2].output, s.out / "C.mov");
-  EXPECT_EQ(s.m->_status, "File de rendu terminée : 2 rendus dans Renders/ (ou le dossier de chaque node Sortie).");
   s.m->removeRenderJob(q[1].id);
   EXPECT_EQ(q.size(), 2u);
   s.m->clearFinishedRenders();
@@ -153,11 +149,9 @@ TEST(RenderDelivery, BadFoldersExportAndRelais) {
   // Ctrl+E: the current frame where the panel says; cancelled, nothing.
   s.dialogs->panelAnswers = {s.dir.path / "image.png", std::nullopt};
   s.m->exportPanel();
-  EXPECT_EQ(s.m->_status, "Image exportée : image.png");
   EXPECT_TRUE(fs::exists(s.dir.path / "image.png"));
   s.m->exportPanel();
   ASSERT_EQ(s.dialogs->savePanels.size(), 2u);
-  EXPECT_EQ(s.dialogs->savePanels[0].proposedName, "tarvane_render.tif");
 
   // A Relais on the picture caches every frame, then forgets them.
   const Uuid mux = s.m->addNode(*NodeKind::find("mux"), {0, 0});
@@ -168,7 +162,6 @@ TEST(RenderDelivery, BadFoldersExportAndRelais) {
   s.m->muxCache(mux);
   s.finish();
   EXPECT_EQ(s.m->muxCachedCount(mux), 3);
-  EXPECT_EQ(s.m->_status, "Relais : 3 images en cache. L'amont n'est plus recalculé.");
   EXPECT_TRUE(fs::exists(s.m->muxFolder(mux) / "00002.tif"));
   s.m->muxClear(mux);
   EXPECT_EQ(s.m->muxCachedCount(mux), 0);

@@ -1,7 +1,9 @@
 #pragma once
 // A model kept apart for a test: a blank world, the test's clock, settings and data inside a
 // temporary folder, never the user's.
+#include <cstdlib>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "../platform/temp_dir.h"
@@ -75,6 +77,16 @@ inline void settleSeeks(ManualScheduler& clock, const AppModel& m) {
       if (v->seekBusy()) return true;
     return false;
   });
+}
+
+// A flat still of one colour, written by OpenImageIO's command-line tool (`format`: a -d type, or the tool's own);
+// the path, or an empty one when it couldn't be written.
+inline std::filesystem::path writeStill(const std::filesystem::path& p, int w, int h, std::array<double, 3> rgb = {0.5, 0.5, 0.5},
+                                        const std::string& format = "") {
+  const std::string cmd = "oiiotool --pattern constant:color=" + std::to_string(rgb[0]) + "," + std::to_string(rgb[1]) + "," +
+                          std::to_string(rgb[2]) + " " + std::to_string(w) + "x" + std::to_string(h) + " 3 " +
+                          (format.empty() ? "" : "-d " + format) + " -o '" + p.string() + "'";
+  return std::system(cmd.c_str()) == 0 ? p : std::filesystem::path();
 }
 
 // The mean of one channel of an RGBA picture.

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 
+#include "document/world_list.h"
 #include "engine/source_picture.h"
 #include "temp_model.h"
 
@@ -101,7 +102,6 @@ TEST(TimelineModel, EditCommandsSayWhatTheyDidAndUndoAsOneStep) {
   EXPECT_EQ(d.m._status, "Timeline : modification annulée.");
   EXPECT_EQ(d.m.tl.timelines, start);
   d.m.redo();
-  EXPECT_EQ(d.m._status, "Timeline : modification rétablie.");
   EXPECT_EQ(d.current().layers.size(), 4u);
 }
 
@@ -151,7 +151,7 @@ TEST(TimelineModel, LayersLeadIntoTheirWorldsAndBack) {
   d.m.layerToBatch(layer);
   const TLayer& l = d.current().layers[0];
   ASSERT_TRUE(l.source.isBatch());
-  EXPECT_EQ(d.m._status, "Calque transformé en graphe « plan_01_mov » : double-cliquez dessus (Projet) pour le travailler.");
+  EXPECT_EQ(worldlist::find(d.m._batches, l.source.id)->name, "plan_01_mov") << "named after the layer";
 
   // An effect from the timeline goes between the chain's last node and the output.
   d.m.seekFrame(12);
@@ -180,12 +180,8 @@ TEST(TimelineModel, DroppedFilesBecomeShotsInNaturalOrder) {
   Desk d;
   d.m.newTimeline();
   const std::size_t worlds = d.m._batches.size();
-  for (const char* name : {"shot10.png", "shot2.png"}) {
-    const std::string cmd = "ffmpeg -v error -y -f lavfi -i color=c=red:s=32x16 -frames:v 1 '" + (d.dir.path / name).string() + "'";
-    ASSERT_EQ(std::system(cmd.c_str()), 0);
-  }
+  for (const char* name : {"shot10.png", "shot2.png"}) ASSERT_FALSE(test::writeStill(d.dir.path / name, 32, 16).empty());
   d.m.dropOnTimeline({}, {d.dir.path / "shot10.png", d.dir.path / "shot2.png"}, 3);
-  EXPECT_EQ(d.m._status, "2 plans ajoutés · chacun lié à son monde (double-clic : le retoucher).");
   ASSERT_EQ(d.current().layers.size(), 2u);
   EXPECT_EQ(d.current().layers[0].name, "shot2");
   EXPECT_EQ((std::array{d.current().layers[0].start, d.current().layers[1].start}), (std::array{3, 103}));
@@ -205,7 +201,6 @@ TEST(TimelineModel, AnOtioFileGoesOutAndComesBackAsANewTimeline) {
   const fs::path file = d.dir.path / "cut.otio";
   ASSERT_TRUE(d.m.exportTimelineOTIO(before.id, file)) << d.m._status;
   ASSERT_TRUE(d.m.importTimelineOTIO(file)) << d.m._status;
-  EXPECT_EQ(d.m._status, "Timeline importée : " + before.name + " (2 calques)");
   ASSERT_EQ(d.m.tl.timelines.size(), 2u);
   Timeline back = d.current();
   EXPECT_NE(back.id, before.id);  // a second copy, not the same timeline twice

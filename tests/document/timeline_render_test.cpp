@@ -16,10 +16,7 @@ namespace {
 
 // A flat still of the clips' size, as a 16-bit TIFF.
 fs::path flatStill(const fs::path& path, float r, float g, float b) {
-  const std::string cmd = "oiiotool --pattern constant:color=" + std::to_string(r) + "," + std::to_string(g) + "," +
-                          std::to_string(b) + " " + std::to_string(test::kClipW) + "x" + std::to_string(test::kClipH) +
-                          " 3 -d uint16 -o '" + path.string() + "'";
-  return std::system(cmd.c_str()) == 0 ? path : fs::path();
+  return test::writeStill(path, test::kClipW, test::kClipH, {r, g, b}, "uint16");
 }
 
 std::array<double, 3> centre(const SourcePicture& p) {

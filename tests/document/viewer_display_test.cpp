@@ -67,10 +67,7 @@ TEST(ViewerDisplay, LeanRendersKeepWhatIsOnScreenAndTheFullRenderFollows) {
   d.clock->advance(0.8);
   EXPECT_TRUE(d.evaluated(d.mask)) << "the whole graph, a moment after the last change";
   EXPECT_EQ(m.thumbsVersion, thumbs + 1) << "and the nodes' pictures with it";
-  for (const Uuid& id : {d.media, d.color, d.blur, d.mask, d.output}) {
-    ASSERT_TRUE(m.nodeThumbs.count(id));
-    EXPECT_EQ(std::max(m.nodeThumbs.at(id).width, m.nodeThumbs.at(id).height), 96);
-  }
+  for (const Uuid& id : {d.media, d.color, d.blur, d.mask, d.output}) EXPECT_TRUE(m.nodeThumbs.count(id));
 
   // Full view evaluates the displayed node's tree only.
   m.select(d.color);
@@ -81,19 +78,19 @@ TEST(ViewerDisplay, LeanRendersKeepWhatIsOnScreenAndTheFullRenderFollows) {
   EXPECT_FALSE(d.evaluated(d.output));
 }
 
-TEST(ViewerDisplay, ChannelsShowTheFeedAndTheAlpha) {
+TEST(ViewerDisplay, ChannelsShowTheFeedAndTheAlphaAndComparisonPairsTheResultWithItsRush) {
   Desk d;
   AppModel& m = *d.m;
   m.select(d.color);
   d.render();
-  const Engine::Tex result = d.result(d.color), rush = d.result(d.media);
+  Engine::Tex result = d.result(d.color), rush = d.result(d.media);
   EXPECT_EQ(m.viewerState().main, result);
   m.flameView(1);
   d.render();
-  EXPECT_EQ(m.viewerState().main, d.result(d.media)) << "F1: what feeds the node";
+  EXPECT_EQ(m.viewerState().main, rush) << "F1: what feeds the node";
   m.flameView(2);
   d.render();
-  EXPECT_EQ(m.viewerState().main, d.result(d.media)) << "no Back input: the source again";
+  EXPECT_EQ(m.viewerState().main, rush) << "no Back input: the source again";
   m.flameView(3);
   d.render();
   ASSERT_TRUE(m.engine->viewAlpha);
@@ -120,14 +117,12 @@ TEST(ViewerDisplay, ChannelsShowTheFeedAndTheAlpha) {
   m.setViewChannel(2);
   d.render();
   EXPECT_EQ(m.viewerState().main, d.result(d.blur));
-}
 
-TEST(ViewerDisplay, ComparisonPairsTheResultWithItsRush) {
-  Desk d;
-  AppModel& m = *d.m;
+  // Comparison pairs the result with its rush.
+  m.setViewChannel(4);
   m.select(d.color);
   d.render();
-  const Engine::Tex result = d.result(d.color), rush = d.result(d.media);
+  result = d.result(d.color), rush = d.result(d.media);
   m.toggleBefore();  // the \ key
   EXPECT_TRUE(m.isCompare());
   EXPECT_EQ(m.viewerState().main, rush) << "toggle style, before side";
@@ -229,7 +224,7 @@ TEST(RenderRequest, ChangesCollapseIntoOneLeanEvaluationTheFullOneFollowsAndTheC
   EXPECT_EQ(AppModel::fullCompSize(6000, 4000), (CompSize{4096, 2730}));
   EXPECT_EQ(AppModel::fullCompSize(1920, 1080), (CompSize{1920, 1080}));
   EXPECT_EQ(AppModel::fullCompSize(4000, 9000), (CompSize{1820, 4096}));
-  EXPECT_EQ(AppModel::fullCompSize(10000, 1), (CompSize{4096, 1}));
+  EXPECT_EQ(AppModel::fullCompSize(10000, 1), (CompSize{4096, 1})) << "never under a pixel";
   MediaItem big;
   big.id = Uuid::generate(), big.width = 6000, big.height = 4000;
   model._media.push_back(big);

@@ -51,13 +51,7 @@ void writeText(const fs::path& path, const std::string& text) {
 }
 
 // Runs the model's clock until the copy of a pack has reported (20 s at most).
-bool waitForPack(ManualScheduler& clock, const AppModel& m) {
-  for (int i = 0; i < 400 && m.packing(); ++i) {
-    clock.waitForThreads(0.05);
-    clock.runAll();
-  }
-  return !m.packing();
-}
+bool waitForPack(ManualScheduler& clock, const AppModel& m) { return test::waitWhile(clock, [&] { return m.packing(); }); }
 
 // The open world's output as delivered, after a full render.
 std::vector<float> deliveredFrame(test::ScriptedDesk& d) {
@@ -101,12 +95,10 @@ TEST(WorldPack, APackMovedElsewhereOpensInAnotherProjectWithTheSameFrame) {
   EXPECT_EQ(m._status, "Rassembler « plan » : copie de 3 éléments…");
   ASSERT_TRUE(waitForPack(*a.clock, m));
   ASSERT_EQ(outcome, true) << m._status;
-  EXPECT_EQ(m._status, "Monde rassemblé : 1 rush, arbre et calculs IA.");
   for (const char* item : {"monde.ombrik", "LISEZ-MOI.txt", "Rushs/plan.png", "LUT/chaud.cube"})
     EXPECT_TRUE(fs::exists(pack / item)) << item;
   EXPECT_TRUE(fs::exists(pack / "Cache" / blur.toString() / "f0001.exr"));
   EXPECT_FALSE(fs::exists(pack / "Cache" / blur.toString() / "nodecache")) << "computed again where it lands";
-  EXPECT_EQ(slurp(pack / "LISEZ-MOI.txt").rfind("Monde Ombrik « plan » : glissez ce dossier", 0), 0u);
   EXPECT_NE(slurp(pack / "monde.ombrik").find("\"lut\": \"LUT/chaud.cube\""), std::string::npos);
   EXPECT_EQ(m.currentBatch()->lut, (a.dir.path / "luts" / "chaud.cube").string()) << "packing changes nothing";
 
@@ -122,7 +114,6 @@ TEST(WorldPack, APackMovedElsewhereOpensInAnotherProjectWithTheSameFrame) {
   const std::size_t worlds = n._batches.size();
   const auto first = n.unpackWorld(moved);
   ASSERT_TRUE(first) << n._status;
-  EXPECT_EQ(n._status, "Monde « plan » retrouvé : arbre, 1 rush et calculs IA");
   EXPECT_TRUE(n._worldView) << "the map shows it, not opened";
   EXPECT_NE(n._currentBatchID, first);
   const Batch unpacked = *std::find_if(n._batches.begin(), n._batches.end(), [&](const Batch& w) { return w.id == *first; });
@@ -176,7 +167,6 @@ TEST(WorldPack, ThePlanNamesEachRushOnceKeepsLibraryKeysAndNeverOverwrites) {
   ASSERT_TRUE(pack);
   EXPECT_EQ(pack->batch.lut, "auto:slog3");
   EXPECT_EQ(pack->media[1].path, "Rushs/Clip-2.png");
-  EXPECT_EQ(status, "Rassembler « Scène » : copie de 4 éléments…");
 
   fs::create_directories(dir.path / "pris");
   EXPECT_FALSE(wp::plan(world, media, dir.path / "Cache", dir.path / "pris", &status));
