@@ -12,17 +12,20 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct CliRun { int exitCode = -1; std::string out; };
+std::string readAll(const fs::path& path) {
+  std::ifstream in(path);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
 
-CliRun selftest(const fs::path& binary, const TempDir& sandbox, const std::string& extraEnv = {}) {
+// `--selftest` of `binary` with its folders under `sandbox` (the support folder only when `support`);
+// its exit code and report.
+std::pair<int, std::string> selftest(const fs::path& binary, const fs::path& sandbox, bool support) {
   QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-  env.insert("HOME", QString::fromStdString((sandbox.path / "home").string()));
-  env.insert("XDG_CONFIG_HOME", QString::fromStdString((sandbox.path / "config").string()));
-  env.insert("XDG_DATA_HOME", QString::fromStdString((sandbox.path / "xdg-data").string()));
-  env.insert("OMBRIK_DATA", QString::fromStdString((sandbox.path / "data").string()));
-  env.insert("OMBRIK_SUPPORT", QString::fromStdString((sandbox.path / "support").string()));
+  const std::pair<const char*, const char*> folders[] = {
+      {"HOME", "home"}, {"XDG_CONFIG_HOME", "config"}, {"XDG_DATA_HOME", "xdg-data"}, {"OMBRIK_DATA", "data"}, {"OMBRIK_SUPPORT", "support"}};
+  for (const auto& [var, sub] : folders) env.insert(var, QString::fromStdString((sandbox / sub).string()));
   env.remove("OMBRIK_BLANK_START");
-  if (!extraEnv.empty()) env.remove(QString::fromStdString(extraEnv));
+  if (!support) env.remove("OMBRIK_SUPPORT");
   QProcess proc;
   proc.setProcessEnvironment(env);
   proc.start(QString::fromStdString(binary.string()), {"--selftest"});
@@ -30,87 +33,68 @@ CliRun selftest(const fs::path& binary, const TempDir& sandbox, const std::strin
   return {proc.exitCode(), proc.readAllStandardOutput().toStdString()};
 }
 
-std::string settings(const TempDir& sandbox) {
-  std::ifstream in(sandbox.path / "config" / "Tarvane" / "Ombrik.conf");
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
-bool has(const std::string& out, const std::string& line) { return out.find(line) != std::string::npos; }
-// Every line is in the report, and the report ends with `last`.
-void expectReport(const CliRun& r, const std::vector<std::string>& lines, const std::string& last) {
-  for (const std::string& line : lines) EXPECT_TRUE(has(r.out, line)) << "missing: " << line << "\n" << r.out;
-  EXPECT_TRUE(r.out.size() >= last.size() && r.out.compare(r.out.size() - last.size(), last.size(), last) == 0) << r.out;
+// An installed layout: <prefix>/bin/ombrik beside <prefix>/share/ombrik/Tracker with the tree's worker scripts.
+fs::path install(const fs::path& prefix) {
+  const fs::path source = fs::path(__FILE__).parent_path().parent_path().parent_path() / "Tracker";
+  const fs::path tracker = prefix / "share" / "ombrik" / "Tracker";
+  fs::create_directories(prefix / "bin");
+  fs::create_directories(tracker);
+  fs::copy_file(OMBRIK_BINARY, prefix / "bin" / "ombrik");
+  for (const auto& e : fs::directory_iterator(source))
+    if (e.path().extension() == ".py") fs::copy_file(e.path(), tracker / e.path().filename());
+  return prefix / "bin" / "ombrik";
 }
 
 }  // namespace
 
-TEST(SelfTestCli, DevelopmentTreeSpeaksFrenchAndFindsTheWorker) {
-  TempDir sandbox;
-  const CliRun r = selftest(OMBRIK_BINARY, sandbox);
-  EXPECT_EQ(r.exitCode, 0) << r.out;
-  EXPECT_TRUE(r.out.rfind("Ombrik 0.1.0", 0) == 0) << r.out;
-  const fs::path support = sandbox.path / "support";
-  expectReport(r,
-               {" · app distribuée : false\n", "\n  données    : " + (sandbox.path / "data").string() + "\n",
-                "\n  support    : " + support.string() + "\n",
-                // The support folder given takes the models and the logs: nothing is written in the tree.
-                "\n  modèles    : " + (support / "Models").string() + "\n", "\n  journaux   : " + (support / "Logs").string() + "\n",
-                "\n  langue     : fr · « Masque de forme » → « Masque de forme »\n",
-                "\n  GPU        : llvmpipe",  // tests run on the CPU driver
-                "\nOK    GPU et noyaux de calcul\n",
-                // The tree's worker scripts, on the system's python3 with Debian's OpenCV (no engine pack).
-                "\nOK    scripts IA (om_track, om_klt)\n", "\nINFO  Packs IA non installés (normal pour une app neuve)\n",
-                "\n  python     : /usr/bin/python3\n", "\n  cv2 4.", "\nOK    Python avec OpenCV et numpy\n",
-                // The neural models setup installed beside the tree's worker.
-                "/Tracker/models/selfie.onnx\n", "\n  modèle     : ",
-                "\nINFO  Aucun tracker neuronal installé : le moteur Précis suit par flux optique dense"},
-               "\nInstallation correcte.\n");
-  // The language was applied before anything else ran.
-  EXPECT_TRUE(has(settings(sandbox), "AppleLanguages=fr")) << settings(sandbox);
-}
-
-// An installed layout: <prefix>/bin/ombrik beside <prefix>/share/ombrik/Tracker with the worker's
-// scripts. Whole, with French chosen in the settings over the installed default; then with a script
-// broken and no choice made: English throughout.
-TEST(SelfTestCli, InstalledProgramChecksItsOwnScriptsInTheChosenLanguage) {
-  const fs::path source = fs::path(__FILE__).parent_path().parent_path().parent_path() / "Tracker";
-  for (const bool broken : {false, true}) {
-    TempDir sandbox;
-    const fs::path prefix = sandbox.path / "prefix";
-    fs::create_directories(prefix / "bin");
-    fs::copy_file(OMBRIK_BINARY, prefix / "bin" / "ombrik");
-    const fs::path tracker = prefix / "share" / "ombrik" / "Tracker";
-    fs::create_directories(tracker);
-    for (const auto& e : fs::directory_iterator(source))
-      if (e.path().extension() == ".py") fs::copy_file(e.path(), tracker / e.path().filename());
-    if (broken) {
-      std::ofstream(tracker / "om_klt.py") << "def broken(:\n";
-    } else {
-      fs::create_directories(sandbox.path / "config" / "Tarvane");
-      std::ofstream(sandbox.path / "config" / "Tarvane" / "Ombrik.conf") << "[General]\nombrikLanguage=fr\n";
-    }
-
-    const CliRun r = selftest(prefix / "bin" / "ombrik", sandbox, "OMBRIK_SUPPORT");
-    EXPECT_EQ(r.exitCode != 0, broken) << r.out;
-    const std::string resources = (prefix / "share" / "ombrik").string(), support = (sandbox.path / "xdg-data" / "Ombrik").string();
-    if (!broken) {
-      expectReport(r,
-                   {" · app distribuée : true\n", "\n  ressources : " + resources + "\n", "\n  support    : " + support + "\n",
-                    "\n  langue     : fr · « Masque de forme » → « Masque de forme »\n", "\nOK    GPU et noyaux de calcul\n",
-                    "\nOK    scripts IA (om_track, om_klt)\n", "\nOK    Python avec OpenCV et numpy\n"},
-                   "\nInstallation correcte.\n");
-      EXPECT_TRUE(has(settings(sandbox), "AppleLanguages=fr")) << settings(sandbox);
-      continue;
-    }
-    expectReport(r,
-                 {" · installed app: true\n", "\n  resources  : " + resources + "\n", "\n  support    : " + support + "\n",
-                  "\n  language   : en · « Masque de forme » → « Shape Mask »\n", "\nOK    GPU and compute kernels\n",
-                  "\nOK    AI scripts (om_track, om_klt)\n", "\nINFO  AI packs not installed (normal for a new app)\n",
-                  "\nINFO  No neural tracker installed: the Precise engine tracks by dense optical flow",
-                  "\nFAIL  Python with OpenCV and numpy\n", "SyntaxError"},
-                 "\nInstallation incomplete.\n");
-    EXPECT_FALSE(has(r.out, "ÉCHEC")) << "French left in the English report\n" << r.out;
-    EXPECT_FALSE(has(r.out, "Aucun")) << "French left in the English report\n" << r.out;
-    EXPECT_TRUE(has(settings(sandbox), "AppleLanguages=en")) << settings(sandbox);
+// The development tree, which speaks French and finds the tree's worker, the system's python3 with
+// Debian's OpenCV and the models setup installed; an installed program whole, with French chosen in
+// the settings over the installed default; the same with a script broken and no choice made: English
+// throughout. The language is applied, and kept in the settings, before anything else runs.
+TEST(SelfTestCli, ReportsTheLayoutItsChecksAndTheChosenLanguage) {
+  TempDir root;
+  const fs::path dev = root.path / "dev", fr = root.path / "fr", en = root.path / "en";
+  fs::create_directories(fr / "config" / "Tarvane");
+  std::ofstream(fr / "config" / "Tarvane" / "Ombrik.conf") << "[General]\nombrikLanguage=fr\n";
+  const fs::path frBinary = install(fr / "prefix"), enBinary = install(en / "prefix");
+  std::ofstream(en / "prefix" / "share" / "ombrik" / "Tracker" / "om_klt.py") << "def broken(:\n";
+  const std::string installedFr = (fr / "prefix" / "share" / "ombrik").string(), installedEn = (en / "prefix" / "share" / "ombrik").string();
+  const struct {
+    fs::path sandbox, binary;
+    bool fails;
+    std::vector<std::string> lines, absent;
+    std::string last, language;
+  } cases[] = {
+      {dev, OMBRIK_BINARY, false,
+       {" · app distribuée : false\n", "\n  données    : " + (dev / "data").string() + "\n",
+        // The support folder given takes the models and the logs: nothing is written in the tree.
+        "\n  support    : " + (dev / "support").string() + "\n", "\n  modèles    : " + (dev / "support" / "Models").string() + "\n",
+        "\n  journaux   : " + (dev / "support" / "Logs").string() + "\n",
+        "\n  langue     : fr · « Masque de forme » → « Masque de forme »\n", "\n  GPU        : llvmpipe",
+        "\nOK    GPU et noyaux de calcul\n", "\nOK    scripts IA (om_track, om_klt)\n",
+        "\nINFO  Packs IA non installés (normal pour une app neuve)\n", "\n  python     : /usr/bin/python3\n", "\n  cv2 4.",
+        "\nOK    Python avec OpenCV et numpy\n", "/Tracker/models/selfie.onnx\n",
+        "\nINFO  Aucun tracker neuronal installé : le moteur Précis suit par flux optique dense"},
+       {}, "\nInstallation correcte.\n", "fr"},
+      {fr, frBinary, false,
+       {" · app distribuée : true\n", "\n  ressources : " + installedFr + "\n",
+        "\n  support    : " + (fr / "xdg-data" / "Ombrik").string() + "\n", "\n  langue     : fr · « Masque de forme » → « Masque de forme »\n",
+        "\nOK    scripts IA (om_track, om_klt)\n", "\nOK    Python avec OpenCV et numpy\n"},
+       {}, "\nInstallation correcte.\n", "fr"},
+      {en, enBinary, true,
+       {" · installed app: true\n", "\n  resources  : " + installedEn + "\n", "\n  language   : en · « Masque de forme » → « Shape Mask »\n",
+        "\nFAIL  Python with OpenCV and numpy\n", "SyntaxError"},
+       {"ÉCHEC", "Aucun"}, "\nInstallation incomplete.\n", "en"},
+  };
+  for (const auto& c : cases) {
+    const auto [code, out] = selftest(c.binary, c.sandbox, c.sandbox == dev);
+    SCOPED_TRACE(c.sandbox.filename().string() + "\n" + out);
+    EXPECT_EQ(code != 0, c.fails);
+    for (const std::string& line : c.lines) EXPECT_NE(out.find(line), std::string::npos) << "missing: " << line;
+    EXPECT_TRUE(out.ends_with(c.last));
+    EXPECT_TRUE(out.starts_with("Ombrik 0.1.0"));
+    for (const std::string& french : c.absent) EXPECT_EQ(out.find(french), std::string::npos) << "French left: " << french;
+    const std::string settings = readAll(c.sandbox / "config" / "Tarvane" / "Ombrik.conf");
+    EXPECT_NE(settings.find("AppleLanguages=" + c.language), std::string::npos) << settings;
   }
 }

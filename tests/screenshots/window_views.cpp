@@ -1,8 +1,6 @@
-// The whole window: the example world, an imported clip with its curve editor and the wipe, the mask
-// tools with a drawn shape, a render under way with its queue, and the list of worlds with its menu.
+// The whole window: the example world and a node not wired, an imported clip with its curve editor and
+// the wipe, the mask tools with a drawn shape, a render under way with its queue, the list of worlds.
 #include <QProgressBar>
-#include <QPushButton>
-#include <QTabBar>
 #include <QToolButton>
 #include <QTreeWidget>
 
@@ -10,7 +8,6 @@
 #include "media/video_source.h"
 #include "screenshot_views.h"
 #include "shell/curve_editor_widget.h"
-#include "shell/inspector_widget.h"
 #include "shell/render_queue_panel.h"
 #include "shell/roto_overlay.h"
 #include "shell/roto_tool_bar.h"
@@ -42,86 +39,29 @@ double differ(const QImage& a, const QImage& b, int x0, int x1) {
 }
 }  // namespace
 
-// The picture, the graph and the settings of the selected node must all be there.
+// The picture, the graph and the settings of the selected node; a Blur added beside the graph and
+// selected: the viewer says it isn't wired and how to wire it. Then the mask node with a second mask
+// drawn by hand in the viewer: a closed, curved Bézier beside the ellipse, one of its points selected
+// to show its tangents, the tracking keys menu open.
 void exampleWorldView(Shot& shot) {
   AppModel model(shot.example());
-  ASSERT_TRUE(model.engine) << model._status;
   MainWindow window(model);
   ASSERT_TRUE(shot.show(window, model));
-  const QImage picture = window.grab().toImage();
-  shot.save(picture, "main_window");
-  EXPECT_GT(greyVariance(picture), 100) << "the window shows more than a flat colour";
+  shot.snapOnce(window, "main_window");
   ASSERT_FALSE(window.viewer()->picture().isNull()) << "the viewer shows a rendered picture";
   EXPECT_GT(greyVariance(window.viewer()->grab().toImage()), 100) << "the picture in the viewer has content";
-  EXPECT_NE(window.inspector()->row("amount"), nullptr) << "the selected node's settings are listed";
   EXPECT_GE(model.nodeThumbs.size(), 5u) << "the nodes show their pictures";
-}
 
-// A clip with a colour node whose exposure is animated, the curve editor open; then the wipe: the
-// rush on the left of the line, the graded result on the right.
-void clipAndWipeView(Shot& shot) {
-  const std::filesystem::path clip = shot.dir.path / "rush.mp4";
-  ASSERT_EQ(std::system(("ffmpeg -v error -y -f lavfi -i testsrc2=size=960x540:rate=25 -frames:v 30 -c:v libx264 "
-                         "-pix_fmt yuv420p '" + clip.string() + "'").c_str()), 0);
-  AppModel model(shot.blank());
-  ASSERT_TRUE(model.engine) << model._status;
-  const auto world = model.createWorld(clip);
-  ASSERT_TRUE(world) << model._status;
-  model.openBatch(*world);
-  const Uuid color = model.addNode(NodeKind::color(), {400, 140});
-  model.intercalate(color, model._edges.front().id);
-  model.setKey(color, "exposure", 0, -0.5);
-  model.setKey(color, "exposure", 29, 0.8);
-  model.select(color);
-  model.inspectedID = color;
-  model.seekFrame(12);
-  MainWindow window(model);
-  window.toggleCurveEditor();
-  ASSERT_TRUE(shot.show(window, model));
-  shot.save(window.grab().toImage(), "main_window_clip");
-  EXPECT_EQ(model._currentFrame, 12);
-  EXPECT_EQ(model._frameCount, 30);
-  EXPECT_GT(greyVariance(window.viewer()->grab().toImage()), 100) << "the clip's frame is on screen";
-  EXPECT_TRUE(window.curveEditor()->isVisible());
+  const Uuid blur = model.addNode(*NodeKind::find("blur"), {330, 290});
+  model.select(blur);
+  shot.snap(window, "unconnected_node");
+  EXPECT_TRUE(window.viewer()->picture().isNull()) << "nothing wired into the selected node";
+  model.deleteNode(blur);
 
-  model.setCompareStyle(1);
-  model.setCompareMode(true);
-  model.setWipe(0.45);
-  auto shownNow = [&] {
-    window.refresh();
-    QCoreApplication::processEvents();
-    return window.viewer()->picture();
-  };
-  const QImage wiped = shownNow();
-  shot.save(window.grab().toImage(), "main_window_wipe");
-  ASSERT_FALSE(wiped.isNull());
-  model.setCompareStyle(0);
-  model.toggleBefore();
-  const QImage rush = shownNow();
-  model.setCompareMode(false);
-  const QImage result = shownNow();
-  ASSERT_EQ(rush.size(), wiped.size());
-  ASSERT_EQ(result.size(), wiped.size());
-  const int w = wiped.width(), line = int(0.45 * w);
-  EXPECT_GT(differ(rush, result, 0, w), 3) << "the graded result differs from its rush";
-  EXPECT_LT(differ(wiped, rush, 0, line - 2), 1.5) << "left of the wipe: the rush";
-  EXPECT_LT(differ(wiped, result, line + 2, w), 1.5) << "right of the wipe: the result";
-  const QColor amber = wiped.pixelColor(line, wiped.height() / 2);
-  EXPECT_GT(amber.red(), 200) << "the wipe's line";
-  EXPECT_LT(amber.blue(), 110) << "the wipe's line";
-}
-
-// The example's mask node with a second mask drawn by hand in the viewer: a closed, curved Bézier
-// beside the ellipse, one of its points selected to show its tangents, the tracking keys menu open.
-void maskToolsView(Shot& shot) {
-  AppModel model(shot.example());
-  ASSERT_TRUE(model.engine) << model._status;
   const Uuid mask = firstOfKind(model, "mask");
-  model.select(mask);
-  model.inspectedID = mask;
-  MainWindow window(model);
-  ASSERT_TRUE(shot.show(window, model));  // the tool bar takes its room above the picture
-
+  inspect(model, mask);
+  shot.clock->advance(1.0);
+  Shot::settle(window);  // the tool bar takes its room above the picture
   QTest::mouseClick(window.rotoToolBar()->findChild<QToolButton*>("rotoTool:bezier"), Qt::LeftButton);
   ViewerWidget* viewer = window.viewer();
   auto at = [&](double x, double y) { return RotoOverlay::toView({x, y}, viewer->pictureRect()).toPoint(); };
@@ -136,124 +76,128 @@ void maskToolsView(Shot& shot) {
   QTest::mouseClick(viewer, Qt::LeftButton, {}, at(0.94, 0.48));  // selects a point
   shot.clock->advance(1.0);
   Shot::settle(window);
-
-  QImage picture = window.grab().toImage();
   auto* keys = window.rotoToolBar()->findChild<QToolButton*>("trackKeys");
   ASSERT_NE(keys, nullptr);
-  paintPopup(picture, grabbed(*keys->menu()), keys->mapTo(&window, QPoint(0, keys->height() + 2)));
-  shot.save(picture, "roto");
+  shot.saveWithMenu(window, "roto", *keys->menu(), keys->mapTo(&window, QPoint(0, keys->height() + 2)));
   const Node& node = *model.nodeByID(mask);
-  EXPECT_TRUE(node.shapeClosed);
+  EXPECT_TRUE(node.shapeClosed) << "the clicks reached the viewer";
   EXPECT_EQ(node.shape.size(), 4u);
-  EXPECT_EQ(node.allMasks().size(), 2u) << "the ellipse and the Bézier";
-  EXPECT_TRUE(window.rotoToolBar()->isVisible());
-  auto* tabs = window.inspector()->findChild<QTabBar*>("maskTabs");
-  ASSERT_NE(tabs, nullptr);
-  EXPECT_EQ(tabs->count(), 2);
-  EXPECT_EQ(tabs->tabText(1), "Mask 02");
-  EXPECT_EQ(window.rotoToolBar()->findChild<QToolButton*>("rotoTool:move")->text(), shot.say("Move", "Déplacer"));
+}
+
+// A clip imported as a world, a colour node keyed at three frames and selected: the picture with its
+// name, the keys on the time bar, the title of a project with unsaved changes; then the curve editor
+// open, and the wipe: the rush on the left of the line, the graded result on the right.
+void clipView(Shot& shot) {
+  const std::filesystem::path clip = shot.clip("Plage.mp4", "testsrc2", 48);
+  AppModel model(shot.blank());
+  const std::vector<Uuid> worlds = model.importAsWorlds({clip});
+  ASSERT_EQ(worlds.size(), 1u) << model._status;
+  model.openBatch(worlds[0]);
+  const Uuid color = model.addNode(NodeKind::color(), {400, 140});
+  model.intercalate(color, model._edges.front().id);
+  for (const auto& [frame, value] : {std::pair{4, -0.4}, std::pair{24, 0.6}, std::pair{40, 0.1}})
+    model.setKey(color, "exposure", frame, value);
+  inspect(model, color);
+  model.seekFrame(24);
+  MainWindow window(model);
+  ASSERT_TRUE(shot.show(window, model));
+  shot.snap(window, "imported_clip");
+  EXPECT_GT(greyVariance(window.viewer()->grab().toImage()), 100) << "the clip's frame is on screen";
+  window.toggleCurveEditor();
+  shot.snapOnce(window, "main_window_clip");
+  EXPECT_TRUE(window.curveEditor()->isVisible());
+
+  model.setCompareStyle(1);
+  model.setCompareMode(true);
+  model.setWipe(0.45);
+  auto shownNow = [&] { return Shot::settle(window), window.viewer()->picture(); };
+  const QImage wiped = shownNow();
+  shot.snapOnce(window, "main_window_wipe");
+  ASSERT_FALSE(wiped.isNull());
+  model.setCompareStyle(0);
+  model.toggleBefore();
+  const QImage rush = shownNow();
+  model.setCompareMode(false);
+  const QImage result = shownNow();
+  ASSERT_TRUE(rush.size() == wiped.size() && result.size() == wiped.size());
+  const int w = wiped.width(), line = int(0.45 * w);
+  EXPECT_GT(differ(rush, result, 0, w), 3) << "the graded result differs from its rush";
+  EXPECT_LT(differ(wiped, rush, 0, line - 2), 1.5) << "left of the wipe: the rush";
+  EXPECT_LT(differ(wiped, result, line + 2, w), 1.5) << "right of the wipe: the result";
+  const QColor amber = wiped.pixelColor(line, wiped.height() / 2);
+  EXPECT_GT(amber.red(), 200) << "the wipe's line";
+  EXPECT_LT(amber.blue(), 110) << "the wipe's line";
 }
 
 // The example world rendering as the second of three queued worlds: the bar in the status line, the
-// output node's render section, and the queue panel with a world done, the one running and one waiting.
-void renderView(Shot& shot) {
+// output node's render section, and the queue panel with a world done, one running, one waiting. Then
+// the list of worlds docked on the left: a folder of two shots, worlds with their LUT badges, the
+// example world open, and one world's right-click menu under the list with its LUT choices beside.
+void worldsView(Shot& shot) {
   AppModel model(shot.example());
-  ASSERT_TRUE(model.engine) << model._status;
-  ManualScheduler& clock = *shot.clock;
   const Uuid example = *model._currentBatchID;
   std::vector<Uuid> worlds;
-  for (const char* name : {"Plan_010", "Plan_030"}) {
-    worlds.push_back(model.makeWorld(*model.addMedia(SampleImage::make(64, 36), name), name));
-    model.openBatch(worlds.back());
-    model.setRenderFolder(*model.outputNode(), shot.dir.path / "Rendus");
-  }
+  auto make = [&](std::initializer_list<const char*> names) {
+    for (const char* name : names) worlds.push_back(model.makeWorld(*model.addMedia(SampleImage::make(64, 36), name), name));
+  };
+  make({"Plan_010", "Plan_030"});
+  ManualScheduler& clock = *shot.clock;
   auto advanceUntil = [&](auto done) {
     for (int i = 0; i < 5000 && !done(); ++i) clock.advance(0.005);
   };
   clock.jobSeconds = 0.01;  // one frame per step of half that
+  auto renderInto = [&](const Uuid& world) {
+    model.openBatch(world);
+    model.setRenderFolder(*model.outputNode(), shot.dir.path / "Rendus");
+  };
+  renderInto(worlds[1]);
+  renderInto(worlds[0]);
   model.enqueueRender({worlds[0]});
   advanceUntil([&] { return !model.rendering; });
   // The example world renders at full size, a second a frame on the processor: a short shot of it.
-  model.openBatch(example);
+  renderInto(example);
   model._frameCount = 12;
-  model.setRenderFolder(*model.outputNode(), shot.dir.path / "Rendus");
   model.enqueueRender({example, worlds[1]});
   advanceUntil([&] { return model.delivery.renderProgress > 0.3; });
   ASSERT_EQ(model._currentBatchID, example);
-  model.inspectedID = model.outputNode();
-  model.select(*model.outputNode());
-
+  inspect(model, *model.outputNode());
   MainWindow window(model);
   ASSERT_TRUE(shot.show(window, model, false));
-  RenderQueuePanel* panel = window.showRenderQueue();
-  panel->resize(620, 250);
-  ASSERT_TRUE(QTest::qWaitForWindowExposed(panel));
+  RenderQueuePanel* queue = window.showRenderQueue();
+  queue->resize(620, 250);
+  ASSERT_TRUE(QTest::qWaitForWindowExposed(queue));
   Shot::settle(window);
   // The panel is a window of its own: it is laid over the window's picture where it would stand.
   QImage picture = window.grab().toImage();
-  const QImage over = panel->grab().toImage();
+  const QImage over = queue->grab().toImage();
   paintPopup(picture, over, QPoint(24, picture.height() - over.height() - 60));
   shot.save(picture, "render");
-
-  EXPECT_FALSE(window.renderProgress()->isHidden());
-  EXPECT_GT(window.renderProgress()->value(), 300);
-  auto* button = window.inspector()->findChild<QPushButton*>("renderShot");
-  ASSERT_NE(button, nullptr);
-  EXPECT_TRUE(button->isVisible());
-  EXPECT_EQ(button->text(), shot.say("Cancel render", "Annuler le rendu"));
-  QTreeWidget* jobs = panel->jobs();
-  ASSERT_EQ(jobs->topLevelItemCount(), 3);
-  EXPECT_EQ(jobs->topLevelItem(0)->text(1), shot.say("Done", "Terminé"));
-  EXPECT_EQ(jobs->topLevelItem(1)->text(1), shot.say("Rendering", "En cours"));
-  EXPECT_EQ(jobs->topLevelItem(2)->text(1), shot.say("Waiting", "En attente"));
+  EXPECT_GT(window.renderProgress()->value(), 300) << "a render under way";
+  EXPECT_EQ(queue->jobs()->topLevelItemCount(), 3);
   model.stopAllRenders();
   clock.advance(1);
-}
+  queue->close();
 
-// The list of worlds docked on the left: a folder of two shots, worlds with their LUT badges, the
-// example world open, and one world's right-click menu under the list with its LUT choices beside.
-void worldsPanelView(Shot& shot) {
-  AppModel model(shot.example());
-  ASSERT_TRUE(model.engine) << model._status;
-  std::vector<Uuid> worlds;
-  for (const char* name : {"Plan_010", "Plan_020", "Plan_030", "Interview_A", "Drone_04"})
-    worlds.push_back(model.makeWorld(*model.addMedia(SampleImage::make(64, 36), name), name));
-  model.groupWorlds({worlds[0], worlds[1]}, "Scène 12");
+  make({"Plan_020", "Interview_A", "Drone_04"});
+  model.groupWorlds({worlds[0], worlds[2]}, "Scène 12");
   model._renameGroupRequest.reset();
   model.setWorldLUT(worlds[0], "auto:slog3");
   model.setWorldLUT(worlds[3], "auto:logc3");
   model.setWorldLUT(worlds[4], (shot.dir.path / "drone.cube").string());
 
-  MainWindow window(model);
   WorldsPanel* panel = window.worldsPanel();
   panel->show();
   window.resizeDocks({panel}, {250}, Qt::Horizontal);
-  ASSERT_TRUE(shot.show(window, model));
   QTreeWidget* tree = panel->tree();
   tree->setCurrentItem(panel->itemOf(worlds[3]));
   Shot::settle(window);
-
-  QImage picture = window.grab().toImage();
   const std::unique_ptr<QMenu> menu(panel->selectionMenu(&window));
   QMenu* lut = menu->findChild<QMenu*>("worldLut");
   ASSERT_NE(lut, nullptr);
-  const QImage list = grabbed(*menu);
   // Under the last line, so that no line is hidden.
   const QRect last = tree->visualItemRect(tree->topLevelItem(tree->topLevelItemCount() - 1));
-  const QPoint at = paintPopup(picture, list, tree->viewport()->mapTo(&window, QPoint(40, last.bottom() + 24)));
-  paintPopup(picture, grabbed(*lut), at + QPoint(list.width() - 4, menu->actionGeometry(lut->menuAction()).top() - 4));
-  shot.save(picture, "worlds");
-
-  EXPECT_EQ(panel->windowTitle(), shot.say("Worlds", "Mondes"));
-  ASSERT_EQ(tree->topLevelItemCount(), 5) << "the folder, then the example world and three worlds";
-  EXPECT_EQ(tree->topLevelItem(0)->childCount(), 2);
-  EXPECT_EQ(tree->topLevelItem(0)->child(0)->text(1), "S-Log3");
-  EXPECT_EQ(tree->topLevelItem(3)->text(1), "LogC3");
-  EXPECT_TRUE(tree->topLevelItem(1)->font(0).bold()) << "the example world is open";
-  EXPECT_EQ(menu->findChild<QAction*>("enterWorld")->text(), shot.say("Enter the shot", "Entrer dans le rush"));
-  EXPECT_EQ(lut->findChild<QAction*>("chooseLutFile")->text(), shot.say(".cube file…", "Fichier .cube…"));
-  EXPECT_EQ(menu->findChild<QAction*>("packWorld")->text(),
-            shot.say("Pack the world (tree + shots)…", "Rassembler le monde (arbre + rushs)…"));
+  shot.saveWithMenu(window, "worlds", *menu, tree->viewport()->mapTo(&window, QPoint(40, last.bottom() + 24)), lut);
+  EXPECT_EQ(tree->topLevelItemCount(), 5) << "the folder, then the example world and three worlds";
 }
 
 }  // namespace ombrik::test
